@@ -1,0 +1,143 @@
+# How every target of the project is made. One function per kind of target; folders only name sources and neighbours.
+
+set(CMAKE_CXX_STANDARD 20)
+set(CMAKE_CXX_STANDARD_REQUIRED ON)
+set(CMAKE_CXX_EXTENSIONS OFF)
+set(CMAKE_POSITION_INDEPENDENT_CODE ON)
+set(CMAKE_CXX_VISIBILITY_PRESET hidden)
+set(CMAKE_VISIBILITY_INLINES_HIDDEN ON)
+set(CMAKE_RUNTIME_OUTPUT_DIRECTORY "${CMAKE_BINARY_DIR}/bin")
+set(CMAKE_LIBRARY_OUTPUT_DIRECTORY "${CMAKE_BINARY_DIR}/lib")
+set(CMAKE_ARCHIVE_OUTPUT_DIRECTORY "${CMAKE_BINARY_DIR}/lib")
+set(CMAKE_EXPORT_COMPILE_COMMANDS ON)
+
+if(NOT CMAKE_BUILD_TYPE)
+  set(CMAKE_BUILD_TYPE Release)
+endif()
+
+# "asan-ubsan", "tsan" or empty.
+set(TESSARIN_SANITIZER "" CACHE STRING "Sanitizers to build with")
+option(TESSARIN_TESTS "Build the tests" ON)
+option(TESSARIN_BENCH "Build the benchmarks" OFF)
+option(TESSARIN_FUZZ "Build the fuzzers with libFuzzer (clang)" OFF)
+
+find_package(Threads REQUIRED)
+find_package(Boost 1.81 REQUIRED COMPONENTS headers regex)
+find_package(GTest)
+find_package(PkgConfig REQUIRED)
+pkg_check_modules(ACE REQUIRED IMPORTED_TARGET ACE)
+pkg_check_modules(SQLITE REQUIRED IMPORTED_TARGET sqlite3)
+pkg_check_modules(ZSTD REQUIRED IMPORTED_TARGET libzstd)
+pkg_check_modules(XXHASH REQUIRED IMPORTED_TARGET libxxhash)
+pkg_check_modules(CURL REQUIRED IMPORTED_TARGET libcurl)
+pkg_check_modules(SIMDJSON REQUIRED IMPORTED_TARGET simdjson)
+find_package(OpenSSL REQUIRED)
+
+find_program(TESSARIN_LLD NAMES ld.lld)
+
+# Flags of all our code: warnings are errors, source paths in logs are relative to src/.
+add_library(tessarin_flags INTERFACE)
+target_compile_options(tessarin_flags INTERFACE
+  -Wall -Wextra -Werror -Wnon-virtual-dtor -Wimplicit-fallthrough -Wunused-result
+  -fmacro-prefix-map=${CMAKE_SOURCE_DIR}/src/= -fmacro-prefix-map=${CMAKE_SOURCE_DIR}/=)
+target_include_directories(tessarin_flags INTERFACE "${CMAKE_SOURCE_DIR}/src")
+target_link_libraries(tessarin_flags INTERFACE Threads::Threads Boost::headers PkgConfig::ACE)
+if(TESSARIN_LLD)
+  target_link_options(tessarin_flags INTERFACE -fuse-ld=lld)
+endif()
+if(TESSARIN_SANITIZER STREQUAL "asan-ubsan")
+  target_compile_options(tessarin_flags INTERFACE -fsanitize=address,undefined -fno-sanitize-recover=all -fno-omit-frame-pointer)
+  target_link_options(tessarin_flags INTERFACE -fsanitize=address,undefined)
+elseif(TESSARIN_SANITIZER STREQUAL "tsan")
+  # The standard mutexes of GCC 12 are seen by TSan; -Wtsan only warns about fences, which our code does not use.
+  target_compile_options(tessarin_flags INTERFACE -fsanitize=thread -fno-omit-frame-pointer)
+  target_link_options(tessarin_flags INTERFACE -fsanitize=thread)
+elseif(TESSARIN_SANITIZER)
+  message(FATAL_ERROR "TESSARIN_SANITIZER is '${TESSARIN_SANITIZER}': asan-ubsan, tsan or empty")
+endif()
+
+# tessarin_library(<name> SOURCES <files> [DEPS <our libraries>] [LIBS <external targets>])
+#
+# Makes <name>, a static library that tests and programs link with all that it needs, and <name>_objects, the same
+# objects for the shared libraries.
+function(tessarin_library name)
+  cmake_parse_arguments(ARG "" "" "SOURCES;DEPS;LIBS" ${ARGN})
+  add_library(${name}_objects OBJECT ${ARG_SOURCES})
+  target_link_libraries(${name}_objects PUBLIC tessarin_flags ${ARG_LIBS})
+  add_library(${name} STATIC $<TARGET_OBJECTS:${name}_objects>)
+  set_target_properties(${name} PROPERTIES LINKER_LANGUAGE CXX)
+  target_link_libraries(${name} PUBLIC tessarin_flags ${ARG_DEPS} ${ARG_LIBS})
+endfunction()
+
+# Flags of all tests, the precompiled header among them: includes are relative to src/ or, for "support/...", to test/.
+add_library(test_flags INTERFACE)
+target_link_libraries(test_flags INTERFACE tessarin_flags GTest::gmock GTest::gtest)
+target_include_directories(test_flags INTERFACE "${CMAKE_SOURCE_DIR}/test")
+target_compile_definitions(test_flags INTERFACE TEST_DATA_DIR="${CMAKE_SOURCE_DIR}/test/data")
+
+# tessarin_program(<name> SOURCES <files> [DEPS <libraries>] [LIBS <external targets>])
+function(tessarin_program name)
+  cmake_parse_arguments(ARG "" "" "SOURCES;DEPS;LIBS" ${ARGN})
+  add_executable(${name} ${ARG_SOURCES})
+  target_link_libraries(${name} PRIVATE tessarin_flags ${ARG_DEPS} ${ARG_LIBS})
+endfunction()
+
+# tessarin_test(<name> SOURCES <files> [DEPS <libraries>] [LABELS <unit|integration|system> [tsan]] [SANDBOX] [TIMEOUT <sec>])
+#
+# A GoogleTest program. The label "tsan" says that it has threads and runs under TSan too. SANDBOX runs it in a user and
+# mount namespace of its own, with an empty /var/cache. Each program is one CTest test.
+function(tessarin_test name)
+  if(NOT TESSARIN_TESTS)
+    return()
+  endif()
+  cmake_parse_arguments(ARG "SANDBOX" "TIMEOUT" "SOURCES;DEPS;LIBS;LABELS" ${ARGN})
+  if(NOT ARG_LABELS)
+    set(ARG_LABELS unit)
+  endif()
+  if(NOT ARG_TIMEOUT)
+    set(ARG_TIMEOUT 120)
+  endif()
+  if(TESSARIN_SANITIZER STREQUAL "tsan" AND NOT "tsan" IN_LIST ARG_LABELS)
+    return()
+  endif()
+  add_executable(${name} ${ARG_SOURCES})
+  target_precompile_headers(${name} REUSE_FROM test_pch)
+  if(ARG_SANDBOX)
+    target_link_libraries(${name} PRIVATE test_sandbox_main)
+  else()
+    target_link_libraries(${name} PRIVATE test_main)
+  endif()
+  target_link_libraries(${name} PRIVATE ${ARG_DEPS} ${ARG_LIBS} test_support)
+  add_test(NAME ${name} COMMAND ${name})
+  set_tests_properties(${name} PROPERTIES LABELS "${ARG_LABELS}" TIMEOUT ${ARG_TIMEOUT})
+endfunction()
+
+# tessarin_bench(<name> SOURCES <files> [DEPS <libraries>] [LIBS <external targets>]): a Google Benchmark program.
+function(tessarin_bench name)
+  if(NOT TESSARIN_BENCH)
+    return()
+  endif()
+  find_package(benchmark REQUIRED)
+  cmake_parse_arguments(ARG "" "" "SOURCES;DEPS;LIBS" ${ARGN})
+  add_executable(${name} ${ARG_SOURCES})
+  target_link_libraries(${name} PRIVATE tessarin_flags ${ARG_DEPS} ${ARG_LIBS} benchmark::benchmark)
+endfunction()
+
+# tessarin_fuzz(<name> SOURCES <files> DEPS <libraries> CORPUS <folder below fuzz/corpus>)
+#
+# The sources define LLVMFuzzerTestOneInput. With a compiler that has libFuzzer and the preset "fuzz" this is a fuzzer;
+# otherwise a program that replays files, and CTest replays the corpus with it. A missing corpus fails.
+function(tessarin_fuzz name)
+  cmake_parse_arguments(ARG "" "CORPUS" "SOURCES;DEPS;LIBS" ${ARGN})
+  if(TESSARIN_FUZZ)
+    add_executable(${name} ${ARG_SOURCES})
+    target_link_options(${name} PRIVATE -fsanitize=fuzzer)
+  elseif(TESSARIN_TESTS AND NOT TESSARIN_SANITIZER STREQUAL "tsan")
+    add_executable(${name} ${ARG_SOURCES} "${CMAKE_SOURCE_DIR}/fuzz/replay_main.cpp")
+    add_test(NAME ${name}_corpus COMMAND ${name} "${CMAKE_SOURCE_DIR}/fuzz/corpus/${ARG_CORPUS}")
+    set_tests_properties(${name}_corpus PROPERTIES LABELS unit TIMEOUT 120)
+  else()
+    return()
+  endif()
+  target_link_libraries(${name} PRIVATE ${ARG_DEPS} ${ARG_LIBS} tessarin_flags)
+endfunction()
