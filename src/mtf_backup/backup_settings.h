@@ -1,0 +1,30 @@
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "client_io/client_io_base.h"
+#include "kolt/compression.h"
+#include "mtf/core/backup_callback.h"
+#include "mtf_backup/channel_factory.h"
+
+namespace MTF_BACKUP {
+
+/// What a backup is told before it runs. Plain values: nothing is checked before backup() is called.
+struct Backup_Settings {
+  std::string pool_uuid;
+  std::string host_uuid;
+  std::string minor_resource_id;
+  std::string uuid;
+  bool incremental = false;
+  MTF_COMPRESSION_TYPE compression = 0;
+  int compression_level = 0;
+  size_t channel_num = 0;  ///< 0 means one
+  ACE_UINT32 seq = 0;      ///< number of the last set; the new one gets the next, modulo 2^32
+  MTF::IBackup_Callback_Factory_var callback_factory;
+  Client_IO_Base::Options extra_client_io_opts;
+  Channel_Factory_var channel_factory;
+  std::vector<std::string> sources;
+};
+
+}  // namespace MTF_BACKUP
