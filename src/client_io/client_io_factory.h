@@ -1,0 +1,22 @@
+#pragma once
+
+#include <memory>
+#include <string>
+
+#include "client_io/client_io_base.h"
+#include "kolt/export.h"
+
+struct Pool_Info;
+
+/**
+ * Makes a client of the pool, rooted at <pool>/@a uri_path, with limits of its own as the options tell.
+ *
+ * Nothing is made or opened in the pool yet, so a pool that cannot be reached shows at the first operation.
+ *
+ * @param uri_path  a key as of Client_IO_Base, or such a key behind a '/' (where its first part is empty).
+ * @return empty on failure, after one line at LM_ERROR: a URL scheme or a cipher that is not supported, a URL without a
+ *   directory, a path that is no key, or no memory (errno ENOMEM). For all but the last errno is EINVAL or ENOTSUP.
+ */
+[[nodiscard]] TESSARIN_API std::shared_ptr<Client_IO_Base> make_client_io(const Pool_Info& pool,
+                                                                          const std::string& uri_path,
+                                                                          const Client_IO_Base::Options& options);
