@@ -1,0 +1,79 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <string>
+
+#include "kolt/export.h"
+#include "mtf/core/entry.h"
+#include "mtf/core/set_info.h"
+
+namespace MTF {
+
+class Byte_Source;
+
+/// Where the data of a file lies in the medium.
+struct File_Data {
+  uint64_t offset = 0;
+  uint64_t size = 0;
+  bool present = false;     ///< there is a data stream, maybe of length 0
+  bool checksummed = false; ///< File_End::checksum will be there
+};
+
+/// What stands behind the data of a file.
+struct File_End {
+  bool corrupt = false;      ///< the writer marked the data as damaged; where and why is told by a Set_Item
+  bool has_checksum = false;
+  uint32_t checksum = 0;     ///< of the data, see Xor_Checksum
+  uint64_t next_offset = 0;  ///< of the block that follows
+};
+
+/// One thing met on the way through a medium.
+struct Set_Item {
+  enum Type { VOLUME, DIRECTORY, FILE, DAMAGE, END };
+
+  Type type = END;
+  uint64_t offset = 0;       ///< of its block
+  Volume volume;             ///< VOLUME
+  Entry entry;               ///< DIRECTORY, FILE: with the path relative to the volume
+  File_Data data;            ///< FILE
+  File_Damage damage = FD_NONE;  ///< DAMAGE: of the file before
+  uint64_t valid_size = 0;   ///< DAMAGE: from here on the data of that file is filling
+  uint32_t corrupt_files = 0;  ///< END: how many the writer counted
+};
+
+/**
+ * Reads a medium, whoever wrote it: nothing in it is trusted. Blocks and streams of unknown types are passed over.
+ *
+ * An operation that fails returns false with one line in error() that names the offset, and logs nothing: the caller
+ * knows the medium's name. Outputs are then undefined. Memory is bounded whatever the medium says. One thread at a time.
+ */
+class TESSARIN_API Set_Reader {
+ public:
+  /// @a source outlives the reader.
+  explicit Set_Reader(Byte_Source& source);
+  ~Set_Reader();
+
+  /// Reads the start of the medium; next() goes on behind it.
+  bool read_header(Set_Header& header);
+  /// The next thing in order; END once at the end of the set. After END, and before read_header(), it fails.
+  bool next(Set_Item& item);
+
+  /**
+   * Reads the one directory or file whose block begins at @a offset, all but its data. Leaves next()'s place alone.
+   *
+   * @param entry for a file, path is its bare name: the directory is not told by its block
+   */
+  bool read_entry(uint64_t offset, Entry& entry, File_Data& data);
+  /// Reads on behind the data of a file that read_entry() or next() gave.
+  bool read_end(const File_Data& data, File_End& end);
+
+  const std::string& error() const;
+
+ private:
+  class Impl;
+  std::unique_ptr<Impl> impl_;
+};
+
+}  // namespace MTF

@@ -1,0 +1,98 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <string_view>
+
+#include "kolt/export.h"
+#include "mtf/core/block_writer.h"
+#include "mtf/core/checksum.h"
+#include "mtf/core/entry.h"
+#include "mtf/core/layout.h"
+#include "mtf/core/set_info.h"
+
+namespace MTF {
+
+class Block;
+class Byte_Sink;
+
+/**
+ * Writes one medium with one set, in this order of calls:
+ *
+ *     begin (volume (directory | begin_file (room filled)* end_file)*)* end
+ *
+ * Every operation returns false when the sink did (errno is the sink's, which logged) or when the call makes no sense
+ * (EINVAL, one LM_ERROR line); the writer is of no use after that. One thread at a time. Keeps no list of what it has
+ * written: memory does not grow with the set.
+ */
+class TESSARIN_API Set_Writer {
+ public:
+  /// @a sink is at the start of the medium and outlives the writer.
+  explicit Set_Writer(Byte_Sink& sink);
+
+  bool begin(const Set_Header& header);
+  /// What follows, up to the next volume, lies below this source. Its root is the directory with the empty path.
+  bool volume(const Volume& volume);
+  bool directory(const Entry& entry);
+  /**
+   * Anything but a directory. @a size bytes of data are to follow: 0 for what has none.
+   *
+   * A file goes behind its directory. Where the last directory written is another one, a block that only names the right
+   * one goes before, so files of one directory may be spread over media.
+   */
+  bool begin_file(const Entry& entry, uint64_t size);
+  /// Memory for the next data of the file: never more than it still lacks, so 0 bytes once it is complete.
+  bool room(char*& at, size_t& avail);
+  /// The first @a n bytes of that memory hold data.
+  bool filled(size_t n);
+  /**
+   * All announced bytes have been filled.
+   *
+   * @param damage anything but FD_NONE: bytes from @a valid_size on do not stem from the file (the caller has put zeros
+   *   there); a note for readers goes with the file, and the set's end counts it
+   */
+  bool end_file(File_Damage damage = FD_NONE, uint64_t valid_size = 0);
+  bool end();
+
+  /// Where in the medium the block of the last volume, directory or file begins.
+  uint64_t offset() const { return offset_; }
+  /// How many files ended with a damage.
+  uint32_t corrupt_files() const { return corrupt_files_; }
+
+ private:
+  enum State { NEW, BEGUN, IN_VOLUME, IN_FILE, ENDED };
+
+  bool in_order(bool allowed, const char* call);
+  void number(Block& block, uint32_t control_block_id);
+  bool begin_block(Block& block);
+  bool put_directory(const std::string& path, const Entry* entry);
+  bool put_name_stream(uint32_t id, std::string_view name, String_Type type);
+  bool put_own_streams(const Entry& entry);
+  bool put_damage(File_Damage damage, uint64_t valid_size);
+  bool filemark();
+
+  Block_Writer out_;
+  State state_ = NEW;
+  uint64_t offset_ = 0;
+  uint64_t set_start_ = 0;  // offset of the set's first block
+  int64_t time_ = 0;
+  bool incremental_ = false;
+  uint32_t control_block_id_ = 0;
+
+  uint32_t filemarks_ = 0;
+  uint32_t filemark_blocks_[2] = {};  // where they are, newest first
+
+  uint32_t directory_id_ = 0;
+  uint32_t file_id_ = 0;
+  std::string directory_;       // path of the last directory block
+  bool has_directory_ = false;  // in this volume
+
+  uint64_t missing_ = 0;      // data bytes of the file still to come
+  uint16_t streams_ = 0;      // of the current block, by now
+  bool has_data_ = false;     // the current file has a data stream
+  Xor_Checksum checksum_;     // of its data so far
+  uint32_t corrupt_files_ = 0;
+};
+
+}  // namespace MTF

@@ -1,0 +1,84 @@
+#pragma once
+
+#include <sys/types.h>
+
+#include <memory>
+#include <streambuf>
+
+#include "kolt/export.h"
+
+namespace MTF_FS {
+
+/**
+ * A regular file as a stream buffer, for reading.
+ *
+ * Reads of at least the buffer's size go straight into the caller's memory, and the buffer is allocated only when a
+ * smaller read needs it. sgetn returns less than was asked for only at the end of the file or on an error; errno is then
+ * 0 or tells the error. Interrupted calls are repeated. One thread at a time.
+ */
+class TESSARIN_API ifilebuf : public std::streambuf {
+ public:
+  explicit ifilebuf(size_t buffer_size);
+  /// Closes the file.
+  ~ifilebuf() override;
+
+  /**
+   * Opens @a path in place of what was open. A final link is not followed (ELOOP), and what is no regular file is
+   * refused (EISDIR, EINVAL) without ever waiting for it.
+   *
+   * @return 0; -1 with errno
+   */
+  int open(const char* path, int flags, int mode);
+  bool is_open() const { return fd_ >= 0; }
+  /// 0, also where nothing is open; -1 with errno. Closed in any case.
+  int close();
+
+ protected:
+  std::streamsize xsgetn(char* to, std::streamsize n) override;
+  int_type underflow() override;
+
+ private:
+  ssize_t read_some(char* to, size_t n);
+
+  const size_t buffer_size_;
+  std::unique_ptr<char[]> buffer_;
+  int fd_ = -1;
+};
+
+/**
+ * A regular file as a stream buffer, for writing.
+ *
+ * Writes of at least the buffer's size go straight to the file. After a failed write all later ones fail with the same
+ * errno, and nothing that was held back is tried again. One thread at a time.
+ */
+class TESSARIN_API ofilebuf : public std::streambuf {
+ public:
+  explicit ofilebuf(size_t buffer_size);
+  /// Closes the file; errors go unseen.
+  ~ofilebuf() override;
+
+  /// As ifilebuf::open.
+  int open(const char* path, int flags, int mode);
+  bool is_open() const { return fd_ >= 0; }
+  /// Writes what is held back and closes. 0, also where nothing is open; -1 with errno when this or a write before
+  /// failed. Closed in any case.
+  int close();
+
+ protected:
+  std::streamsize xsputn(const char* from, std::streamsize n) override;
+  int_type overflow(int_type c) override;
+  /// Writes what is held back and asks the filesystem for the errors that a close would tell. -1 with errno.
+  int sync() override;
+
+ private:
+  bool write_all(const char* from, size_t n);
+  bool flush_buffer();
+  bool need_buffer();
+
+  const size_t buffer_size_;
+  std::unique_ptr<char[]> buffer_;
+  int fd_ = -1;
+  int error_ = 0;
+};
+
+}  // namespace MTF_FS
