@@ -1,0 +1,19 @@
+#pragma once
+
+#include <string>
+#include <string_view>
+
+#include "kolt/export.h"
+
+/**
+ * Masks with "******" what a log must not hold:
+ * - in JSON text, compact, indented or itself quoted inside a JSON string, the string values of the members access_key,
+ *   key, iv, secret_key, secret_access_key, session_token, tenant_access_key, password, token, X-Access-Key and
+ *   Authorization. A value that is cut off is masked up to the end of its line;
+ * - the rest of a line behind the headers "X-Access-Key:" and "Authorization:";
+ * - the word behind "Bearer".
+ *
+ * Names are compared without regard to case. Nothing else is touched, and a redacted text stays as it is when it is
+ * redacted again. Never throws: without memory the result is empty. Threads: any.
+ */
+TESSARIN_API std::string redact_secrets(std::string_view log_text) noexcept;
