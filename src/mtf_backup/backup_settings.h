@@ -3,10 +3,14 @@
 #include <string>
 #include <vector>
 
+#include "ace/Basic_Types.h"
 #include "client_io/client_io_base.h"
 #include "kolt/compression.h"
 #include "mtf/core/backup_callback.h"
 #include "mtf_backup/channel_factory.h"
+
+/// A compression number as requests and sets carry it: those of Compression_Method.
+typedef ACE_UINT16 MTF_COMPRESSION_TYPE;
 
 namespace MTF_BACKUP {
 
