@@ -42,7 +42,7 @@ class TESSARIN_API Task_Context {
   void set_canceled() { canceled_ = true; }
   bool canceled() const { return canceled_; }
 
-  /// Keeps a line with the task: secrets masked, white space at the end cut off, bytes that are no UTF-8 written as \xNN.
+  /// Keeps a line with the task, secrets masked and white space at its end cut off.
   void add_error(std::string_view text);
   /// A copy of the errors so far, oldest first.
   std::vector<std::string> errors() const;
