@@ -24,6 +24,7 @@ class TESSARIN_API Block {
 
   /// How the texts to come are stored. UTF-16 only for what is_utf8() approves.
   void string_type(String_Type type);
+  String_Type string_type() const { return string_type_; }
   /// Adds @a text to the string area, its address at offset @a at. False, with nothing changed, where there is no room.
   bool text(size_t at, std::string_view text);
   /// The same with as much of the text as there is room for, up to @a max_bytes of the area.

@@ -18,10 +18,10 @@ class Byte_Sink;
  */
 class TESSARIN_API Block_Writer {
  public:
-  explicit Block_Writer(Byte_Sink& sink) : sink_(sink) {}
+  explicit Block_Writer(Byte_Sink& sink);
 
   /// Where the next byte goes.
-  uint64_t offset() const;
+  uint64_t offset() const { return offset_; }
   bool put(std::string_view bytes);
   bool zeros(size_t n);
   /// The header of a stream, behind zeros up to its alignment. @a attributes are the media format attributes.
@@ -37,6 +37,7 @@ class TESSARIN_API Block_Writer {
 
  private:
   Byte_Sink& sink_;
+  uint64_t offset_;      // in the medium, of at_
   char* at_ = nullptr;   // the sink's memory from the first free byte on
   size_t avail_ = 0;     // free bytes there
   size_t pending_ = 0;   // filled and not yet advanced

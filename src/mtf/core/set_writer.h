@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "kolt/export.h"
 #include "mtf/core/block_writer.h"
@@ -64,9 +65,8 @@ class TESSARIN_API Set_Writer {
   enum State { NEW, BEGUN, IN_VOLUME, IN_FILE, ENDED };
 
   bool in_order(bool allowed, const char* call);
-  void number(Block& block, uint32_t control_block_id);
   bool begin_block(Block& block);
-  bool put_directory(const std::string& path, const Entry* entry);
+  bool put_directory(std::string_view path, const Entry* entry);
   bool put_name_stream(uint32_t id, std::string_view name, String_Type type);
   bool put_own_streams(const Entry& entry);
   bool put_damage(File_Damage damage, uint64_t valid_size);
@@ -81,13 +81,14 @@ class TESSARIN_API Set_Writer {
   uint32_t control_block_id_ = 0;
 
   uint32_t filemarks_ = 0;
-  uint32_t filemark_blocks_[2] = {};  // where they are, newest first
+  std::vector<uint32_t> filemark_blocks_;  // where they are, newest first
 
   uint32_t directory_id_ = 0;
   uint32_t file_id_ = 0;
   std::string directory_;       // path of the last directory block
   bool has_directory_ = false;  // in this volume
 
+  char* room_ = nullptr;      // what room() lent
   uint64_t missing_ = 0;      // data bytes of the file still to come
   uint16_t streams_ = 0;      // of the current block, by now
   bool has_data_ = false;     // the current file has a data stream
