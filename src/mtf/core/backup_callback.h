@@ -8,6 +8,7 @@
 #include "ace/Recursive_Thread_Mutex.h"
 #include "ace/Refcounted_Auto_Ptr.h"
 #include "ace/OS_NS_sys_stat.h"
+#include "kolt/directory_entry.h"
 #include "kolt/export.h"
 #include "mtf/core/buffer.h"
 #include "mtf/core/callback_stat.h"
@@ -15,10 +16,6 @@
 
 // What the data mover asks of whoever knows the files to back up. The order of the virtual operations is fixed: new ones
 // come last.
-
-template <typename Char>
-struct Directory_Entry_T;
-typedef Directory_Entry_T<char> Directory_Entry;
 
 namespace MTF {
 

@@ -2,10 +2,10 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <memory>
 #include <string>
 
 #include "kolt/export.h"
+#include "mtf/core/block_reader.h"
 #include "mtf/core/entry.h"
 #include "mtf/core/set_info.h"
 
@@ -17,14 +17,13 @@ class Byte_Source;
 struct File_Data {
   uint64_t offset = 0;
   uint64_t size = 0;
-  bool present = false;     ///< there is a data stream, maybe of length 0
-  bool checksummed = false; ///< File_End::checksum will be there
+  bool present = false;  ///< there is a data stream, maybe of length 0
 };
 
 /// What stands behind the data of a file.
 struct File_End {
   bool corrupt = false;      ///< the writer marked the data as damaged; where and why is told by a Set_Item
-  bool has_checksum = false;
+  bool has_checksum = false;  ///< checksum is there
   uint32_t checksum = 0;     ///< of the data, see Xor_Checksum
   uint64_t next_offset = 0;  ///< of the block that follows
 };
@@ -37,6 +36,7 @@ struct Set_Item {
   uint64_t offset = 0;       ///< of its block
   Volume volume;             ///< VOLUME
   Entry entry;               ///< DIRECTORY, FILE: with the path relative to the volume
+  bool bad_name = false;     ///< DIRECTORY, FILE: the path could lead elsewhere (".", "..", '/' or NUL in a name)
   File_Data data;            ///< FILE
   File_Damage damage = FD_NONE;  ///< DAMAGE: of the file before
   uint64_t valid_size = 0;   ///< DAMAGE: from here on the data of that file is filling
@@ -52,28 +52,38 @@ struct Set_Item {
 class TESSARIN_API Set_Reader {
  public:
   /// @a source outlives the reader.
-  explicit Set_Reader(Byte_Source& source);
-  ~Set_Reader();
+  explicit Set_Reader(Byte_Source& source) : blocks_(source) {}
 
   /// Reads the start of the medium; next() goes on behind it.
   bool read_header(Set_Header& header);
-  /// The next thing in order; END once at the end of the set. After END, and before read_header(), it fails.
+  /// The next thing in order, END at the end of the set and never again. Fails before read_header(), after END and after
+  /// a failure.
   bool next(Set_Item& item);
 
   /**
    * Reads the one directory or file whose block begins at @a offset, all but its data. Leaves next()'s place alone.
    *
-   * @param entry for a file, path is its bare name: the directory is not told by its block
+   * @param entry for a file, path is its bare name: the directory is not told by its block. A name that could lead
+   *   elsewhere is a failure.
    */
   bool read_entry(uint64_t offset, Entry& entry, File_Data& data);
-  /// Reads on behind the data of a file that read_entry() or next() gave.
+  /// Reads on behind the data of a file (or a directory's streams) that read_entry() or next() gave.
   bool read_end(const File_Data& data, File_End& end);
 
-  const std::string& error() const;
+  const std::string& error() const { return blocks_.error(); }
 
  private:
-  class Impl;
-  std::unique_ptr<Impl> impl_;
+  bool parse_entry(Entry& entry, File_Data& data, bool& bad_name);
+  bool parse_stream(const Stream& stream, Entry& entry);
+  bool next_volume(Volume& volume);
+  bool next_entry(Set_Item& item);
+  bool skip_streams(uint64_t at);
+
+  Block_Reader blocks_;
+  bool reading_ = false;      // between read_header() and END or a failure
+  uint64_t position_ = 0;     // of the next block
+  std::string directory_;     // path of the last directory block
+  bool bad_directory_ = false;
 };
 
 }  // namespace MTF

@@ -12,8 +12,7 @@ namespace MTF_FS {
 /**
  * A regular file as a stream buffer, for reading.
  *
- * Reads of at least the buffer's size go straight into the caller's memory, and the buffer is allocated only when a
- * smaller read needs it. sgetn returns less than was asked for only at the end of the file or on an error; errno is then
+ * Large reads go straight into the caller's memory, and the buffer is allocated only when a small one needs it. sgetn returns less than was asked for only at the end of the file or on an error; errno is then
  * 0 or tells the error. Interrupted calls are repeated. One thread at a time.
  */
 class TESSARIN_API ifilebuf : public std::streambuf {
@@ -46,9 +45,9 @@ class TESSARIN_API ifilebuf : public std::streambuf {
 };
 
 /**
- * A regular file as a stream buffer, for writing.
+ * A file as a stream buffer, for writing.
  *
- * Writes of at least the buffer's size go straight to the file. After a failed write all later ones fail with the same
+ * Large writes go straight to the file once nothing is held back before them. After a failed write all later ones fail with the same
  * errno, and nothing that was held back is tried again. One thread at a time.
  */
 class TESSARIN_API ofilebuf : public std::streambuf {
@@ -57,7 +56,8 @@ class TESSARIN_API ofilebuf : public std::streambuf {
   /// Closes the file; errors go unseen.
   ~ofilebuf() override;
 
-  /// As ifilebuf::open.
+  /// Opens @a path in place of what was open, whose errors go unseen. A final link is not followed (ELOOP), and a FIFO
+  /// is not waited for (ENXIO). 0; -1 with errno.
   int open(const char* path, int flags, int mode);
   bool is_open() const { return fd_ >= 0; }
   /// Writes what is held back and closes. 0, also where nothing is open; -1 with errno when this or a write before
@@ -73,7 +73,7 @@ class TESSARIN_API ofilebuf : public std::streambuf {
  private:
   bool write_all(const char* from, size_t n);
   bool flush_buffer();
-  bool need_buffer();
+  bool need_room();
 
   const size_t buffer_size_;
   std::unique_ptr<char[]> buffer_;
