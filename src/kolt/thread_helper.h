@@ -15,8 +15,8 @@ typedef ACE_Task_Ex<ACE_MT_SYNCH, std::function<void()>, ACE_System_Time_Policy>
 /**
  * A fixed number of threads that run functions from one queue.
  *
- * Life: open() once; schedule() and putq() from any thread; close() any number of times, also by the destructor. Each
- * queued function is run once. An exception that leaves one is logged, and its worker goes on.
+ * Life: open() once; schedule() and putq() from any thread; shutdown() any number of times, also by the destructor. Each
+ * queued function is run once. An exception that leaves one is logged at LM_ERROR, and its worker goes on.
  */
 class TESSARIN_API Thread_Pool_Helper : public Thread_Pool_Helper_Base {
  public:
@@ -46,8 +46,9 @@ class TESSARIN_API Thread_Pool_Helper : public Thread_Pool_Helper_Base {
   int open(size_t max_queued, size_t stack_size);
   using Thread_Pool_Helper_Base::open;
 
-  /// Waits until what is queued has been run and joins the threads. What is queued meanwhile may be dropped.
-  int close(u_long flags = 0) override;
+  /// Waits until what is queued has been run and joins the threads. What is queued meanwhile may be dropped. Not named
+  /// close(): that is what ACE calls in each thread that ends.
+  void shutdown();
 
   /// Queues @a f at the tail, waiting for room until @a abs_timeout. As putq().
   template <typename F>
@@ -69,7 +70,7 @@ class TESSARIN_API Thread_Pool_Helper : public Thread_Pool_Helper_Base {
 
  private:
   void apply_scheduling() const;
-  void drop_queued();
+  void run(function_type& fn) const;
 
   std::string _name;
   size_t _n_threads;
