@@ -1,0 +1,256 @@
+#include "http/http_connection.h"
+
+#include <sys/socket.h>
+
+#include <array>
+#include <boost/asio/co_spawn.hpp>
+#include <boost/asio/detached.hpp>
+#include <boost/asio/post.hpp>
+#include <boost/asio/steady_timer.hpp>
+#include <boost/beast/core/flat_buffer.hpp>
+#include <boost/beast/http.hpp>
+#include <boost/beast/websocket/rfc6455.hpp>
+#include <string_view>
+
+#include "ace/Log_Msg.h"
+#include "http/beast_stream.h"
+#include "http/bearer_token.h"
+#include "http/pending_answer.h"
+#include "http/websocket_session.h"
+
+namespace http_server {
+
+namespace http = beast::http;
+
+namespace {
+
+typedef http::request_parser<http::string_body> Parser;
+typedef http::response<http::string_body> Response;
+
+/// One peer. All operations run on the strand of the socket.
+class Connection : public std::enable_shared_from_this<Connection> {
+ public:
+  Connection(Shared& shared, net::generic::stream_protocol::socket socket, std::shared_ptr<const std::string> token)
+      : shared_(shared),
+        limits_(shared.options.limits),
+        token_(std::move(token)),
+        stream_(std::move(socket)),
+        buffer_(limits_.head_bytes + 16 * 1024),
+        answer_timer_(stream_.get_executor()) {}
+  ~Connection() { shared_.table.leave(place_); }
+
+  void start(const std::string& peer);
+
+ private:
+  net::awaitable<void> run();
+  net::awaitable<bool> serve_one();
+  net::awaitable<beast::error_code> read_head(Parser& parser);
+  net::awaitable<beast::error_code> read_body(Parser& parser);
+  net::awaitable<bool> post(Request request);
+  net::awaitable<void> await_answer(std::shared_ptr<Pending_Answer> answer);
+  void watch_peer(std::shared_ptr<Pending_Answer> answer);
+  unsigned check(const Request& request) const;
+  net::awaitable<bool> refuse(unsigned status, bool keep_alive);
+  net::awaitable<bool> answer(unsigned status, std::string body, const char* type, bool keep_alive);
+  net::awaitable<void> linger();
+  void close();
+
+  Shared& shared_;
+  const HTTP_Server_Limits& limits_;
+  const std::shared_ptr<const std::string> token_;
+  Stream stream_;
+  beast::flat_buffer buffer_;
+  net::steady_timer answer_timer_;  // ends when the answer has arrived
+  Connection_Table::Id place_ = 0;
+  bool first_ = true;      // no request has been served yet
+  bool to_head_ = false;   // the request is a HEAD: its answer has no body
+  bool closed_ = false;
+};
+
+void Connection::start(const std::string& peer) {
+  auto close = [executor = stream_.get_executor(), weak = weak_from_this()] {
+    net::post(executor, [weak] {
+      if (const auto self = weak.lock()) self->close();
+    });
+  };
+  place_ = shared_.table.admit(peer, std::move(close));
+  if (place_ == 0) {
+    ACE_ERROR((LM_ERROR, ACE_TEXT("Connection of %C refused: too many.\n"), peer.c_str()));
+    return;
+  }
+  net::co_spawn(
+      stream_.get_executor(), [self = shared_from_this()] { return self->run(); }, net::detached);
+}
+
+void Connection::close() {
+  closed_ = true;
+  answer_timer_.cancel();
+  stream_.close();
+}
+
+net::awaitable<void> Connection::run() {
+  const auto self = shared_from_this();
+  while (!closed_) {
+    const bool go_on = co_await serve_one();
+    if (!go_on) break;
+    first_ = false;
+  }
+  close();
+}
+
+// The status that a request is refused with before its body is read; 0 for a good one.
+unsigned Connection::check(const Request& request) const {
+  if (token_ && !bearer_token_fits(std::string_view(request[http::field::authorization]), *token_)) return 401;
+  const std::string_view target(request.target());
+  if (target.substr(0, target.find('?')) != shared_.options.path) return 404;
+  if (beast::websocket::is_upgrade(request)) return buffer_.size() == 0 ? 0 : 400;
+  if (request.method() != http::verb::post) return 405;
+  // A body whose end cannot be told would be read as the next request.
+  if (request.find(http::field::transfer_encoding) != request.end() && !request.chunked()) return 400;
+  const std::string_view expect(request[http::field::expect]);
+  return expect.empty() || beast::iequals(expect, "100-continue") ? 0 : 417;
+}
+
+unsigned status_of(beast::error_code error) {
+  if (error == http::error::body_limit) return 413;
+  if (error == http::error::header_limit || error == http::error::buffer_overflow) return 431;
+  if (error == http::error::end_of_stream || error == http::error::partial_message) return 0;
+  const bool malformed = error.category() == make_error_code(http::error::bad_version).category();
+  return malformed ? 400 : 0;
+}
+
+/// @return whether the connection serves another request.
+net::awaitable<bool> Connection::serve_one() {
+  Parser parser;
+  parser.header_limit(static_cast<std::uint32_t>(limits_.head_bytes));
+  parser.body_limit(limits_.body_bytes);
+  to_head_ = false;
+
+  shared_.table.waiting(place_);
+  beast::error_code error = co_await read_head(parser);
+  shared_.table.busy(place_);
+  if (error) co_return co_await refuse(status_of(error), false);
+
+  to_head_ = parser.get().method() == http::verb::head;
+  if (const unsigned status = check(parser.get())) {
+    // Without a body the next request begins right behind the head.
+    const bool has_body = parser.chunked() || parser.content_length().value_or(0) > 0;
+    co_return co_await refuse(status, status != 400 && !has_body && parser.keep_alive());
+  }
+  if (beast::websocket::is_upgrade(parser.get())) {
+    Request request = parser.release();
+    co_await serve_websocket(shared_from_this(), stream_, std::move(request), shared_.service, limits_);
+    co_return false;
+  }
+  error = co_await read_body(parser);
+  if (error) co_return co_await refuse(status_of(error), false);
+  Request request = parser.release();
+  co_return co_await post(std::move(request));
+}
+
+net::awaitable<beast::error_code> Connection::read_head(Parser& parser) {
+  beast::error_code error;
+  if (!first_) {
+    set_deadline(stream_, limits_.idle);
+    error = std::get<0>(co_await http::async_read_some(stream_, buffer_, parser, as_tuple));
+  }
+  if (!error && !parser.is_header_done()) {
+    set_deadline(stream_, limits_.head);
+    error = std::get<0>(co_await http::async_read_header(stream_, buffer_, parser, as_tuple));
+  }
+  co_return error;
+}
+
+net::awaitable<beast::error_code> Connection::read_body(Parser& parser) {
+  beast::error_code error;
+  set_deadline(stream_, limits_.body);
+  if (!parser.get()[http::field::expect].empty()) {
+    http::response<http::empty_body> go_on(http::status::continue_, 11);
+    error = std::get<0>(co_await http::async_write(stream_, go_on, as_tuple));
+  }
+  if (!error) error = std::get<0>(co_await http::async_read(stream_, buffer_, parser, as_tuple));
+  co_return error;
+}
+
+net::awaitable<bool> Connection::post(Request request) {
+  const bool keep_alive = request.keep_alive();
+  const auto pending = std::make_shared<Pending_Answer>([self = shared_from_this()] {
+    net::post(self->stream_.get_executor(), [self] { self->answer_timer_.cancel(); });
+  });
+  std::shared_ptr<void> kept = shared_.service.post(std::move(request.body()), pending);
+  co_await await_answer(pending);
+
+  unsigned status = 504;
+  std::string body;
+  const bool answered = pending->end(status, body);
+  kept.reset();
+  if (closed_) co_return false;
+  if (!answered) co_return co_await refuse(504, keep_alive);
+  co_return co_await answer(status, std::move(body), "application/json", keep_alive);
+}
+
+// Comes back when the answer has arrived, its time is over or the peer has gone.
+net::awaitable<void> Connection::await_answer(std::shared_ptr<Pending_Answer> pending) {
+  if (pending->has_arrived()) co_return;
+  if (limits_.answer.count() > 0) {
+    answer_timer_.expires_after(limits_.answer);
+  } else {
+    answer_timer_.expires_at(net::steady_timer::time_point::max());
+  }
+  stream_.expires_never();
+  watch_peer(pending);
+  co_await answer_timer_.async_wait(as_tuple);
+  beast::error_code ignored;
+  stream_.socket().cancel(ignored);  // the watch
+}
+
+// A peer that closes while its answer is made has gone; one that sends its next request is only looked at again later.
+void Connection::watch_peer(std::shared_ptr<Pending_Answer> pending) {
+  stream_.socket().async_wait(net::socket_base::wait_read, [self = shared_from_this(), pending](beast::error_code error) {
+    char byte;
+    if (error || pending->has_arrived()) return;
+    if (::recv(self->stream_.socket().native_handle(), &byte, 1, MSG_PEEK | MSG_DONTWAIT) <= 0) self->close();
+  });
+}
+
+net::awaitable<bool> Connection::refuse(unsigned status, bool keep_alive) {
+  if (status == 0) co_return false;
+  std::string reason(http::obsolete_reason(static_cast<http::status>(status)));
+  co_return co_await answer(status, reason + "\n", "text/plain", keep_alive);
+}
+
+net::awaitable<bool> Connection::answer(unsigned status, std::string body, const char* type, bool keep_alive) {
+  Response response(static_cast<http::status>(status), 11);
+  response.keep_alive(keep_alive);
+  if (status == 401) response.set(http::field::www_authenticate, "Bearer");
+  if (status == 405) response.set(http::field::allow, "POST");
+  if (!body.empty()) response.set(http::field::content_type, type);
+  if (!to_head_) response.body() = std::move(body);
+  if (status != 204) response.prepare_payload();
+
+  set_deadline(stream_, limits_.write);
+  const auto error = std::get<0>(co_await http::async_write(stream_, response, as_tuple));
+  if (error) co_return false;
+  if (!keep_alive) co_await linger();
+  co_return keep_alive;
+}
+
+// Closing while the peer still sends would reset the connection and could take the answer away from it.
+net::awaitable<void> Connection::linger() {
+  beast::error_code error;
+  stream_.socket().shutdown(net::socket_base::shutdown_send, error);
+  set_deadline(stream_, limits_.linger);
+  std::array<char, 4096> waste;
+  while (!error) {
+    error = std::get<0>(co_await stream_.async_read_some(net::buffer(waste), as_tuple));
+  }
+}
+
+}  // namespace
+
+void serve(Shared& shared, net::generic::stream_protocol::socket socket, const std::string& peer,
+           std::shared_ptr<const std::string> token) {
+  std::make_shared<Connection>(shared, std::move(socket), std::move(token))->start(peer);
+}
+
+}  // namespace http_server

@@ -1,0 +1,105 @@
+#include "http/http_server.h"
+
+#include <boost/asio/executor_work_guard.hpp>
+#include <boost/asio/io_context.hpp>
+#include <boost/asio/post.hpp>
+#include <cerrno>
+#include <latch>
+#include <list>
+#include <optional>
+#include <system_error>
+#include <thread>
+#include <vector>
+
+#include "ace/Log_Msg.h"
+#include "http/listener.h"
+
+namespace net = boost::asio;
+
+class HTTP_Server::Impl {
+ public:
+  Impl(HTTP_Service& service, const HTTP_Server_Options& options)
+      : shared_{service, options, {options.limits.connections, options.limits.connections_per_peer}} {}
+
+  int listen_unix(const std::string& path) { return keep(make_listener().open_unix(path)); }
+
+  int listen_tcp(const std::string& address, unsigned short port, const std::string& token) {
+    return keep(make_listener().open_tcp(address, port, token));
+  }
+
+  unsigned short port() const {
+    for (auto listener = listeners_.rbegin(); listener != listeners_.rend(); ++listener) {
+      if (listener->port() != 0) return listener->port();
+    }
+    return 0;
+  }
+
+  int start() {
+    work_.emplace(context_.get_executor());
+    for (auto& listener : listeners_) listener.start();
+    try {
+      while (threads_.size() < shared_.options.threads) threads_.emplace_back([this] { context_.run(); });
+    } catch (const std::system_error& e) {
+      ACE_ERROR((LM_ERROR, ACE_TEXT("Failed to start a thread of the HTTP server: %C\n"), e.what()));
+      close();
+      return -1;
+    }
+    return 0;
+  }
+
+  // The threads end by themselves when the last connection has ended.
+  void close() {
+    stop_to_listen();
+    shared_.table.close_all();
+    work_.reset();
+    for (auto& thread : threads_) thread.join();
+    threads_.clear();
+    listeners_.clear();
+  }
+
+ private:
+  http_server::Listener& make_listener() { return listeners_.emplace_back(context_, shared_); }
+
+  int keep(int result) {
+    const int error = errno;
+    if (result == -1) listeners_.pop_back();
+    errno = error;
+    return result;
+  }
+
+  // When it returns, no connection is being accepted and none will be.
+  void stop_to_listen() {
+    if (threads_.empty()) return;
+    std::latch closed(static_cast<std::ptrdiff_t>(listeners_.size()));
+    for (auto& listener : listeners_) {
+      net::post(listener.executor(), [&listener, &closed] {
+        listener.close();
+        closed.count_down();
+      });
+    }
+    closed.wait();
+  }
+
+  net::io_context context_;
+  http_server::Shared shared_;
+  std::list<http_server::Listener> listeners_;
+  std::optional<net::executor_work_guard<net::io_context::executor_type>> work_;
+  std::vector<std::thread> threads_;
+};
+
+HTTP_Server::HTTP_Server(HTTP_Service& service, const HTTP_Server_Options& options)
+    : impl_(std::make_unique<Impl>(service, options)) {}
+
+HTTP_Server::~HTTP_Server() { close(); }
+
+int HTTP_Server::listen_unix(const std::string& path) { return impl_->listen_unix(path); }
+
+int HTTP_Server::listen_tcp(const std::string& address, unsigned short port, const std::string& token) {
+  return impl_->listen_tcp(address, port, token);
+}
+
+unsigned short HTTP_Server::port() const { return impl_->port(); }
+
+int HTTP_Server::start() { return impl_->start(); }
+
+void HTTP_Server::close() { impl_->close(); }

@@ -1,0 +1,49 @@
+#pragma once
+
+#include <memory>
+#include <string>
+
+#include "http/http_server_options.h"
+#include "http/http_service.h"
+#include "kolt/export.h"
+
+/**
+ * Serves one path over HTTP/1.1 (POST) and WebSocket, on a unix socket, on a loopback address, or both.
+ *
+ * Who connects to the unix socket has been let in by its file mode, 0600; who connects by TCP shows a bearer token.
+ * Addresses other than loopback are refused: they need TLS, which this server does not speak yet.
+ *
+ * When all places are taken, the connection that has waited longest for a request gives its place to the new one.
+ *
+ * Life: any number of listen_*(), start(), close(); the destructor closes. The service outlives the server.
+ * Threads: the operations are called by one thread; the service is called by the server's own.
+ */
+class TESSARIN_API HTTP_Server {
+ public:
+  HTTP_Server(HTTP_Service& service, const HTTP_Server_Options& options);
+  ~HTTP_Server();
+  HTTP_Server(const HTTP_Server&) = delete;
+  HTTP_Server& operator=(const HTTP_Server&) = delete;
+
+  /// Makes the socket and its file, in place of a socket that stands there; close() removes it.
+  /// @retval -1  one line at LM_ERROR; errno tells why.
+  int listen_unix(const std::string& path);
+
+  /// @param address  numeric.   @param port  0 takes a free one.   @param token  what callers show; not empty.
+  /// @retval -1  one line at LM_ERROR; errno tells why (EACCES: no loopback address).
+  int listen_tcp(const std::string& address, unsigned short port, const std::string& token);
+
+  /// The port of the last listen_tcp(), 0 without one.
+  unsigned short port() const;
+
+  /// Starts to serve. @retval -1  a thread cannot be started; one line at LM_ERROR.
+  int start();
+
+  /// Stops to listen, ends all connections, joins the threads. When it returns, the service is not called any more.
+  /// Harmless when closed.
+  void close();
+
+ private:
+  class Impl;
+  std::unique_ptr<Impl> impl_;
+};
