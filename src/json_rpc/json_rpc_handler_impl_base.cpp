@@ -1,7 +1,7 @@
 #include "json_rpc/json_rpc_handler_impl_base.h"
 
-#include "ace/Log_Msg.h"
 #include "json_rpc/json_rpc_error_code.h"
+#include "kolt/check_macros.h"
 
 namespace {
 
@@ -47,9 +47,7 @@ int JSON_RPC_Handler_Impl_Base::handle_request_i(JSON_RPC_Channel* channel, JSON
 }
 
 int JSON_RPC_Handler_Impl_Base::handle_object_t(JSON_RPC_Channel_var channel_var, JSON_RPC_Object_var object) {
-  if (object.null()) {
-    ACE_ERROR_RETURN((LM_EMERGENCY, ACE_TEXT("Unexpected error in %N:%l, object is NULL:\n%?\n")), -1);
-  }
+  KOLT_RETURN_IF_NULL(object, -1);
   JSON_RPC_Channel* const channel = channel_var.get();
   switch (object->kind()) {
     case JSON_RPC_Object::REQUEST:

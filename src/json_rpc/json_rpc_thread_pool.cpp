@@ -33,3 +33,8 @@ int JSON_RPC_Thread_Pool::close() {
   pool_.reset();
   return 0;
 }
+
+int JSON_RPC_Thread_Pool::schedule(const ACE_Time_Value& abs_timeout, const Thread_Pool_Helper::function_type& f) {
+  KOLT_RETURN_IF_NULL(pool_, -1);
+  return pool_->schedule(abs_timeout, f);
+}

@@ -7,7 +7,7 @@ int JSON_RPC_Thread_Pool_Handler::handle(JSON_RPC_Channel_ptr channel_ptr, JSON_
   const JSON_RPC_Channel_var channel(channel_ptr);
   const auto work = [this, channel, object] { run(channel, object); };
   if (JSON_RPC_Thread_Pool::instance()->schedule(abs_timeout_, work) <= 0) {
-    ACE_ERROR((LM_ERROR, ACE_TEXT("Failed to schedule handling of JSON-RPC %C into thread pool queue.\n"),
+    ACE_ERROR((LM_ERROR, ACE_TEXT("Failed to schedule handling of JSON-RPC %s into thread pool queue.\n"),
                object.null() ? "(null)" : JSON_RPC_Object_Dump(*object, 0).c_str()));
   }
   return 0;
