@@ -61,19 +61,23 @@ bool read_content(const Value& value, T& dest) {
   return true;
 }
 
+inline bool read_content(const Value& value, Value& dest) {
+  dest = value;
+  return true;
+}
+
 /// From an rvalue the content is moved out, and null stays behind.
 template <Addressable T>
 bool read_content(Value&& value, T& dest) {
   if (value.type() != Content<T>::type) return false;
-  Value taken(std::move(value));
+  Value taken(std::exchange(value, Value()));
   dest = std::move(Content<T>::in(taken));
   return true;
 }
 
-template <typename V>
-  requires std::same_as<std::remove_cvref_t<V>, Value>
-bool read_content(V&& value, Value& dest) {
-  dest = std::forward<V>(value);
+inline bool read_content(Value&& value, Value& dest) {
+  Value taken(std::exchange(value, Value()));  // which dest may be a part of
+  dest = std::move(taken);
   return true;
 }
 

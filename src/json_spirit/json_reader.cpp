@@ -28,23 +28,25 @@ class Builder {
   bool on_document_begin(error_code&) { return true; }
   bool on_document_end(error_code&) { return true; }
 
-  bool on_object_begin(error_code&) { return open(&place().to_new_object(), nullptr); }
+  bool on_object_begin(error_code&) { return open(put(Object())); }
   bool on_object_end(std::size_t, error_code&) { return close(); }
-  bool on_array_begin(error_code&) { return open(nullptr, &place().to_new_array()); }
+  bool on_array_begin(error_code&) { return open(put(Array())); }
   bool on_array_end(std::size_t, error_code&) { return close(); }
 
   bool on_key_part(bj::string_view s, std::size_t, error_code&) { return append(s); }
   bool on_key(bj::string_view s, std::size_t, error_code&) {
-    append(s);
-    key_.swap(text_);
-    text_.clear();
+    if (text_.empty()) {
+      key_.assign(s.data(), s.size());
+    } else {
+      append(s);
+      key_.swap(text_);
+      text_.clear();
+    }
     return true;
   }
   bool on_string_part(bj::string_view s, std::size_t, error_code&) { return append(s); }
   bool on_string(bj::string_view s, std::size_t, error_code&) {
-    append(s);
-    place() = Value(std::move(text_));
-    text_.clear();
+    put(whole(s));
     return true;
   }
 
@@ -63,42 +65,73 @@ class Builder {
     return number(exact);
   }
 
-  bool on_bool(bool value, error_code&) { return put(value); }
-  bool on_null(error_code&) { return put(Value()); }
+  bool on_bool(bool value, error_code&) {
+    put(value);
+    return true;
+  }
+  bool on_null(error_code&) {
+    put(Null());
+    return true;
+  }
   bool on_comment_part(bj::string_view, error_code&) { return true; }
   bool on_comment(bj::string_view, error_code&) { return true; }
 
  private:
+  /// An open container. Its content is looked at, and so made, when the first element comes.
   struct Level {
-    Object* object;  // one of the two
-    Array* array;
+    explicit Level(Value& value) : container(&value) {}
+
+    void look() {
+      if (container->type() == array_type)
+        array = &container->get_array();
+      else
+        object = &container->get_obj();
+    }
+
+    Value* container;
+    Object* object = nullptr;
+    Array* array = nullptr;
   };
 
-  /// The null value that the next part of the text is to be put into.
-  Value& place() {
-    if (levels_.empty()) return root_;
-    const Level& level = levels_.back();
-    if (level.array) return level.array->emplace_back();
-    // Keys that come in order, as most writers write them, are put at the end without a search.
-    Value& value = level.object->try_emplace(level.object->end(), std::move(key_))->second;
-    value = Value();
+  /// Makes the next value of the document, in its place.
+  template <typename Content>
+  Value& put(Content&& content) {
+    if (levels_.empty()) return root_ = Value(std::forward<Content>(content));
+    Level& level = levels_.back();
+    if (!level.object && !level.array) level.look();
+    if (level.array) return level.array->emplace_back(std::forward<Content>(content));
+    return put(*level.object, std::forward<Content>(content));
+  }
+
+  /// Keys in ascending order go to the end without a search.
+  template <typename Content>
+  Value& put(Object& object, Content&& content) {
+    const std::size_t members = object.size();
+    Value& value = object.try_emplace(object.end(), key_, std::forward<Content>(content))->second;
+    if (object.size() == members) value = Value(std::forward<Content>(content));
     return value;
   }
 
-  bool put(Value value) {
-    place() = std::move(value);
-    return true;
-  }
-  bool number(Value value) {
+  template <typename Number>
+  bool number(Number value) {
     text_.clear();
-    return put(std::move(value));
+    put(value);
+    return true;
   }
   bool append(bj::string_view s) {
     text_.append(s.data(), s.size());
     return true;
   }
-  bool open(Object* object, Array* array) {
-    levels_.push_back({object, array});
+  /// The string that ends with @a s.
+  String_type whole(bj::string_view s) {
+    if (text_.empty()) return String_type(s.data(), s.size());
+    append(s);
+    String_type text(text_);  // not the buffer itself, which is longer
+    text_.clear();
+    return text;
+  }
+  bool open(Value& container) {
+    levels_.emplace_back(container);
     return true;
   }
   bool close() {
@@ -109,7 +142,7 @@ class Builder {
   Value& root_;
   std::vector<Level> levels_;
   String_type key_;
-  String_type text_;
+  String_type text_;  // of the string or number at hand, if it comes in parts
 };
 
 }  // namespace

@@ -60,14 +60,12 @@ Value::Value(Array&& array) : v_(std::move(array)) {}
 Value::Value(const Value& other) = default;
 Value::~Value() = default;
 
-Value::Value(Value&& other) noexcept : v_(std::move(other.v_)) { other.v_ = Null(); }
+Value::Value(Value&& other) noexcept = default;
 
 Value& Value::operator=(const Value& other) { return *this = Value(other); }
 
 Value& Value::operator=(Value&& other) noexcept {
-  // By way of a third value, since the other one may be a part of this one.
-  Variant taken(std::move(other.v_));
-  other.v_ = Null();
+  Variant taken(std::move(other.v_));  // the other one may be a part of this one
   v_ = std::move(taken);
   return *this;
 }

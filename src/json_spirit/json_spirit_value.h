@@ -38,7 +38,8 @@ class TESSARIN_API Type_Error : public std::runtime_error {
 /**
  * A JSON value: an object, an array, a string, a secret string, a boolean, an integer, a real or null.
  *
- * It owns all that it holds, and a copy is deep. A move is cheap, never throws, and leaves null behind.
+ * It owns all that it holds, and a copy is deep. A move is cheap and never throws; what it leaves behind is a value of
+ * the same kind, with nothing in it if it's a string or a container.
  * Integers are signed or unsigned 64-bit; both are of the kind int_type, and is_uint64() tells them apart.
  */
 class TESSARIN_API Value {

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <atomic>
+#include <memory>
 #include <utility>
 
 #include <boost/variant/recursive_wrapper_fwd.hpp>
@@ -15,18 +17,19 @@
  */
 namespace json_spirit {
 
+/// An empty container isn't made before somebody looks at it; half of all containers that a Kubernetes API server sends
+/// are empty. Looking counts as reading: many threads may do it at once. A box that was moved from is empty.
 template <typename T>
 class Variant_Box {
  public:
   typedef T type;
 
-  Variant_Box() : p_(new T()) {}
-  Variant_Box(const T& value) : p_(new T(value)) {}
-  Variant_Box(T&& value) : p_(new T(std::move(value))) {}
-  Variant_Box(const Variant_Box& other) : p_(new T(other.get())) {}
-  /// @a other is left without a container. It can be destroyed and assigned to, and makes an empty one when asked.
-  Variant_Box(Variant_Box&& other) noexcept : p_(std::exchange(other.p_, nullptr)) {}
-  ~Variant_Box() { delete p_; }
+  Variant_Box() noexcept : p_(nullptr) {}
+  Variant_Box(const T& value) : p_(value.empty() ? nullptr : new T(value)) {}
+  Variant_Box(T&& value) : p_(value.empty() ? nullptr : new T(std::move(value))) {}
+  Variant_Box(const Variant_Box& other) : p_(other.copy()) {}
+  Variant_Box(Variant_Box&& other) noexcept : p_(other.p_.exchange(nullptr, std::memory_order_relaxed)) {}
+  ~Variant_Box() { delete p_.load(std::memory_order_relaxed); }
 
   Variant_Box& operator=(const Variant_Box& other) { return *this = Variant_Box(other); }
   Variant_Box& operator=(const T& value) { return *this = Variant_Box(value); }
@@ -36,7 +39,9 @@ class Variant_Box {
     return *this;
   }
 
-  void swap(Variant_Box& other) noexcept { std::swap(p_, other.p_); }
+  void swap(Variant_Box& other) noexcept {
+    p_ = other.p_.exchange(p_.load(std::memory_order_relaxed), std::memory_order_relaxed);
+  }
 
   T& get() { return *get_pointer(); }
   const T& get() const { return *get_pointer(); }
@@ -44,13 +49,20 @@ class Variant_Box {
   const T* get_pointer() const { return made(); }
 
  private:
-  T* made() const {
-    if (!p_) [[unlikely]]
-      p_ = new T();
-    return p_;
+  T* copy() const {
+    const T* p = p_.load(std::memory_order_acquire);
+    return p && !p->empty() ? new T(*p) : nullptr;
   }
 
-  mutable T* p_;
+  T* made() const {
+    T* p = p_.load(std::memory_order_acquire);
+    if (p) [[likely]]
+      return p;
+    std::unique_ptr<T> empty(new T());
+    return p_.compare_exchange_strong(p, empty.get(), std::memory_order_acq_rel) ? empty.release() : p;
+  }
+
+  mutable std::atomic<T*> p_;
 };
 
 }  // namespace json_spirit
