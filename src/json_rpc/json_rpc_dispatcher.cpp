@@ -28,9 +28,9 @@ JSON_RPC_Dispatcher* JSON_RPC_Dispatcher::instance() { return Dispatcher_Singlet
 
 void JSON_RPC_Dispatcher::close_instance() { Dispatcher_Singleton::close(); }
 
-int JSON_RPC_Dispatcher::bind(const std::string& method, JSON_RPC_Handler* handler) {
+int JSON_RPC_Dispatcher::bind(const std::string& method, JSON_RPC_Handler* handler, const std::string& origin) {
   const std::lock_guard guard(lock_);
-  if (method.empty() || !handlers_.emplace(method, handler).second) {
+  if (method.empty() || !bindings_.emplace(method, Binding{handler, origin}).second) {
     ACE_ERROR_RETURN((LM_ERROR, ACE_TEXT("Failed to bind method '%C': %C.\n"), method.c_str(),
                       method.empty() ? "it has no name" : "it is bound already"),
                      -1);
@@ -40,14 +40,23 @@ int JSON_RPC_Dispatcher::bind(const std::string& method, JSON_RPC_Handler* handl
 
 void JSON_RPC_Dispatcher::unbind(const std::string& method) {
   const std::lock_guard guard(lock_);
-  handlers_.erase(method);
+  bindings_.erase(method);
 }
 
 std::vector<std::string> JSON_RPC_Dispatcher::methods() const {
   const std::shared_lock guard(lock_);
   std::vector<std::string> names;
-  for (const auto& [name, handler] : handlers_) names.push_back(name);
+  for (const auto& [name, binding] : bindings_) names.push_back(name);
   return names;
+}
+
+std::set<std::string> JSON_RPC_Dispatcher::origins() const {
+  const std::shared_lock guard(lock_);
+  std::set<std::string> origins;
+  for (const auto& [name, binding] : bindings_) {
+    if (!binding.origin.empty()) origins.insert(binding.origin);
+  }
+  return origins;
 }
 
 void JSON_RPC_Dispatcher::dispatch(const JSON_RPC_Channel_var& channel, const JSON_RPC_Object_var& message) const {
@@ -56,10 +65,10 @@ void JSON_RPC_Dispatcher::dispatch(const JSON_RPC_Channel_var& channel, const JS
     if (request.is_request()) channel->send_error(code, request.id(), text, json_spirit::Value::null);
   };
   const std::shared_lock guard(lock_);
-  const auto handler = handlers_.find(request.method());
-  if (handler == handlers_.end()) {
+  const auto binding = bindings_.find(request.method());
+  if (binding == bindings_.end()) {
     refuse(JSON_RPC_E_METHOD_NOT_FOUND, "Method not found.");
-  } else if (call(*handler->second, channel, message, request.method()) == -1) {
+  } else if (call(*binding->second.handler, channel, message, request.method()) == -1) {
     refuse(JSON_RPC_E_INTERNAL_ERROR, "Internal error.");  // the channel passes over a second answer
   }
 }

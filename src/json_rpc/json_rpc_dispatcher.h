@@ -1,6 +1,7 @@
 #pragma once
 
 #include <map>
+#include <set>
 #include <shared_mutex>
 #include <string>
 #include <vector>
@@ -19,8 +20,9 @@ class TESSARIN_API JSON_RPC_Dispatcher {
   static void close_instance();
 
   /// @param handler  borrowed until unbind().
+  /// @param origin   the plug-in that it comes from; empty: the program itself.
   /// @retval -1      the method is bound already, or its name is empty; one line at LM_ERROR.
-  int bind(const std::string& method, JSON_RPC_Handler* handler);
+  int bind(const std::string& method, JSON_RPC_Handler* handler, const std::string& origin = std::string());
 
   /// When it returns, no thread is in handle() of what was bound; a pooled handler may still have messages in the queue.
   /// A name that is not bound is passed over.
@@ -28,6 +30,8 @@ class TESSARIN_API JSON_RPC_Dispatcher {
 
   /// In byte order.
   std::vector<std::string> methods() const;
+  /// The plug-ins that methods come from, in byte order.
+  std::set<std::string> origins() const;
 
   /**
    * Has a message handled on the calling thread. A request that its handler fails or throws on, without having answered it,
@@ -38,6 +42,11 @@ class TESSARIN_API JSON_RPC_Dispatcher {
   void dispatch(const JSON_RPC_Channel_var& channel, const JSON_RPC_Object_var& message) const;
 
  private:
+  struct Binding {
+    JSON_RPC_Handler* handler;
+    std::string origin;
+  };
+
   mutable std::shared_mutex lock_;  // held shared while a handler is called
-  std::map<std::string, JSON_RPC_Handler*> handlers_;
+  std::map<std::string, Binding> bindings_;
 };

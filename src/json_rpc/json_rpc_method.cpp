@@ -55,7 +55,7 @@ int JSON_RPC_Method::init(int argc, ACE_TCHAR* argv[]) {
     fini();
     return -1;
   }
-  if (JSON_RPC_Dispatcher::instance()->bind(words.method, handler_) == -1) {
+  if (JSON_RPC_Dispatcher::instance()->bind(words.method, handler_, words.path) == -1) {
     handler_->fini();
     fini();
     return -1;
