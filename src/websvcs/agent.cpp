@@ -1,0 +1,108 @@
+#include "websvcs/agent.h"
+
+#include <signal.h>
+
+#include <cerrno>
+#include <new>
+#include <string>
+
+#include "ace/Log_Msg.h"
+#include "ace/Service_Config.h"
+#include "json_rpc/json_rpc_dispatcher.h"
+#include "json_rpc/json_rpc_thread_pool.h"
+#include "kolt/trusted_file.h"
+#include "task/task_manager.h"
+
+namespace {
+
+constexpr size_t pool_threads = 4;
+constexpr size_t pool_queue = 512;
+
+/// Nobody waits for the answer.
+class Own_Channel : public JSON_RPC_Channel {
+ public:
+  int send(JSON_RPC_Object_var) override { return 0; }
+};
+
+// Asks in the way of any requester: the agent knows the plug-in by its methods alone.
+void cancel_running_job() {
+  JSON_RPC_Request* const request = new JSON_RPC_Request;
+  const JSON_RPC_Object_var message(request);
+  request->method("k8s.cancel_job");
+  JSON_RPC_Dispatcher::instance()->dispatch(JSON_RPC_Channel_var(new Own_Channel), message);
+}
+
+}  // namespace
+
+int Agent::open() {
+  if (!is_trusted_file(options_.svc_conf)) return -1;
+  if (state_.open(options_.state_dir) == -1) return -1;
+  leftovers_.sweep();
+  if (!Task_Manager::instance()->open(state_.file("tasks.db"))) return -1;
+  if (JSON_RPC_Thread_Pool::instance()->open("json_rpc", pool_threads, pool_queue, 0, options_.answer_timeout) == -1) {
+    return -1;
+  }
+  if (bind_own_methods() == -1 || load_methods() == -1 || open_channel() == -1) return -1;
+  ACE_DEBUG((LM_INFO, ACE_TEXT("tessarin-agent %C is ready.\n"), TESSARIN_VERSION));
+  return 0;
+}
+
+int Agent::bind_own_methods() {
+  std::string host_uuid;
+  if (state_.host_uuid(host_uuid) == -1) return -1;
+  info_ = std::make_unique<Agent_Method>(Agent_Info{host_uuid, state_.path()});
+  tasks_ = std::make_unique<Agent_Method>(agent_tasks);
+  auto* const dispatcher = JSON_RPC_Dispatcher::instance();
+  return dispatcher->bind("agent.info", info_.get()) == -1 || dispatcher->bind("agent.tasks", tasks_.get()) == -1 ? -1 : 0;
+}
+
+// The debug flag of the configuration is ignored: it would change which priorities are logged.
+int Agent::load_methods() {
+  std::string words[] = {"tessarin-agent", "-f", options_.svc_conf};
+  ACE_TCHAR* argv[] = {words[0].data(), words[1].data(), words[2].data(), nullptr};
+  services_open_ = true;
+  const int failures = ACE_Service_Config::open(3, argv, ACE_DEFAULT_LOGGER_KEY, true, true, true);
+  if (failures == 0) return 0;
+  ACE_ERROR_RETURN((LM_ERROR, ACE_TEXT("Failed to load all services of '%C'.\n"), options_.svc_conf.c_str()), -1);
+}
+
+int Agent::open_channel() {
+  HTTP_Server_Options options;
+  options.path = channel_path;
+  options.limits.answer = std::chrono::seconds(JSON_RPC_Thread_Pool::instance()->expiry());
+  service_ = std::make_unique<JSON_RPC_Service>(*JSON_RPC_Dispatcher::instance(), JSON_RPC_Service::Options());
+  server_ = std::make_unique<HTTP_Server>(*service_, options);
+  if (server_->listen_unix(options_.socket) == -1) return -1;
+  ACE_DEBUG((LM_INFO, ACE_TEXT("Listening on '%C'.\n"), options_.socket.c_str()));
+  if (!options_.listen_address.empty()) {
+    std::string token;
+    if (state_.token(token) == -1) return -1;
+    if (server_->listen_tcp(options_.listen_address, options_.listen_port, token) == -1) return -1;
+    ACE_DEBUG((LM_INFO, ACE_TEXT("Listening on %C port %d, token in '%C'.\n"), options_.listen_address.c_str(),
+               static_cast<int>(server_->port()), state_.file("token").c_str()));
+  }
+  return server_->start();
+}
+
+void Agent::run() {
+  sigset_t signals;
+  sigemptyset(&signals);
+  for (const int signal : {SIGTERM, SIGINT, SIGHUP}) sigaddset(&signals, signal);
+  for (;;) {
+    const int signal = ::sigwaitinfo(&signals, nullptr);
+    if (signal == SIGTERM || signal == SIGINT) break;
+    if (signal == SIGHUP) ACE_DEBUG((LM_INFO, ACE_TEXT("SIGHUP: the configuration is read at start only.\n")));
+  }
+  ACE_DEBUG((LM_INFO, ACE_TEXT("tessarin-agent ends.\n")));
+}
+
+// The plug-in's code is in use until the last task, handler and queued request are gone.
+void Agent::close() {
+  server_.reset();
+  Task_Manager::instance()->close(cancel_running_job);
+  JSON_RPC_Thread_Pool::instance()->close();
+  Task_Manager::close_instance();
+  if (services_open_) ACE_Service_Config::close();
+  JSON_RPC_Dispatcher::close_instance();
+  JSON_RPC_Thread_Pool::close_instance();
+}
