@@ -94,6 +94,7 @@ TEST(Rm_All, RefusesPathsWithoutAName) {
                 ElementsAre("Failed to remove '" + std::string(path) + "': 1 left behind, the first is '" + path +
                             "': Invalid argument.\n"));
   }
+  Log_Capture log;
   EXPECT_FALSE(rm_all(nullptr));
 }
 
