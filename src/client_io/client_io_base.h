@@ -22,9 +22,9 @@ enum D2T_Access_Mode { D2T_Access_Auto = 0, D2T_Access_LAN_Base = 1, D2T_Access_
 /**
  * A client of one storage pool: named objects below one root, written once, read at any offset.
  *
- * Keys are relative names of components separated by '/': no empty component, none that is "." or "..", no NUL, each at
- * most 255 bytes and the key at most 1024. An operation on any other key fails with EINVAL. A component that begins with
- * ".unfinished-" is the drivers' own and is refused too.
+ * Keys are relative names of components separated by '/': no empty component, none that is "." or "..", no control
+ * characters, each at most 255 bytes and the key at most 1024. A component that begins with ".unfinished-" is the drivers'
+ * own. An operation on any other key fails with EINVAL.
  *
  * Errors: an operation that fails gives null, false or -1 with errno set, and has logged one line at LM_ERROR with the
  * operation, the key and the reason; callers pass it on silently. Not logged are ENOENT of open() and ECANCELED: whether
@@ -131,6 +131,7 @@ class TESSARIN_API Client_IO_Base {
   /**
    * Removes what writers of processes that died have left below @a prefix, and directories that hold nothing.
    * Objects and the writers of living processes are not touched.
+   * @param prefix  ends in '/', or is empty for all.
    */
   [[nodiscard]] virtual bool sweep(const std::string& prefix) = 0;
 

@@ -13,7 +13,7 @@ struct Pool_Info;
  *
  * Nothing is made or opened in the pool yet, so a pool that cannot be reached shows at the first operation.
  *
- * @param uri_path  a key as of Client_IO_Base, or such a key behind a '/' (where its first part is empty).
+ * @param uri_path  empty, or a key as of Client_IO_Base; '/' before and behind it does not count.
  * @return empty on failure, after one line at LM_ERROR: a URL scheme or a cipher that is not supported, a URL without a
  *   directory, a path that is no key, or no memory (errno ENOMEM). For all but the last errno is EINVAL or ENOTSUP.
  */

@@ -1,0 +1,57 @@
+#include "client_io/client_io_factory.h"
+
+#include <cerrno>
+#include <new>
+#include <string_view>
+
+#include "ace/Log_Msg.h"
+#include "client_io/file_client_io.h"
+#include "client_io/object_key.h"
+#include "client_io/rate_limited_client_io.h"
+#include "kolt/pool_info.h"
+#include "kolt/printable.h"
+
+namespace {
+
+constexpr std::string_view file_scheme = "file://";
+
+std::shared_ptr<Client_IO_Base> refuse(const char* what, std::string_view value, int error) {
+  ACE_ERROR((LM_ERROR, ACE_TEXT("%C: \"%C\".\n"), what, printable(value).c_str()));
+  errno = error;
+  return nullptr;
+}
+
+std::string_view strip(std::string_view path) {
+  while (path.starts_with('/')) path.remove_prefix(1);
+  while (path.ends_with('/')) path.remove_suffix(1);
+  return path;
+}
+
+bool has_rate_limits(const Rate_Limits& limits) {
+  return !limits.dest_rate_limits.empty() || !limits.src_rate_limits.empty();
+}
+
+std::unique_ptr<Client_IO_Base> make_file_client(const std::string& root, const Client_IO_Base::Options& options) {
+  std::unique_ptr<Client_IO_Base> client(new (std::nothrow) File_Client_IO(root, options));
+  if (client && has_rate_limits(options.rate_limits))
+    client.reset(new (std::nothrow) Rate_Limited_Client_IO(std::move(client), options.rate_limits));
+  if (!client) errno = ENOMEM;
+  return client;
+}
+
+}  // namespace
+
+std::shared_ptr<Client_IO_Base> make_client_io(const Pool_Info& pool, const std::string& uri_path,
+                                               const Client_IO_Base::Options& options) {
+  const std::string_view url = pool.url;
+  // A pool's URL may carry a password; the part before "://" is all that is shown.
+  const std::string_view scheme = url.substr(0, url.find("://"));
+  if (!url.starts_with(file_scheme)) return refuse("Storage pools of this kind are not supported", scheme, ENOTSUP);
+  if (pool.cipher != ENCRYPT_NONE)
+    return refuse("Encrypted storage pools are not supported, cipher", std::to_string(pool.cipher), ENOTSUP);
+  const std::string_view directory = url.substr(file_scheme.size());
+  if (!directory.starts_with('/')) return refuse("The storage pool's URL has no absolute directory", url, EINVAL);
+  const std::string_view path = strip(uri_path);
+  if (!path.empty() && !client_io::is_key(path)) return refuse("The path in the storage pool is not allowed", uri_path, EINVAL);
+  return make_file_client("/" + std::string(strip(directory)) + "/" + std::string(path), options);
+}

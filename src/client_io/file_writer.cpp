@@ -1,0 +1,156 @@
+#include "client_io/file_writer.h"
+
+#include <fcntl.h>
+#include <stdio.h>
+#include <sys/file.h>
+#include <sys/random.h>
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <cerrno>
+
+#include "client_io/file_tree.h"
+#include "client_io/object_key.h"
+
+namespace client_io {
+
+namespace {
+
+constexpr mode_t file_mode = 0600;
+constexpr uint64_t writeback_step = uint64_t(8) << 20;
+
+std::string random_name() {
+  unsigned char bytes[12];
+  if (getrandom(bytes, sizeof bytes, 0) != static_cast<ssize_t>(sizeof bytes)) return {};
+  std::string name(unfinished_mark);
+  for (const unsigned char byte : bytes) name += "0123456789abcdefghijklmnopqrstuv"[byte % 32];
+  return name;
+}
+
+// Gives the file its name unless one is there. Filesystems that do not know how to rename so can still link so.
+int rename_new(int dir, const char* from, const char* to) {
+  if (renameat2(dir, from, dir, to, RENAME_NOREPLACE) == 0) return 0;
+  if (errno != EINVAL && errno != ENOSYS) return -1;
+  if (linkat(dir, from, dir, to, 0) != 0) return -1;
+  return unlinkat(dir, from, 0);
+}
+
+}  // namespace
+
+File_Writer::~File_Writer() { discard(); }
+
+bool File_Writer::begin() {
+  // A directory made or found here may be swept as empty before the file is in it; then once more from the start.
+  for (int attempt = 0; attempt < 100; ++attempt) {
+    const Posix_Fd root = open_root(settings_.root, true);
+    if (!root) return false;
+    directory_ = open_directory(root.get(), directory_part(settings_.key), true);
+    if (directory_ && make_unfinished()) return true;
+    discard();
+    if (errno != ENOENT) return false;
+  }
+  return false;
+}
+
+// The lock says that the writer lives. A sweep that was quicker has unlinked the file, which its link count shows.
+bool File_Writer::make_unfinished() {
+  const std::string name = random_name();
+  if (name.empty()) return false;
+  file_.reset(openat(directory_.get(), name.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, file_mode));
+  if (!file_) return false;
+  unfinished_ = name;
+  flock(file_.get(), LOCK_EX);  // where locks do not work nothing is ever swept, see File_Client_IO::sweep()
+  struct stat st;
+  if (fstat(file_.get(), &st) != 0) return false;
+  if (st.st_nlink > 0) return true;
+  errno = ENOENT;
+  return false;
+}
+
+bool File_Writer::write(const void* data, size_t n) {
+  if (error_ != 0 || !file_) {
+    errno = error_ != 0 ? error_ : EINVAL;
+    return false;
+  }
+  if (!put(static_cast<const char*>(data), n)) return fail("write");
+  start_writeback();
+  return true;
+}
+
+bool File_Writer::put(const char* data, size_t n) {
+  while (n > 0) {
+    if (*settings_.canceled) {
+      errno = ECANCELED;
+      return false;
+    }
+    const ssize_t put = ::write(file_.get(), data, n);
+    if (put < 0 && errno == EINTR) continue;
+    if (put == 0) errno = EIO;
+    if (put <= 0) return false;
+    data += put;
+    n -= static_cast<size_t>(put);
+    size_ += static_cast<uint64_t>(put);
+  }
+  return true;
+}
+
+// Lets the disk work while more comes, so that the sync at the end has little left to do.
+void File_Writer::start_writeback() {
+  if (!settings_.flush || size_ - writeback_ < writeback_step) return;
+  sync_file_range(file_.get(), static_cast<off64_t>(writeback_), static_cast<off64_t>(size_ - writeback_),
+                  SYNC_FILE_RANGE_WRITE);  // only a hint: a failure comes back from fsync
+  writeback_ = size_;
+}
+
+bool File_Writer::commit() {
+  if (error_ != 0 || !file_) {
+    errno = error_ != 0 ? error_ : EINVAL;
+    return false;
+  }
+  if (*settings_.canceled) {
+    errno = ECANCELED;
+    return fail("commit");
+  }
+  if (!sync_and_close() || !publish()) return fail("commit");
+  return true;
+}
+
+// Closed before it gets its name: some filesystems tell of a failed write only here.
+bool File_Writer::sync_and_close() {
+  if (settings_.flush && fsync(file_.get()) != 0) return false;
+  return ::close(file_.release()) == 0;
+}
+
+bool File_Writer::publish() {
+  const std::string name(last_part(settings_.key));
+  const int renamed = settings_.overwrite
+                          ? renameat(directory_.get(), unfinished_.c_str(), directory_.get(), name.c_str())
+                          : rename_new(directory_.get(), unfinished_.c_str(), name.c_str());
+  if (renamed != 0) return false;
+  unfinished_ = name;  // until it is durable it is taken back on failure
+  if (settings_.flush && fsync(directory_.get()) != 0) return false;
+  committed_ = true;
+  return true;
+}
+
+bool File_Writer::fail(const char* operation) {
+  error_ = errno;
+  if (error_ != ECANCELED) log_failure(operation, settings_.key, settings_.root);
+  discard();
+  errno = error_;
+  return false;
+}
+
+// Also where there is no file yet: directories may have been made for it.
+void File_Writer::discard() {
+  if (committed_) return;
+  const int error = errno;
+  if (!unfinished_.empty()) unlinkat(directory_.get(), unfinished_.c_str(), 0);
+  unfinished_.clear();
+  file_.reset();
+  if (const Posix_Fd root = open_root(settings_.root, false))
+    prune_directories(root.get(), directory_part(settings_.key));
+  errno = error;
+}
+
+}  // namespace client_io

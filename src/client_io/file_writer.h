@@ -1,0 +1,52 @@
+#pragma once
+
+#include <atomic>
+#include <memory>
+#include <string>
+
+#include "client_io/client_io_base.h"
+#include "kolt/posix_fd.h"
+
+namespace client_io {
+
+/// The writer of the "file://" driver; the contract is that of Client_IO_Base::Writer.
+class File_Writer : public Client_IO_Base::Writer {
+ public:
+  struct Settings {
+    std::string root;
+    std::string key;
+    bool overwrite;
+    bool flush;
+    const std::atomic<bool>* canceled;
+  };
+
+  explicit File_Writer(Settings settings) : settings_(std::move(settings)) {}
+  ~File_Writer() override;
+
+  /// Makes the directories and the unfinished file. False with errno, not logged.
+  bool begin();
+
+  bool write(const void* data, size_t n) override;
+  bool commit() override;
+  uint64_t size() const override { return size_; }
+
+ private:
+  bool make_unfinished();
+  bool put(const char* data, size_t n);
+  void start_writeback();
+  bool sync_and_close();
+  bool publish();
+  bool fail(const char* operation);
+  void discard();
+
+  const Settings settings_;
+  Posix_Fd directory_;
+  Posix_Fd file_;
+  std::string unfinished_;  // name in directory_; empty when there is none
+  bool committed_ = false;
+  uint64_t size_ = 0;
+  uint64_t writeback_ = 0;  // up to here the kernel was told to start writing
+  int error_ = 0;           // the first failure
+};
+
+}  // namespace client_io

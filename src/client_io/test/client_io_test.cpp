@@ -1,0 +1,109 @@
+#include <cerrno>
+
+#include "client_io/client_io_factory.h"
+#include "client_io/util.h"
+#include "kolt/pool_info.h"
+#include "support/log_capture.h"
+#include "support/temp_dir.h"
+
+namespace {
+
+using test_support::Log_Capture;
+
+TEST(Client_IO_Options, HaveTheDefaultsOfTheClient) {
+  const Client_IO_Base::Options options;
+  EXPECT_FALSE(options.overwrite);
+  EXPECT_EQ(options.socket_timeout_seconds, 60);
+  EXPECT_EQ(options.max_seconds_retry, 600u);
+  EXPECT_EQ(options.resumption_buffer_size, 10485760u);
+  EXPECT_EQ(options.compression_method, COMPR_NONE);
+  EXPECT_EQ(options.encryption_algorithm, ENCRYPT_NONE);
+  EXPECT_FALSE(options.server_side_dedup);
+  EXPECT_EQ(options.d2t_access_mode, D2T_Access_Auto);
+  EXPECT_TRUE(options.extra_options.empty());
+}
+
+TEST(Client_IO_Util, TheAccessKeyTravelsAsAHeaderAndNotAsTheField) {
+  Client_IO_Base::Options options;
+  set_access_key_to_options(options, "secret");
+  EXPECT_EQ(options.extra_options, (Client_IO_Base::Options::extra_options_type{{"X-Access-Key", "secret"}}));
+  EXPECT_EQ(options.access_key, "");
+}
+
+TEST(Client_IO_Util, ASecondValueReplacesTheFirst) {
+  Client_IO_Base::Options options;
+  set_http_head_to_options(options, 49, "one");
+  set_http_head_to_options(options, 49, "two");
+  EXPECT_EQ(options.extra_options.at("X-Access-Key"), "two");
+}
+
+TEST(Client_IO_Util, AHeaderNumberWithoutANameDoesNothing) {
+  Client_IO_Base::Options options;
+  set_http_head_to_options(options, 100000, "value");
+  EXPECT_TRUE(options.extra_options.empty());
+}
+
+class Make_Client : public ::testing::Test {
+ protected:
+  std::shared_ptr<Client_IO_Base> make(const std::string& url, const std::string& path = "host/resource") {
+    pool_.url = url;
+    return make_client_io(pool_, path, Client_IO_Base::Options());
+  }
+  // Refused with one line.
+  void expect_refused(const std::string& url, const std::string& path, int error, const std::string& text) {
+    Log_Capture log;
+    EXPECT_EQ(make(url, path), nullptr) << url;
+    EXPECT_EQ(errno, error);
+    EXPECT_EQ(log.lines().size(), 1u) << log.all();
+    EXPECT_TRUE(log.has(LM_ERROR, text)) << log.all();
+  }
+
+  const test_support::Temp_Dir dir_;
+  Pool_Info pool_;
+};
+
+TEST_F(Make_Client, AFilePoolIsRootedAtItsPath) {
+  const auto client = make("file://" + dir_.path());
+  ASSERT_TRUE(client);
+  const auto writer = client->create("object");
+  ASSERT_TRUE(writer && writer->write("x", 1) && writer->commit());
+  EXPECT_EQ(test_support::read_file(dir_ / "host/resource/object"), "x");
+}
+
+TEST_F(Make_Client, APathThatBeginsWithTheSeparatorIsTakenWithoutIt) {
+  const auto client = make("file://" + dir_.path() + "/", "/resource");
+  ASSERT_TRUE(client);
+  const auto writer = client->create("object");
+  ASSERT_TRUE(writer && writer->write("x", 1) && writer->commit());
+  EXPECT_EQ(test_support::read_file(dir_ / "resource/object"), "x");
+}
+
+TEST_F(Make_Client, NothingIsMadeInThePoolBeforeTheFirstObject) {
+  ASSERT_TRUE(make("file://" + (dir_ / "pool")));
+  EXPECT_FALSE(std::filesystem::exists(dir_ / "pool"));
+}
+
+TEST_F(Make_Client, OtherSchemesAreRefusedByName) {
+  for (const char* scheme : {"dedup", "dedups", "ws", "wss", "s3", "FILE", "nfs"})
+    expect_refused(std::string(scheme) + "://user:password@host/x", "a/b", ENOTSUP,
+                   "Storage pools of this kind are not supported: \"" + std::string(scheme) + "\".\n");
+}
+
+TEST_F(Make_Client, AUrlThatIsNoneIsRefused) {
+  expect_refused("", "a/b", ENOTSUP, "Storage pools of this kind are not supported: \"\".\n");
+  expect_refused("file://", "a/b", EINVAL, "The storage pool's URL has no absolute directory: \"file://\".\n");
+  expect_refused("file://host/x", "a/b", EINVAL, "The storage pool's URL has no absolute directory: \"file://host/x\".\n");
+}
+
+TEST_F(Make_Client, APathOutOfThePoolIsRefused) {
+  expect_refused("file://" + dir_.path(), "a/../b", EINVAL, "The path in the storage pool is not allowed: \"a/../b\".\n");
+}
+
+TEST_F(Make_Client, APoolWithACipherIsRefused) {
+  pool_.cipher = ENCRYPT_AES_128_CBC;
+  expect_refused("file://" + dir_.path(), "a/b", ENOTSUP, "Encrypted storage pools are not supported, cipher: \"1\".\n");
+  pool_.cipher = ENCRYPT_UNKNOWN;
+  expect_refused("file://" + dir_.path(), "a/b", ENOTSUP, "Encrypted storage pools are not supported, cipher: \"-1\".\n");
+}
+
+}  // namespace

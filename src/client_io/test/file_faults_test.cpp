@@ -1,0 +1,115 @@
+#include <cerrno>
+#include <cstring>
+
+#include "client_io/file_client_io.h"
+#include "client_io/test/posix_faults.h"
+#include "support/log_capture.h"
+#include "support/temp_dir.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+
+class File_Faults : public ::testing::Test {
+ protected:
+  bool store(const std::string& key) {
+    const auto writer = client_.create(key);
+    return writer && writer->write("bytes", 5) && writer->commit();
+  }
+  bool is_empty() { return !fs::exists(root_) || fs::is_empty(root_); }
+
+  // Fails each call in turn; whatever fails, one line tells it and nothing stays.
+  void expect_clean_failures(posix_faults::Call call, int error, int least) {
+    int failures = 0;
+    for (int nth = 0;; ++nth) {
+      test_support::Log_Capture log;
+      posix_faults::fail(call, nth, error);
+      const bool stored = store("a/b/object");
+      const int found = errno;
+      const bool struck = posix_faults::stop();
+      if (!struck) {
+        EXPECT_TRUE(stored);
+        EXPECT_GE(failures, least);
+        return;
+      }
+      if (stored) {  // not every close is of the object
+        EXPECT_TRUE(client_.remove("a/b/object"));
+        continue;
+      }
+      ++failures;
+      EXPECT_EQ(found, error);
+      ASSERT_EQ(log.lines().size(), 1u) << log.all();
+      EXPECT_TRUE(log.has_containing(LM_ERROR, "object \"a/b/object\" in \"" + root_ + "\": " + strerror(error) + ".\n")) << log.all();
+      EXPECT_TRUE(is_empty()) << "call " << nth;
+    }
+  }
+
+  const test_support::Temp_Dir dir_;
+  const std::string root_ = dir_ / "pool";
+  File_Client_IO client_{root_, Client_IO_Base::Options()};
+};
+
+TEST_F(File_Faults, AFailedWriteLeavesNothing) { expect_clean_failures(posix_faults::WRITE, ENOSPC, 1); }
+// Of two directories, their parents' and at the end the file's and its directory's.
+TEST_F(File_Faults, AFailedSyncLeavesNothing) { expect_clean_failures(posix_faults::FSYNC, EIO, 4); }
+TEST_F(File_Faults, AFailureAtCloseLeavesNothing) { expect_clean_failures(posix_faults::CLOSE, EDQUOT, 1); }
+TEST_F(File_Faults, AFailedRenameLeavesNothing) { expect_clean_failures(posix_faults::RENAME, EIO, 1); }
+
+TEST_F(File_Faults, AFilesystemWithoutExclusiveRenameLinks) {
+  posix_faults::fail(posix_faults::RENAME, 0, EINVAL);
+  EXPECT_TRUE(store("object"));
+  EXPECT_TRUE(posix_faults::stop());
+  EXPECT_EQ(test_support::read_file(root_ + "/object"), "bytes");
+  EXPECT_EQ(std::distance(fs::directory_iterator(root_), fs::directory_iterator()), 1);
+  test_support::Log_Capture log;
+  posix_faults::fail(posix_faults::RENAME, 0, EINVAL);
+  EXPECT_FALSE(store("object"));
+  EXPECT_EQ(errno, EEXIST);
+  posix_faults::stop();
+}
+
+TEST_F(File_Faults, ACallThatWasInterruptedIsMadeAgain) {
+  posix_faults::fail(posix_faults::WRITE, 0, EINTR);
+  EXPECT_TRUE(store("object"));
+  EXPECT_TRUE(posix_faults::stop());
+}
+
+TEST_F(File_Faults, AfterAFailedWriteTheWriterStaysFailedAndQuiet) {
+  const auto writer = client_.create("object");
+  ASSERT_TRUE(writer);
+  test_support::Log_Capture log;
+  posix_faults::fail(posix_faults::WRITE, 0, ENOSPC);
+  EXPECT_FALSE(writer->write("bytes", 5));
+  posix_faults::stop();
+  EXPECT_FALSE(writer->write("bytes", 5));
+  EXPECT_EQ(errno, ENOSPC);
+  EXPECT_FALSE(writer->commit());
+  EXPECT_EQ(errno, ENOSPC);
+  EXPECT_EQ(log.lines().size(), 1u);
+}
+
+TEST_F(File_Faults, AFailedReadIsToldWithItsReason) {
+  ASSERT_TRUE(store("object"));
+  const auto reader = client_.open("object");
+  test_support::Log_Capture log;
+  posix_faults::fail(posix_faults::PREAD, 0, EIO);
+  char bytes[5];
+  EXPECT_EQ(reader->read(0, bytes, 5), -1);
+  EXPECT_EQ(errno, EIO);
+  posix_faults::stop();
+  EXPECT_TRUE(log.has(LM_ERROR, "Failed to read object \"object\" in \"" + root_ + "\": Input/output error.\n")) << log.all();
+}
+
+TEST_F(File_Faults, WithoutFlushNothingIsSyncedAtTheCommit) {
+  Client_IO_Base::Options options;
+  options.flush_after_write = false;
+  File_Client_IO client(root_, options);
+  ASSERT_TRUE(store("other"));  // the root is there
+  posix_faults::count(posix_faults::FSYNC);
+  const auto writer = client.create("object");
+  EXPECT_TRUE(writer && writer->write("x", 1) && writer->commit());
+  EXPECT_EQ(posix_faults::calls(), 0);
+  posix_faults::stop();
+}
+
+}  // namespace

@@ -1,0 +1,73 @@
+#include "client_io/test/posix_faults.h"
+
+#include <errno.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include <atomic>
+
+namespace {
+
+std::atomic<int> planned{posix_faults::CALLS};
+std::atomic<int> left{0};
+std::atomic<int> made{0};
+std::atomic<int> planned_error{0};
+std::atomic<bool> struck{false};
+
+bool strikes(posix_faults::Call call) {
+  if (planned != call) return false;
+  ++made;
+  if (left-- != 0) return false;
+  struck = true;
+  errno = planned_error;
+  return true;
+}
+
+}  // namespace
+
+namespace posix_faults {
+
+void fail(Call call, int nth, int error) {
+  made = 0;
+  struck = false;
+  left = nth;
+  planned_error = error;
+  planned = call;
+}
+
+bool stop() {
+  planned = CALLS;
+  return struck;
+}
+
+void count(Call call) { fail(call, -1, 0); }
+int calls() { return made; }
+
+}  // namespace posix_faults
+
+extern "C" {
+
+ssize_t write(int fd, const void* data, size_t n) {
+  return strikes(posix_faults::WRITE) ? -1 : syscall(SYS_write, fd, data, n);
+}
+
+int fsync(int fd) { return strikes(posix_faults::FSYNC) ? -1 : static_cast<int>(syscall(SYS_fsync, fd)); }
+
+// As the kernel does it: the descriptor is closed also when the call fails.
+int close(int fd) {
+  const bool fails = strikes(posix_faults::CLOSE);
+  const int error = errno;
+  const int closed = static_cast<int>(syscall(SYS_close, fd));
+  if (fails) errno = error;
+  return fails ? -1 : closed;
+}
+
+int renameat2(int old_dir, const char* old_name, int new_dir, const char* new_name, unsigned flags) noexcept {
+  if (strikes(posix_faults::RENAME)) return -1;
+  return static_cast<int>(syscall(SYS_renameat2, old_dir, old_name, new_dir, new_name, flags));
+}
+
+ssize_t pread(int fd, void* to, size_t n, off_t offset) {
+  return strikes(posix_faults::PREAD) ? -1 : syscall(SYS_pread64, fd, to, n, offset);
+}
+}

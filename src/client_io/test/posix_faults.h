@@ -1,0 +1,16 @@
+#pragma once
+
+// Makes chosen calls of the C library fail in this test program, by standing in their place.
+namespace posix_faults {
+
+enum Call { WRITE, FSYNC, CLOSE, RENAME, PREAD, CALLS };
+
+/// From now on the @a nth call (from 0) of @a call fails with @a error. One plan at a time.
+void fail(Call call, int nth, int error);
+/// All calls work again. Whether the planned failure came up.
+bool stop();
+/// How often @a call was made since fail() or count() was called last.
+void count(Call call);
+int calls();
+
+}  // namespace posix_faults
