@@ -62,21 +62,26 @@ class TESSARIN_API Frame_Workers {
     size_t quota() const;
 
    private:
+    friend class Frame_Workers;
     Frame_Workers& workers_;
     size_t held_ = 0;  // guarded by workers_.lock_
   };
 
-  /// Runs @a job on one of the threads, in the order of the calls; @a job may change the codec's spare buffer.
-  /// Jobs never wait for other jobs.
-  void submit(std::function<void(Frame_Codec&)> job);
+  /// Work on frames, with the codec of the thread that does it. It never waits for other work.
+  typedef std::function<void(Frame_Codec&)> Job;
+  /// Runs @a job on one of the threads, in the order of the calls, but an @a urgent one before all that wait.
+  void submit(Job job, bool urgent);
 
-  size_t threads() const { return threads_.size(); }
+  /// The task that the threads work for; null outside a task.
+  Task_Context* context() const { return context_; }
 
  private:
   friend class Share;
   void run();
-  size_t quota() const;  // with lock_ held
-  Frame_Buffer get_buffer(Share& share, std::unique_lock<std::mutex>& guard);
+  // With lock_ held:
+  size_t quota() const;
+  bool may_take(const Share& share) const;
+  Frame_Buffer get_buffer(Share& share);
 
   const size_t thread_count_;
   const size_t buffer_count_;
@@ -86,11 +91,11 @@ class TESSARIN_API Frame_Workers {
   mutable std::mutex lock_;
   std::condition_variable job_came_;
   std::condition_variable buffer_came_;
-  std::deque<std::function<void(Frame_Codec&)>> jobs_;  // guarded by lock_
-  std::vector<Frame_Buffer> spare_;                     // guarded by lock_
-  size_t taken_ = 0;                                    // guarded by lock_
-  size_t shares_ = 0;                                   // guarded by lock_
-  bool closing_ = false;                                // guarded by lock_
+  std::deque<Job> jobs_;           // guarded by lock_
+  std::vector<Frame_Buffer> spare_;  // guarded by lock_
+  size_t taken_ = 0;               // guarded by lock_
+  size_t shares_ = 0;              // guarded by lock_
+  bool closing_ = false;           // guarded by lock_
 };
 
 }  // namespace MTF_BACKUP

@@ -10,6 +10,8 @@
 
 namespace MTF_BACKUP {
 
+class Frame_Cache;
+
 /// Bytes of a frame that lie in memory; they stay there as long as the view lives. Cheap to copy.
 class Frame_View {
  public:
@@ -57,7 +59,9 @@ class TESSARIN_API Medium_Reader : public MTF::Byte_Source {
   [[nodiscard]] bool view(uint64_t offset, size_t n, Frame_View& view);
 
  private:
-  std::unique_ptr<class Frame_Cache> cache_;
+  const uint64_t medium_size_;
+  const uint64_t index_size_;
+  std::unique_ptr<Frame_Cache> cache_;
 };
 
 }  // namespace MTF_BACKUP

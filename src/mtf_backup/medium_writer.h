@@ -1,10 +1,6 @@
 #pragma once
 
-#include <condition_variable>
-#include <deque>
 #include <memory>
-#include <mutex>
-#include <thread>
 #include <vector>
 
 #include "client_io/client_io_base.h"
@@ -14,8 +10,6 @@
 #include "mtf_backup/medium.h"
 
 namespace MTF_BACKUP {
-
-class Frame_Output;
 
 /**
  * Writes the byte stream of one channel into the pool: the medium, cut into frames, and its index.
@@ -57,14 +51,15 @@ class TESSARIN_API Medium_Writer : public MTF::Byte_Sink {
   uint64_t stored_size() const;
 
  private:
-  bool hand_over();
+  struct State;
+  bool failed() const;
+  void hand_over();
 
   Client_IO_Base& storage_;
   const Medium_Id id_;
   const int level_;
   Frame_Workers& workers_;
-  std::unique_ptr<Frame_Workers::Share> share_;
-  std::unique_ptr<Frame_Output> output_;
+  std::unique_ptr<State> state_;
   Frame_Buffer current_;
   size_t filled_ = 0;
   uint64_t offset_ = 0;

@@ -19,12 +19,10 @@ struct TESSARIN_API Set_Id {
 
   /// The key of the set's directory: "<name, encoded>/<seq, 10 digits>.<incarnation>".
   std::string dir() const;
-  /// Reads a key of that form. False where it is none; the id is then unchanged.
-  [[nodiscard]] bool from_dir(const std::string& dir);
 };
 
-/// All bytes but letters, digits and "_-." as %XX, and a '.' in the first place too; names longer than a key's component
-/// may be end in '%' and their hash.
+/// A name as one component of a key: all bytes but letters, digits and "_-." as %XX, and a '.' in the first place too. What
+/// then has more than 255 bytes is cut to 222 and ends in '%' and the XXH3-128 of the name.
 TESSARIN_API std::string encode_name(const std::string& name);
 
 /**
@@ -57,7 +55,8 @@ class TESSARIN_API Set_Store {
   [[nodiscard]] bool begin(const std::string& name, uint32_t seq, Set_Id& id);
 
   /**
-   * Writes the commit record, which makes the set. All objects it names are durable by then.
+   * Writes the commit record, with the name and the numbers of @a id, which makes the set. All objects it names are finished
+   * by then; one that is missing or has another size is a failure.
    * @retval false  the set does not exist; errno EEXIST when a set of this id does.
    */
   [[nodiscard]] bool commit(const Set_Id& id, const Commit_Record& record);

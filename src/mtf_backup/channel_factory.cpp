@@ -1,0 +1,37 @@
+#include "mtf_backup/channel_factory.h"
+
+#include <cerrno>
+#include <new>
+
+#include "client_io/client_io_factory.h"
+#include "kolt/pool_info.h"
+
+namespace MTF_BACKUP {
+
+namespace {
+
+class Pool_Channel_Factory : public Channel_Factory {
+ public:
+  Pool_Channel_Factory(const Pool_Info& pool, const std::string& uri_path, const Client_IO_Base::Options& options)
+      : pool_(pool), uri_path_(uri_path), options_(options) {}
+
+  std::shared_ptr<Client_IO_Base> storage() override { return make_client_io(pool_, uri_path_, options_); }
+  const Client_IO_Base::Options& options() const override { return options_; }
+
+ private:
+  const Pool_Info pool_;
+  const std::string uri_path_;
+  const Client_IO_Base::Options options_;
+};
+
+}  // namespace
+
+Channel_Factory_var make_channel_factory(const Pool_Info& pool, const std::string& uri_path,
+                                         const Client_IO_Base::Options& options) {
+  if (!make_client_io(pool, uri_path, options)) return nullptr;  // tells what is wrong with the pool
+  Channel_Factory_var factory(new (std::nothrow) Pool_Channel_Factory(pool, uri_path, options));
+  if (!factory) errno = ENOMEM;
+  return factory;
+}
+
+}  // namespace MTF_BACKUP
