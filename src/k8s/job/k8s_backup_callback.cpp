@@ -26,7 +26,9 @@ MTF::Error_Code K8S_File_Reader_CB::read(MTF::Buffer& buf) {
   return MTF::E_OK;
 }
 
-MTF::Error_Code K8S_File_Reader_CB::close() { return MTF::E_OK; }
+MTF::Error_Code K8S_File_Reader_CB::close() {
+  return MTF::E_OK;
+}
 
 bool K8S_Backup_Callback::lstat(const char* path, MTF::Callback_Stat& st) {
   ACE_stat found;

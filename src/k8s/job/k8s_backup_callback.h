@@ -15,7 +15,8 @@ class K8S_File_Reader_CB : public MTF::IFile_Reader {
   bool is_open() const override { return is_open_; }
   /// The end of the file is E_FAILED too, with errno 0.
   MTF::Error_Code read(MTF::Buffer& buf) override;
-  /// Always E_OK and nothing else: the file is closed by the next open() or with the reader, and is_open() stays as it was.
+  /// Always E_OK and nothing else: the file is closed by the next open() or with the reader, and is_open() stays as it
+  /// was.
   MTF::Error_Code close() override;
 
  private:
@@ -27,13 +28,13 @@ class K8S_File_Reader_CB : public MTF::IFile_Reader {
 class K8S_Backup_Callback : public MTF::IBackup_Callback {
  public:
   char directory_separator() const override { return '/'; }
-  /// Owner and group names stay as they are: ownership is stored by number. False, with errno ENOENT whatever the failure
-  /// was.
+  /// Owner and group names stay as they are: ownership is stored by number. False, with errno ENOENT whatever the
+  /// failure was.
   bool lstat(const char* path, MTF::Callback_Stat& st) override;
   ssize_t readlink(const char* path, char* buf, size_t size) override;
   MTF::IFile_Reader_var make_file_reader() override;
-  /// A directory that cannot be opened looks like an empty one: see check_directory(). False, with errno ENOENT, at the first
-  /// entry that has gone meanwhile.
+  /// A directory that cannot be opened looks like an empty one: see check_directory(). False, with errno ENOENT, at the
+  /// first entry that has gone meanwhile.
   bool read_dirs(const char* path, std::list<Directory_Entry>& entries) override;
 };
 

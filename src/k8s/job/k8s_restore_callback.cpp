@@ -29,9 +29,13 @@ MTF::Error_Code K8S_File_Writer_CB::close() {
   return MTF::E_OK;
 }
 
-MTF::Error_Code K8S_File_Writer_CB::flush() { return ofb_.pubsync() == 0 ? MTF::E_OK : MTF::E_FAILED; }
+MTF::Error_Code K8S_File_Writer_CB::flush() {
+  return ofb_.pubsync() == 0 ? MTF::E_OK : MTF::E_FAILED;
+}
 
-bool K8S_Restore_Callback::mkdir_p(const char* path) { return is_directory(path) || MTF_FS::mkdir_p(path); }
+bool K8S_Restore_Callback::mkdir_p(const char* path) {
+  return is_directory(path) || MTF_FS::mkdir_p(path);
+}
 
 MTF::Error_Code K8S_Restore_Callback::symlink(const char* target, const char* linkpath) {
   return ::symlink(target, linkpath) == 0 || errno == EEXIST ? MTF::E_OK : MTF::E_FAILED;

@@ -30,8 +30,8 @@ class K8S_Restore_Callback : public MTF::Restore_Callback_Base {
   MTF::Error_Code symlink(const char* target, const char* linkpath) override;
   /// Here an existing name is a failure.
   MTF::Error_Code link(const char* oldpath, const char* newpath) override;
-  /// Mode, unless it is 0 and through a final link, and then owner, of the link itself. Always E_OK: a failed owner is logged,
-  /// a failed mode is not.
+  /// Mode, unless it is 0 and through a final link, and then owner, of the link itself. Always E_OK: a failed owner is
+  /// logged, a failed mode is not.
   MTF::Error_Code set_stat(const char* path, const MTF::Callback_Stat& st) override;
   MTF::IFile_Writer_var make_file_writer() override;
 };

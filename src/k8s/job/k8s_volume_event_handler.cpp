@@ -10,4 +10,6 @@ int K8S_Volume_Event_Handler::handle_progress(int, ACE_UINT64 total, ACE_UINT64 
   return 0;
 }
 
-bool K8S_Volume_Event_Handler::canceling() { return act_.state == JOB_STATE_CANCELING; }
+bool K8S_Volume_Event_Handler::canceling() {
+  return act_.state == JOB_STATE_CANCELING;
+}

@@ -5,17 +5,17 @@
 #include <list>
 #include <string>
 
+#include "ace/OS_NS_sys_stat.h"
 #include "ace/Recursive_Thread_Mutex.h"
 #include "ace/Refcounted_Auto_Ptr.h"
-#include "ace/OS_NS_sys_stat.h"
 #include "kolt/directory_entry.h"
 #include "kolt/export.h"
 #include "mtf/core/buffer.h"
 #include "mtf/core/callback_stat.h"
 #include "mtf/core/error_code.h"
 
-// What the data mover asks of whoever knows the files to back up. The order of the virtual operations is fixed: new ones
-// come last.
+// What the data mover asks of whoever knows the files to back up. The order of the virtual operations is fixed: new
+// ones come last.
 
 namespace MTF {
 

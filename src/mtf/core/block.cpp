@@ -16,11 +16,21 @@ Block::Block(uint32_t type, size_t fixed_end) : size_(0) {
   set8(at_os_id, os_unix);
 }
 
-void Block::set8(size_t at, uint8_t value) { put_le(bytes_ + at, value); }
-void Block::set16(size_t at, uint16_t value) { put_le(bytes_ + at, value); }
-void Block::set32(size_t at, uint32_t value) { put_le(bytes_ + at, value); }
-void Block::set64(size_t at, uint64_t value) { put_le(bytes_ + at, value); }
-void Block::set_date(size_t at, int64_t sec) { put_date_time(bytes_ + at, sec); }
+void Block::set8(size_t at, uint8_t value) {
+  put_le(bytes_ + at, value);
+}
+void Block::set16(size_t at, uint16_t value) {
+  put_le(bytes_ + at, value);
+}
+void Block::set32(size_t at, uint32_t value) {
+  put_le(bytes_ + at, value);
+}
+void Block::set64(size_t at, uint64_t value) {
+  put_le(bytes_ + at, value);
+}
+void Block::set_date(size_t at, int64_t sec) {
+  put_date_time(bytes_ + at, sec);
+}
 
 void Block::string_type(String_Type type) {
   string_type_ = type;

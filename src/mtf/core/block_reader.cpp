@@ -25,14 +25,22 @@ constexpr size_t least_block_size = 512;
 /// Where the fixed part of a block ends.
 size_t fixed_end(uint32_t type) {
   switch (type) {
-    case block_tape: return tape_end;
-    case block_sset: return sset_end;
-    case block_volb: return volb_end;
-    case block_dirb: return dirb_end;
-    case block_file: return file_end;
-    case block_cfil: return cfil_end;
-    case block_eset: return eset_end;
-    default: return header_size;
+    case block_tape:
+      return tape_end;
+    case block_sset:
+      return sset_end;
+    case block_volb:
+      return volb_end;
+    case block_dirb:
+      return dirb_end;
+    case block_file:
+      return file_end;
+    case block_cfil:
+      return cfil_end;
+    case block_eset:
+      return eset_end;
+    default:
+      return header_size;
   }
 }
 
@@ -82,9 +90,15 @@ bool Block_Reader::block(uint64_t offset) {
   return true;
 }
 
-uint16_t Block_Reader::get16(size_t at) const { return get_le<uint16_t>(block_ + at); }
-uint32_t Block_Reader::get32(size_t at) const { return get_le<uint32_t>(block_ + at); }
-uint64_t Block_Reader::get64(size_t at) const { return get_le<uint64_t>(block_ + at); }
+uint16_t Block_Reader::get16(size_t at) const {
+  return get_le<uint16_t>(block_ + at);
+}
+uint32_t Block_Reader::get32(size_t at) const {
+  return get_le<uint32_t>(block_ + at);
+}
+uint64_t Block_Reader::get64(size_t at) const {
+  return get_le<uint64_t>(block_ + at);
+}
 
 int64_t Block_Reader::date(size_t at) const {
   int64_t sec = 0;

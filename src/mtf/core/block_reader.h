@@ -67,7 +67,7 @@ class TESSARIN_API Block_Reader {
   size_t window_size_ = 0;
 
   uint64_t offset_ = 0;
-  size_t size_ = 0;          // up to its first stream
+  size_t size_ = 0;  // up to its first stream
   char block_[1024] = {};
   std::string error_;
 };

@@ -13,8 +13,8 @@ class Byte_Sink;
 /**
  * Puts blocks, streams and bytes into a sink and keeps to the alignment of the format; what they mean is the caller's.
  *
- * Every operation that returns bool returns false when the sink did. Filled memory is handed to the sink when a piece of
- * it is full, and at flush(). One thread at a time.
+ * Every operation that returns bool returns false when the sink did. Filled memory is handed to the sink when a piece
+ * of it is full, and at flush(). One thread at a time.
  */
 class TESSARIN_API Block_Writer {
  public:
@@ -37,10 +37,10 @@ class TESSARIN_API Block_Writer {
 
  private:
   Byte_Sink& sink_;
-  uint64_t offset_;      // in the medium, of at_
-  char* at_ = nullptr;   // the sink's memory from the first free byte on
-  size_t avail_ = 0;     // free bytes there
-  size_t pending_ = 0;   // filled and not yet advanced
+  uint64_t offset_;     // in the medium, of at_
+  char* at_ = nullptr;  // the sink's memory from the first free byte on
+  size_t avail_ = 0;    // free bytes there
+  size_t pending_ = 0;  // filled and not yet advanced
 };
 
 }  // namespace MTF

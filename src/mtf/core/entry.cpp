@@ -4,9 +4,13 @@ namespace MTF {
 
 namespace {
 
-Timestamp timestamp(const timespec& time) { return {time.tv_sec, static_cast<uint32_t>(time.tv_nsec)}; }
+Timestamp timestamp(const timespec& time) {
+  return {time.tv_sec, static_cast<uint32_t>(time.tv_nsec)};
+}
 
-ACE_UINT64 whole_seconds(const Timestamp& time) { return time.sec < 0 ? 0 : static_cast<ACE_UINT64>(time.sec); }
+ACE_UINT64 whole_seconds(const Timestamp& time) {
+  return time.sec < 0 ? 0 : static_cast<ACE_UINT64>(time.sec);
+}
 
 }  // namespace
 

@@ -40,11 +40,12 @@ TESSARIN_API Callback_Stat callback_stat(const Entry_Stat& st);
 
 /// A directory or file of a set. Texts are raw bytes: no encoding is presumed, and none holds a NUL.
 struct Entry {
-  std::string path;              ///< relative to its volume, components joined by '/'; empty: the volume's root
-  bool has_stat = true;          ///< false only in what a reader found without one
+  std::string path;      ///< relative to its volume, components joined by '/'; empty: the volume's root
+  bool has_stat = true;  ///< false only in what a reader found without one
   Entry_Stat stat;
-  std::string link_target;       ///< of a symbolic link
-  std::string hard_link_target;  ///< not empty: another name of the entry with this path in the set, and no data of its own
+  std::string link_target;  ///< of a symbolic link
+  std::string
+      hard_link_target;  ///< not empty: another name of the entry with this path in the set, and no data of its own
   Xattrs xattrs;
 
   bool operator==(const Entry&) const = default;

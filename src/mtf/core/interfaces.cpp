@@ -24,19 +24,35 @@ IRestore_Callback::~IRestore_Callback() = default;
 IRestore_Callback_Factory::~IRestore_Callback_Factory() = default;
 ISource_Lister::~ISource_Lister() = default;
 
-int Event_Handler::notify_event(int, const char*) { return 0; }
-int Event_Handler::handle_progress(int, ACE_UINT64, ACE_UINT64, ACE_UINT64) { return 0; }
-bool Event_Handler::canceling() { return false; }
-bool Event_Handler::pausing() { return false; }
+int Event_Handler::notify_event(int, const char*) {
+  return 0;
+}
+int Event_Handler::handle_progress(int, ACE_UINT64, ACE_UINT64, ACE_UINT64) {
+  return 0;
+}
+bool Event_Handler::canceling() {
+  return false;
+}
+bool Event_Handler::pausing() {
+  return false;
+}
 
-Error_Code IFile_Reader::handle_file_blk(File_Blk&, unsigned long&, Callback_Stat&) { return E_OK; }
+Error_Code IFile_Reader::handle_file_blk(File_Blk&, unsigned long&, Callback_Stat&) {
+  return E_OK;
+}
 
-ISource_Lister_var IBackup_Callback::make_source_lister(const source_entry&) { return ISource_Lister_var(); }
+ISource_Lister_var IBackup_Callback::make_source_lister(const source_entry&) {
+  return ISource_Lister_var();
+}
 void IBackup_Callback::handle_source_entry_begin(const source_entry&) {}
 void IBackup_Callback::handle_source_entry_end(const source_entry&, bool) {}
 void IBackup_Callback::handle_source_produce_end() {}
-ACE_UINT64 IBackup_Callback::file_count_one_percent() { return 1000; }
-int IBackup_Callback::max_file_count_percent() { return 99; }
+ACE_UINT64 IBackup_Callback::file_count_one_percent() {
+  return 1000;
+}
+int IBackup_Callback::max_file_count_percent() {
+  return 99;
+}
 
 Error_Code File_Writer_Base::seek(unsigned long) {
   errno = ENOTSUP;
@@ -48,7 +64,9 @@ Error_Code File_Writer_Base::truncate(unsigned long) {
   return E_FAILED;
 }
 
-Error_Code File_Writer_Base::flush() { return E_OK; }
+Error_Code File_Writer_Base::flush() {
+  return E_OK;
+}
 
 bool IPath_Converter::convert_below(const std::string& path, std::string& base, std::string& below) const {
   std::string target;

@@ -10,8 +10,8 @@
 #include "mtf/core/callback_stat.h"
 #include "mtf/core/error_code.h"
 
-// What the data mover asks of whoever writes restored files. The order of the virtual operations is fixed: new ones come
-// last. Every operation that fails returns E_FAILED (or false) with errno.
+// What the data mover asks of whoever writes restored files. The order of the virtual operations is fixed: new ones
+// come last. Every operation that fails returns E_FAILED (or false) with errno.
 
 namespace MTF {
 

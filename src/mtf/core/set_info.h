@@ -5,16 +5,16 @@
 
 namespace MTF {
 
-/// What a medium tells about itself and its set. Texts are UTF-8 and are cut where they do not fit in their block (about
-/// 450 characters for all texts of a set together): they are there to be shown.
+/// What a medium tells about itself and its set. Texts are UTF-8 and are cut where they do not fit in their block
+/// (about 450 characters for all texts of a set together): they are there to be shown.
 struct Set_Header {
-  uint32_t family_id = 0;     ///< the same on all media of the set
+  uint32_t family_id = 0;  ///< the same on all media of the set
   std::string media_name;
   std::string software_name;  ///< not empty
   std::string set_name;
   std::string user;
-  int64_t time = 0;           ///< when the set was begun, seconds of the epoch
-  bool incremental = false;   ///< holds only what changed since another set
+  int64_t time = 0;          ///< when the set was begun, seconds of the epoch
+  bool incremental = false;  ///< holds only what changed since another set
 
   bool operator==(const Set_Header&) const = default;
 };

@@ -22,7 +22,8 @@ bool plain_name(std::string_view name) {
   return !name.empty() && name != "." && name != ".." && name.find_first_of(std::string_view("/\0", 2)) == name.npos;
 }
 
-/// Makes a path of a directory's name, in which a NUL ends each component. False where a component could lead elsewhere.
+/// Makes a path of a directory's name, in which a NUL ends each component. False where a component could lead
+/// elsewhere.
 bool directory_path(std::string& name) {
   if (name.empty() || name.back() != '\0') return false;
   name.pop_back();

@@ -22,10 +22,10 @@ struct File_Data {
 
 /// What stands behind the data of a file.
 struct File_End {
-  bool corrupt = false;      ///< the writer marked the data as damaged; where and why is told by a Set_Item
+  bool corrupt = false;       ///< the writer marked the data as damaged; where and why is told by a Set_Item
   bool has_checksum = false;  ///< checksum is there
-  uint32_t checksum = 0;     ///< of the data, see Xor_Checksum
-  uint64_t next_offset = 0;  ///< of the block that follows
+  uint32_t checksum = 0;      ///< of the data, see Xor_Checksum
+  uint64_t next_offset = 0;   ///< of the block that follows
 };
 
 /// One thing met on the way through a medium.
@@ -33,21 +33,22 @@ struct Set_Item {
   enum Type { VOLUME, DIRECTORY, FILE, DAMAGE, END };
 
   Type type = END;
-  uint64_t offset = 0;       ///< of its block
-  Volume volume;             ///< VOLUME
-  Entry entry;               ///< DIRECTORY, FILE: with the path relative to the volume
-  bool bad_name = false;     ///< DIRECTORY, FILE: the path could lead elsewhere (".", "..", '/' or NUL in a name)
-  File_Data data;            ///< FILE
+  uint64_t offset = 0;           ///< of its block
+  Volume volume;                 ///< VOLUME
+  Entry entry;                   ///< DIRECTORY, FILE: with the path relative to the volume
+  bool bad_name = false;         ///< DIRECTORY, FILE: the path could lead elsewhere (".", "..", '/' or NUL in a name)
+  File_Data data;                ///< FILE
   File_Damage damage = FD_NONE;  ///< DAMAGE: of the file before
-  uint64_t valid_size = 0;   ///< DAMAGE: from here on the data of that file is filling
-  uint32_t corrupt_files = 0;  ///< END: how many the writer counted
+  uint64_t valid_size = 0;       ///< DAMAGE: from here on the data of that file is filling
+  uint32_t corrupt_files = 0;    ///< END: how many the writer counted
 };
 
 /**
  * Reads a medium, whoever wrote it: nothing in it is trusted. Blocks and streams of unknown types are passed over.
  *
  * An operation that fails returns false with one line in error() that names the offset, and logs nothing: the caller
- * knows the medium's name. Outputs are then undefined. Memory is bounded whatever the medium says. One thread at a time.
+ * knows the medium's name. Outputs are then undefined. Memory is bounded whatever the medium says. One thread at a
+ * time.
  */
 class TESSARIN_API Set_Reader {
  public:
@@ -56,8 +57,8 @@ class TESSARIN_API Set_Reader {
 
   /// Reads the start of the medium; next() goes on behind it.
   bool read_header(Set_Header& header);
-  /// The next thing in order, END at the end of the set and never again. Fails before read_header(), after END and after
-  /// a failure.
+  /// The next thing in order, END at the end of the set and never again. Fails before read_header(), after END and
+  /// after a failure.
   bool next(Set_Item& item);
 
   /**
@@ -80,9 +81,9 @@ class TESSARIN_API Set_Reader {
   bool skip_streams(uint64_t at);
 
   Block_Reader blocks_;
-  bool reading_ = false;      // between read_header() and END or a failure
-  uint64_t position_ = 0;     // of the next block
-  std::string directory_;     // path of the last directory block
+  bool reading_ = false;   // between read_header() and END or a failure
+  uint64_t position_ = 0;  // of the next block
+  std::string directory_;  // path of the last directory block
   bool bad_directory_ = false;
 };
 

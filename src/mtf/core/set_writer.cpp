@@ -17,7 +17,9 @@ namespace MTF {
 
 namespace {
 
-String_Type string_type(std::string_view text) { return is_utf8(text) ? STR_UTF16 : STR_BYTES; }
+String_Type string_type(std::string_view text) {
+  return is_utf8(text) ? STR_UTF16 : STR_BYTES;
+}
 
 /// Of one block: UTF-16 only where all its texts allow it.
 String_Type string_type(std::string_view one, std::string_view other) {
@@ -29,7 +31,9 @@ std::string_view parent_path(std::string_view path) {
   return separator == std::string_view::npos ? std::string_view() : path.substr(0, separator);
 }
 
-std::string_view base_name(std::string_view path) { return path.substr(path.rfind('/') + 1); }
+std::string_view base_name(std::string_view path) {
+  return path.substr(path.rfind('/') + 1);
+}
 
 /// The format's form of a directory: NUL behind every component, and one alone for the root.
 std::string directory_name(std::string_view path) {

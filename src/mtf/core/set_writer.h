@@ -39,8 +39,8 @@ class TESSARIN_API Set_Writer {
   /**
    * Anything but a directory. @a size bytes of data are to follow: 0 for what has none.
    *
-   * A file goes behind its directory. Where the last directory written is another one, a block that only names the right
-   * one goes before, so files of one directory may be spread over media.
+   * A file goes behind its directory. Where the last directory written is another one, a block that only names the
+   * right one goes before, so files of one directory may be spread over media.
    */
   bool begin_file(const Entry& entry, uint64_t size);
   /// Memory for the next data of the file: never more than it still lacks, so 0 bytes once it is complete.
@@ -88,11 +88,11 @@ class TESSARIN_API Set_Writer {
   std::string directory_;       // path of the last directory block
   bool has_directory_ = false;  // in this volume
 
-  char* room_ = nullptr;      // what room() lent
-  uint64_t missing_ = 0;      // data bytes of the file still to come
-  uint16_t streams_ = 0;      // of the current block, by now
-  bool has_data_ = false;     // the current file has a data stream
-  Xor_Checksum checksum_;     // of its data so far
+  char* room_ = nullptr;   // what room() lent
+  uint64_t missing_ = 0;   // data bytes of the file still to come
+  uint16_t streams_ = 0;   // of the current block, by now
+  bool has_data_ = false;  // the current file has a data stream
+  Xor_Checksum checksum_;  // of its data so far
   uint32_t corrupt_files_ = 0;
 };
 

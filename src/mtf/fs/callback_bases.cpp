@@ -16,11 +16,15 @@ namespace MTF {
 
 namespace {
 
-Error_Code result(bool ok) { return ok ? E_OK : E_FAILED; }
+Error_Code result(bool ok) {
+  return ok ? E_OK : E_FAILED;
+}
 
 }  // namespace
 
-bool IBackup_Callback::read_xattrs(const char* path, Xattrs& attrs) { return MTF_FS::read_xattrs(path, attrs); }
+bool IBackup_Callback::read_xattrs(const char* path, Xattrs& attrs) {
+  return MTF_FS::read_xattrs(path, attrs);
+}
 
 bool IBackup_Callback::check_directory(const char* path) {
   const int fd = ::open(path, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
@@ -29,9 +33,13 @@ bool IBackup_Callback::check_directory(const char* path) {
   return true;
 }
 
-bool IBackup_Callback::full_lstat(const char* path, ACE_stat& st) { return MTF_FS::lstat(path, &st) == 0; }
+bool IBackup_Callback::full_lstat(const char* path, ACE_stat& st) {
+  return MTF_FS::lstat(path, &st) == 0;
+}
 
-Error_Code Restore_Callback_Base::unlink(const char* path) { return result(::unlink(path) == 0 || errno == ENOENT); }
+Error_Code Restore_Callback_Base::unlink(const char* path) {
+  return result(::unlink(path) == 0 || errno == ENOENT);
+}
 
 Error_Code Restore_Callback_Base::mknod(const char* path, const Callback_Stat& st) {
   return result(::mknod(path, static_cast<mode_t>(st.mode), static_cast<dev_t>(st.rdev)) == 0);
@@ -70,6 +78,8 @@ Error_Code Restore_Callback_Base::set_owner(const char* path, unsigned int uid, 
   return result(::lchown(path, uid, gid) == 0);
 }
 
-Error_Code Restore_Callback_Base::rename(const char* from, const char* to) { return result(::rename(from, to) == 0); }
+Error_Code Restore_Callback_Base::rename(const char* from, const char* to) {
+  return result(::rename(from, to) == 0);
+}
 
 }  // namespace MTF

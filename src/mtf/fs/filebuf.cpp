@@ -42,7 +42,9 @@ int close_failed(int& fd, int error) {
 
 ifilebuf::ifilebuf(size_t buffer_size) : buffer_size_(std::max<size_t>(buffer_size, 1)) {}
 
-ifilebuf::~ifilebuf() { close(); }
+ifilebuf::~ifilebuf() {
+  close();
+}
 
 int ifilebuf::open(const char* path, int flags, int mode) {
   close();
@@ -104,7 +106,9 @@ ifilebuf::int_type ifilebuf::underflow() {
 
 ofilebuf::ofilebuf(size_t buffer_size) : buffer_size_(std::max<size_t>(buffer_size, 1)) {}
 
-ofilebuf::~ofilebuf() { close(); }
+ofilebuf::~ofilebuf() {
+  close();
+}
 
 int ofilebuf::open(const char* path, int flags, int mode) {
   close();

@@ -12,8 +12,9 @@ namespace MTF_FS {
 /**
  * A regular file as a stream buffer, for reading.
  *
- * Large reads go straight into the caller's memory, and the buffer is allocated only when a small one needs it. sgetn returns less than was asked for only at the end of the file or on an error; errno is then
- * 0 or tells the error. Interrupted calls are repeated. One thread at a time.
+ * Large reads go straight into the caller's memory, and the buffer is allocated only when a small one needs it. sgetn
+ * returns less than was asked for only at the end of the file or on an error; errno is then 0 or tells the error.
+ * Interrupted calls are repeated. One thread at a time.
  */
 class TESSARIN_API ifilebuf : public std::streambuf {
  public:
@@ -47,8 +48,8 @@ class TESSARIN_API ifilebuf : public std::streambuf {
 /**
  * A file as a stream buffer, for writing.
  *
- * Large writes go straight to the file once nothing is held back before them. After a failed write all later ones fail with the same
- * errno, and nothing that was held back is tried again. One thread at a time.
+ * Large writes go straight to the file once nothing is held back before them. After a failed write all later ones fail
+ * with the same errno, and nothing that was held back is tried again. One thread at a time.
  */
 class TESSARIN_API ofilebuf : public std::streambuf {
  public:

@@ -4,6 +4,8 @@
 
 namespace MTF_FS {
 
-bool mkdir_p(const char* path) { return ::mkdir_p(path, 0755, Mkdir_Callback()); }
+bool mkdir_p(const char* path) {
+  return ::mkdir_p(path, 0755, Mkdir_Callback());
+}
 
 }  // namespace MTF_FS

@@ -76,7 +76,7 @@ class Transform_Path_Converter : public MTF::IPath_Converter {
 
   const std::string root_;
   const bool keep_others_;
-  mutable MTF::IPath_Converter_var next_;  // its operator-> is not const
+  mutable MTF::IPath_Converter_var next_;     // its operator-> is not const
   std::map<std::string, std::string> bases_;  // rule's path to target, without separators at the end
 };
 

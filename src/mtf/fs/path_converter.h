@@ -25,7 +25,6 @@ typedef std::map<std::string, std::string> path_transform_rules;
  */
 TESSARIN_API MTF::IPath_Converter_var create_transform_path_converter(const std::string& root,
                                                                       const path_transform_rules& rules,
-                                                                      bool keep_others,
-                                                                      MTF::IPath_Converter_var next);
+                                                                      bool keep_others, MTF::IPath_Converter_var next);
 
 }  // namespace MTF_FS

@@ -44,7 +44,9 @@ class Callback_Bases : public ::testing::Test {
   ~Callback_Bases() override { ::close(dir_fd_); }
 
   /// The path of @a name anchored at the directory's descriptor.
-  std::string anchored(const std::string& name) const { return "/proc/self/fd/" + std::to_string(dir_fd_) + "/" + name; }
+  std::string anchored(const std::string& name) const {
+    return "/proc/self/fd/" + std::to_string(dir_fd_) + "/" + name;
+  }
 
   struct stat stat_of(const std::string& name) const {
     struct stat st = {};
@@ -71,7 +73,8 @@ TEST_F(Callback_Bases, XattrsAreReadAndSetWhole) {
   if (!has_user_xattrs()) GTEST_SKIP() << "no user attributes on this filesystem";
   dir_.write("from", "");
   dir_.write("to", "");
-  const Xattrs attrs = {{"user.binary", std::string("\0\1\xff", 3)}, {"user.empty", ""}, {"user.long", std::string(3000, 'v')}};
+  const Xattrs attrs = {
+      {"user.binary", std::string("\0\1\xff", 3)}, {"user.empty", ""}, {"user.long", std::string(3000, 'v')}};
   ASSERT_EQ(restore_.set_xattrs(anchored("from").c_str(), attrs), E_OK);
   Xattrs read = {{"left", "over"}};
   ASSERT_TRUE(backup_.read_xattrs(anchored("from").c_str(), read));

@@ -51,7 +51,8 @@ TEST(DateTime, WhatIsNoDateIsRefused) {
 
 uint32_t slow_checksum(std::string_view bytes) {
   uint32_t sum = 0;
-  for (size_t i = 0; i < bytes.size(); ++i) sum ^= static_cast<uint32_t>(static_cast<unsigned char>(bytes[i])) << 8 * (i % 4);
+  for (size_t i = 0; i < bytes.size(); ++i)
+    sum ^= static_cast<uint32_t>(static_cast<unsigned char>(bytes[i])) << 8 * (i % 4);
   return sum;
 }
 
@@ -71,7 +72,9 @@ TEST(XorChecksum, DoesNotDependOnTheCuts) {
   }
 }
 
-TEST(XorChecksum, OfNothingIs0) { EXPECT_EQ(Xor_Checksum().value(), 0u); }
+TEST(XorChecksum, OfNothingIs0) {
+  EXPECT_EQ(Xor_Checksum().value(), 0u);
+}
 
 TEST(XorChecksum, StartsAgainAfterReset) {
   Xor_Checksum sum;
@@ -81,19 +84,23 @@ TEST(XorChecksum, StartsAgainAfterReset) {
   EXPECT_EQ(sum.value(), static_cast<uint32_t>('d'));
 }
 
-TEST(HeaderChecksum, IsTheXorOfLittleEndianWords) { EXPECT_EQ(header_checksum("\x01\x02\x10\x20", 4), 0x2211); }
+TEST(HeaderChecksum, IsTheXorOfLittleEndianWords) {
+  EXPECT_EQ(header_checksum("\x01\x02\x10\x20", 4), 0x2211);
+}
 
 TEST(Text, Utf8IsToldFromOtherBytes) {
-  for (const char* good : {"", "a", "\xc2\x80", "\xdf\xbf", "\xe0\xa0\x80", "\xed\x9f\xbf", "\xee\x80\x80", "\xf0\x90\x80\x80",
-                           "\xf4\x8f\xbf\xbf"})
+  for (const char* good : {"", "a", "\xc2\x80", "\xdf\xbf", "\xe0\xa0\x80", "\xed\x9f\xbf", "\xee\x80\x80",
+                           "\xf0\x90\x80\x80", "\xf4\x8f\xbf\xbf"})
     EXPECT_TRUE(is_utf8(good)) << good;
-  for (const char* bad : {"\x80", "\xc1\xbf", "\xc2", "\xc2\x41", "\xe0\x9f\xbf", "\xed\xa0\x80", "\xe2\x82", "\xf0\x8f\xbf\xbf",
-                          "\xf4\x90\x80\x80", "\xf5\x80\x80\x80", "\xff", "ok\xfe"})
+  for (const char* bad : {"\x80", "\xc1\xbf", "\xc2", "\xc2\x41", "\xe0\x9f\xbf", "\xed\xa0\x80", "\xe2\x82",
+                          "\xf0\x8f\xbf\xbf", "\xf4\x90\x80\x80", "\xf5\x80\x80\x80", "\xff", "ok\xfe"})
     EXPECT_FALSE(is_utf8(bad)) << bad;
 }
 
 TEST(Text, EveryCharacterSurvivesUtf16) {
-  const std::string text = std::string("a\0\x7f", 3) + "\xc2\x80\xdf\xbf\xe0\xa0\x80\xed\x9f\xbf\xee\x80\x80\xef\xbf\xbf\xf0\x90\x80\x80\xf4\x8f\xbf\xbf";
+  const std::string text =
+      std::string("a\0\x7f", 3) +
+      "\xc2\x80\xdf\xbf\xe0\xa0\x80\xed\x9f\xbf\xee\x80\x80\xef\xbf\xbf\xf0\x90\x80\x80\xf4\x8f\xbf\xbf";
   std::string utf16(2 * text.size(), '\0');
   utf16.resize(put_utf16(text, utf16.data()));
   EXPECT_EQ(from_utf16(utf16), text);
@@ -107,8 +114,14 @@ TEST(Text, SurrogatePairsAreLittleEndian) {
 
 TEST(Text, LoneSurrogatesBecomeReplacements) {
   EXPECT_EQ(from_utf16("\x3d\xd8"), "\xef\xbf\xbd") << "high";
-  EXPECT_EQ(from_utf16(std::string("\x00\xde\x41\x00", 4)), "\xef\xbf\xbd" "A") << "low";
-  EXPECT_EQ(from_utf16(std::string("\x3d\xd8\x41\x00", 4)), "\xef\xbf\xbd" "A") << "high without low";
+  EXPECT_EQ(from_utf16(std::string("\x00\xde\x41\x00", 4)),
+            "\xef\xbf\xbd"
+            "A")
+      << "low";
+  EXPECT_EQ(from_utf16(std::string("\x3d\xd8\x41\x00", 4)),
+            "\xef\xbf\xbd"
+            "A")
+      << "high without low";
   EXPECT_EQ(from_utf16(std::string("\x41\x00\x42", 3)), "A") << "half a unit";
 }
 

@@ -23,7 +23,8 @@ void note(std::string& text, const Set_Item& item, const std::string& bytes) {
   text += std::to_string(item.type) + "@" + std::to_string(item.offset) + " " + item.volume.source_path + " " +
           item.entry.path + " " + item.entry.link_target + " " + std::to_string(item.entry.stat.mode) + " " +
           std::to_string(item.data.size) + "\n";
-  if (item.data.offset <= bytes.size()) text += bytes.substr(item.data.offset, std::min<uint64_t>(item.data.size, 100)) + "\n";
+  if (item.data.offset <= bytes.size())
+    text += bytes.substr(item.data.offset, std::min<uint64_t>(item.data.size, 100)) + "\n";
 }
 
 Reading read_all(const std::string& bytes) {
@@ -70,7 +71,9 @@ std::string small_image() {
   return sink.bytes;
 }
 
-bool is_offset_error(const std::string& text) { return text.find("offset ") != std::string::npos; }
+bool is_offset_error(const std::string& text) {
+  return text.find("offset ") != std::string::npos;
+}
 
 TEST(HostileMedium, EveryTruncationIsToldWithItsOffset) {
   const std::string image = small_image();
@@ -185,7 +188,8 @@ TEST_F(Hand_Made, NamesThatLeadElsewhereAreRefused) {
   using std::string_literals::operator""s;
   for (const std::string& name : {""s, "."s, ".."s, "a/b"s, "/"s, "../x"s, "a\0b"s})
     expect_refused(put_named(block_file, name), "a name that could lead elsewhere");
-  for (const std::string& name : {""s, "a"s, "..\0"s, "a\0..\0"s, "a\0.\0b\0"s, "\0\0"s, "a\0\0"s, "\0a\0"s, "a/b\0"s, "/\0"s})
+  for (const std::string& name :
+       {""s, "a"s, "..\0"s, "a\0..\0"s, "a\0.\0b\0"s, "\0\0"s, "a\0\0"s, "\0a\0"s, "a/b\0"s, "/\0"s})
     expect_refused(put_named(block_dirb, name), "a name that could lead elsewhere");
 }
 
@@ -250,7 +254,8 @@ TEST_F(Hand_Made, StreamLengthsThatWrapAreRefused) {
 }
 
 TEST_F(Hand_Made, LongStreamsOfOurOwnTakeNoMemory) {
-  for (uint32_t id : {stream_file_name, stream_unix_stat, stream_unix_link, stream_unix_hard_link, stream_unix_xattrs}) {
+  for (uint32_t id :
+       {stream_file_name, stream_unix_stat, stream_unix_link, stream_unix_hard_link, stream_unix_xattrs}) {
     Block file(block_file, file_end);
     const uint64_t offset = begin(file);
     out_.stream(id, 0, 1ull << 40);

@@ -19,7 +19,8 @@ std::string convert(const path_transform_rules& rules, const std::string& path, 
   return converted(create_transform_path_converter(root, rules, false, MTF::IPath_Converter_var()), path);
 }
 
-const path_transform_rules rules = {{"/data/a", "/target/a"}, {"/data/a/inner", "/elsewhere"}, {"/data/b/", "/target/b/"}};
+const path_transform_rules rules = {
+    {"/data/a", "/target/a"}, {"/data/a/inner", "/elsewhere"}, {"/data/b/", "/target/b/"}};
 
 TEST(PathConverter, ARuleCoversItsPathAndAllBelow) {
   EXPECT_EQ(convert(rules, "/data/a"), "/target/a");
@@ -67,8 +68,8 @@ TEST(PathConverter, TheResultLiesBelowTheRoot) {
 
 TEST(PathConverter, PathsThatLeadElsewhereAreNeverRestored) {
   const path_transform_rules all = {{"/", "/target"}};
-  for (const std::string& path : {std::string("/data/../etc/passwd"), std::string("/.."), std::string("/data/./x"), std::string("/."),
-                                  std::string("/data//x"), std::string("/data/a\0b", 9)})
+  for (const std::string& path : {std::string("/data/../etc/passwd"), std::string("/.."), std::string("/data/./x"),
+                                  std::string("/."), std::string("/data//x"), std::string("/data/a\0b", 9)})
     EXPECT_EQ(convert(all, path), "not restored") << path;
   EXPECT_EQ(convert(all, "/data/..."), "/target/data/...");
   EXPECT_EQ(convert(all, "/data/..x"), "/target/data/..x");

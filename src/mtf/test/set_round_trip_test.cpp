@@ -45,7 +45,8 @@ Entry hard_link(const std::string& path) {
 
 Entry with_xattrs(const std::string& path) {
   Entry entry = make_entry(path);
-  entry.xattrs = {{"security.capability", std::string("\0\1\2", 3)}, {"user.empty", ""}, {"user.long", std::string(70000, 'v')}};
+  entry.xattrs = {
+      {"security.capability", std::string("\0\1\2", 3)}, {"user.empty", ""}, {"user.long", std::string(70000, 'v')}};
   return entry;
 }
 
@@ -112,7 +113,9 @@ void expect_all_read_back(const Built& built) {
   EXPECT_FALSE(reader.next(item));
 }
 
-TEST(SetRoundTrip, EveryKindOfEntryComesBackEqual) { expect_all_read_back(build(all_kinds())); }
+TEST(SetRoundTrip, EveryKindOfEntryComesBackEqual) {
+  expect_all_read_back(build(all_kinds()));
+}
 
 TEST(SetRoundTrip, TheBytesDoNotDependOnTheSinksPieces) {
   const std::string whole = build(all_kinds()).bytes;
@@ -192,8 +195,9 @@ TEST(SetRoundTrip, NamesOfEveryLengthComeBack) {
     expect_all_read_back(build({{make_entry(std::string(size, 'd'), S_IFDIR), ""},
                                 {make_entry(std::string(size, 'd') + "/" + std::string(size, 'f')), "x"}}));
   for (size_t size = 925; size < 945; ++size)
-    expect_all_read_back(build({{make_entry("\xff" + std::string(size, 'd'), S_IFDIR), ""},
-                                {make_entry("\xff" + std::string(size, 'd') + "/\xff" + std::string(size, 'f')), "x"}}));
+    expect_all_read_back(
+        build({{make_entry("\xff" + std::string(size, 'd'), S_IFDIR), ""},
+               {make_entry("\xff" + std::string(size, 'd') + "/\xff" + std::string(size, 'f')), "x"}}));
 }
 
 /// The data ends at every distance from a block boundary.
@@ -227,13 +231,14 @@ TEST(SetRoundTrip, AFileBehindAnotherDirectoryBringsItsOwn) {
       EXPECT_FALSE(item.entry.has_stat);
     }
   }
-  EXPECT_EQ(met, (std::vector<std::string>{"/srv", "a", "a/one", "a/two", "b", "b/three", "", "four", "/other", "", "five"}));
+  EXPECT_EQ(
+      met, (std::vector<std::string>{"/srv", "a", "a/one", "a/two", "b", "b/three", "", "four", "/other", "", "five"}));
 }
 
 TEST(SetRoundTrip, SourcePathsOfAnyKindComeBackWhole) {
-  for (const std::string& path : {std::string("/"), "/" + std::string(299, 'p'), "/" + std::string(300, 'p'),
-                                  "/" + std::string(4000, 'p'), "/\xff" + std::string(598, 'p'),
-                                  "/\xff" + std::string(4000, 'p'), std::string("/\xf0\x9f\x98\x80")}) {
+  for (const std::string& path :
+       {std::string("/"), "/" + std::string(299, 'p'), "/" + std::string(300, 'p'), "/" + std::string(4000, 'p'),
+        "/\xff" + std::string(598, 'p'), "/\xff" + std::string(4000, 'p'), std::string("/\xf0\x9f\x98\x80")}) {
     Memory_Sink sink;
     Set_Writer writer(sink);
     ASSERT_TRUE(writer.begin(make_header()) && writer.volume({path, "host", 5}) && writer.end());
@@ -422,7 +427,9 @@ class SetWriterMisuse : public ::testing::Test {
   Set_Writer writer_;
 };
 
-TEST_F(SetWriterMisuse, AVolumeBeforeTheBeginningIsRefused) { expect_refused(writer_.volume({"/srv", "host", 0})); }
+TEST_F(SetWriterMisuse, AVolumeBeforeTheBeginningIsRefused) {
+  expect_refused(writer_.volume({"/srv", "host", 0}));
+}
 TEST_F(SetWriterMisuse, AFileBeforeAVolumeIsRefused) {
   ASSERT_TRUE(writer_.begin(make_header()));
   expect_refused(writer_.begin_file(make_entry("file"), 0));

@@ -95,7 +95,9 @@ TEST(K8sFileReader, DoesNotWaitForTheWriterOfAFifo) {
   EXPECT_EQ(reader.open(path.c_str()), MTF::E_FAILED);
 }
 
-TEST(K8sBackupCallback, SeparatesDirectoriesBySlash) { EXPECT_EQ(K8S_Backup_Callback().directory_separator(), '/'); }
+TEST(K8sBackupCallback, SeparatesDirectoriesBySlash) {
+  EXPECT_EQ(K8S_Backup_Callback().directory_separator(), '/');
+}
 
 TEST(K8sBackupCallback, LstatCopiesAllFieldsAndLeavesNamesAlone) {
   Temp_Dir dir;
@@ -212,8 +214,8 @@ TEST(K8sBackupCallback, ADirectoryThatCannotBeOpenedLooksEmpty) {
   EXPECT_EQ(errno, ENOENT);
 }
 
-/// A path of "/proc/self/fd/N" whose entries can be listed, but whose full paths are too long to be looked at, stands for
-/// an entry that has gone between the two.
+/// A path of "/proc/self/fd/N" whose entries can be listed, but whose full paths are too long to be looked at, stands
+/// for an entry that has gone between the two.
 TEST(K8sBackupCallback, AnEntryThatHasGoneFailsTheWholeDirectory) {
   Temp_Dir dir;
   dir.write(std::string(200, 'n'), "");

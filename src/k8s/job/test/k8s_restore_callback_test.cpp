@@ -101,7 +101,9 @@ TEST(K8sFileWriter, GoesForwardOnly) {
   EXPECT_EQ(writer.truncate(0), MTF::E_FAILED);
 }
 
-TEST(K8sRestoreCallback, SeparatesDirectoriesBySlash) { EXPECT_EQ(K8S_Restore_Callback().directory_separator(), '/'); }
+TEST(K8sRestoreCallback, SeparatesDirectoriesBySlash) {
+  EXPECT_EQ(K8S_Restore_Callback().directory_separator(), '/');
+}
 
 TEST(K8sRestoreCallback, MkdirPMakesAllAndAcceptsWhatIsThere) {
   Temp_Dir dir;

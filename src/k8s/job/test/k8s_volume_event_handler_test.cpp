@@ -23,7 +23,9 @@ TEST_F(K8sVolumeEventHandler, IsCancelingOnlyInThatState) {
   }
 }
 
-TEST_F(K8sVolumeEventHandler, ReportsBytes) { EXPECT_EQ(handler_.progress_report_mode(), MTF::PRM_FILE_SIZE); }
+TEST_F(K8sVolumeEventHandler, ReportsBytes) {
+  EXPECT_EQ(handler_.progress_report_mode(), MTF::PRM_FILE_SIZE);
+}
 
 TEST_F(K8sVolumeEventHandler, KeepsTheBaseBehaviourOfTheRest) {
   EXPECT_FALSE(handler_.pausing());

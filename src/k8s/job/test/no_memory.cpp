@@ -8,8 +8,12 @@ thread_local bool no_memory = false;
 
 }  // namespace
 
-No_Memory::No_Memory() { no_memory = true; }
-No_Memory::~No_Memory() { no_memory = false; }
+No_Memory::No_Memory() {
+  no_memory = true;
+}
+No_Memory::~No_Memory() {
+  no_memory = false;
+}
 
 void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
   if (no_memory) {

@@ -18,4 +18,6 @@ Ordinary_User::Ordinary_User() : user_(::geteuid()) {
   if (user_ == 0) become(nobody);
 }
 
-Ordinary_User::~Ordinary_User() { become(user_); }
+Ordinary_User::~Ordinary_User() {
+  become(user_);
+}

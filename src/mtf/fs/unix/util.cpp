@@ -8,7 +8,9 @@
 
 namespace MTF_FS {
 
-int lstat(const char* path, ACE_stat* st) { return ACE_OS::lstat(path, st); }
+int lstat(const char* path, ACE_stat* st) {
+  return ACE_OS::lstat(path, st);
+}
 
 bool set_file_owner(const char* path, unsigned int uid, unsigned int gid) {
   if (::lchown(path, uid, gid) == 0) return true;
