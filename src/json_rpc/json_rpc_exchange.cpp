@@ -1,7 +1,6 @@
 #include "json_rpc/json_rpc_exchange.h"
 
 #include <atomic>
-#include <new>
 #include <utility>
 
 #include "json_rpc/json_rpc_error_code.h"
@@ -48,38 +47,42 @@ void JSON_RPC_Exchange::serve(std::string_view text) {
   } else {
     serve_message(std::move(document));
   }
-  settle(std::string());
 }
 
 void JSON_RPC_Exchange::serve_batch(json_spirit::Array& batch) {
   if (batch.empty()) return refuse(JSON_RPC_E_INVALID_REQUEST, "Invalid request: the batch is empty.");
   if (batch.size() > max_batch_) return refuse(JSON_RPC_E_INVALID_REQUEST, "Invalid request: the batch is too long.");
   is_batch_ = true;
+  hold();
   for (Value& document : batch) serve_message(std::move(document));
+  settle(std::string());
 }
 
 void JSON_RPC_Exchange::serve_message(Value&& document) {
   const JSON_RPC_Object_var message = parse_json_rpc_request(std::move(document));
   if (message.null()) return refuse(JSON_RPC_E_INVALID_REQUEST, "Invalid request.");
-  const JSON_RPC_Channel_var channel =
-      message->is_request() ? open_call() : JSON_RPC_Channel_var(new (std::nothrow) No_Answer);
-  dispatcher_.dispatch(channel, message);
+  if (message->is_request()) return dispatcher_.dispatch(open_call(), message);
+  hold();
+  dispatcher_.dispatch(JSON_RPC_Channel_var(new No_Answer), message);
+  settle(std::string());
 }
 
 JSON_RPC_Channel_var JSON_RPC_Exchange::open_call() {
   const JSON_RPC_Channel_var call(new Call(weak_from_this()));
+  hold();
   const std::lock_guard guard(lock_);
   calls_.push_back(call);
-  ++open_;
   return call;
+}
+
+void JSON_RPC_Exchange::hold() {
+  const std::lock_guard guard(lock_);
+  ++open_;
 }
 
 // The id is null: that of a broken message cannot be trusted.
 void JSON_RPC_Exchange::refuse(int code, const char* message) {
-  {
-    const std::lock_guard guard(lock_);
-    ++open_;
-  }
+  hold();
   answer(JSON_RPC_Response_Error(code, Value::null, message, Value::null));
 }
 

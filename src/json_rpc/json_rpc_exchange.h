@@ -42,6 +42,7 @@ class JSON_RPC_Exchange : public std::enable_shared_from_this<JSON_RPC_Exchange>
   void serve_message(json_spirit::Value&& document);
   void refuse(int code, const char* message);
   JSON_RPC_Channel_var open_call();
+  void hold();
   int settle(const std::string& text);
 
   const JSON_RPC_Dispatcher& dispatcher_;
@@ -51,6 +52,6 @@ class JSON_RPC_Exchange : public std::enable_shared_from_this<JSON_RPC_Exchange>
   std::mutex lock_;
   Done done_;                                // guarded by lock_, as all below
   std::vector<JSON_RPC_Channel_var> calls_;  // not answered all
-  size_t open_ = 1;                          // answers to come, and one for serve() itself
+  size_t open_ = 0;                          // messages not settled, and one for a batch that is still being read
   std::string answers_;                      // joined by commas
 };

@@ -1,7 +1,10 @@
 #include "json_rpc/json_rpc_method.h"
 
+#include <algorithm>
 #include <new>
+#include <string_view>
 
+#include "ace/DLL_Manager.h"
 #include "ace/Get_Opt.h"
 #include "ace/Log_Msg.h"
 #include "ace/svc_export.h"
@@ -20,7 +23,10 @@ struct Words {
 };
 
 bool parse(int argc, ACE_TCHAR* argv[], Words& words) {
-  ACE_Get_Opt options(argc, argv, ACE_TEXT("m:f:"), 0);
+  const std::string_view end_of_own = "--";
+  const int own = static_cast<int>(std::find(argv, argv + argc, end_of_own) - argv);
+  words.rest = std::min(own + 1, argc);
+  ACE_Get_Opt options(own, argv, ACE_TEXT("m:f:"), 0);
   for (int option; (option = options()) != EOF;) {
     if (option == 'm') {
       words.method = options.opt_arg();
@@ -33,7 +39,6 @@ bool parse(int argc, ACE_TCHAR* argv[], Words& words) {
       return false;
     }
   }
-  words.rest = options.opt_ind();
   return !words.method.empty() && !words.path.empty() && !words.factory.empty();
 }
 
@@ -68,6 +73,8 @@ int JSON_RPC_Method::init(int argc, ACE_TCHAR* argv[]) {
 
 int JSON_RPC_Method::load(const std::string& path, const std::string& factory_name) {
   if (!is_trusted_file(path)) return -1;
+  // By default ACE asks the plug-in, finds the answer of its own library there, and never unloads.
+  ACE_DLL_Manager::instance()->unload_policy(ACE_DLL_UNLOAD_POLICY_PER_PROCESS);
   if (plugin_.open(path.c_str(), ACE_DEFAULT_SHLIB_MODE, true) == -1) {
     ACE_ERROR_RETURN((LM_ERROR, ACE_TEXT("Failed to load '%C': %C\n"), path.c_str(), plugin_.error()), -1);
   }
