@@ -4,6 +4,7 @@
 
 #include <charconv>
 #include <cmath>
+#include <functional>
 #include <limits>
 #include <vector>
 
@@ -23,7 +24,8 @@ class Builder {
   static constexpr std::size_t max_string_size = max_array_size;
   static constexpr std::size_t max_key_size = max_array_size;
 
-  explicit Builder(Value& root) : root_(root) {}
+  /// The document is made in @a root from @a text.
+  Builder(Value& root, std::string_view text) : root_(root), input_(text) {}
 
   bool on_document_begin(error_code&) { return true; }
   bool on_document_end(error_code&) { return true; }
@@ -35,18 +37,25 @@ class Builder {
 
   bool on_key_part(bj::string_view s, std::size_t, error_code&) { return append(s); }
   bool on_key(bj::string_view s, std::size_t, error_code&) {
-    if (text_.empty()) {
-      key_.assign(s.data(), s.size());
-    } else {
-      append(s);
-      key_.swap(text_);
-      text_.clear();
+    if (text_.empty() && lies_in_input(s)) {
+      key_ = s;
+      return true;
     }
+    append(s);
+    key_text_.swap(text_);
+    text_.clear();
+    key_ = key_text_;
     return true;
   }
   bool on_string_part(bj::string_view s, std::size_t, error_code&) { return append(s); }
   bool on_string(bj::string_view s, std::size_t, error_code&) {
-    put(whole(s));
+    if (text_.empty()) {
+      put(Text{s});
+      return true;
+    }
+    append(s);
+    put(Text{text_});
+    text_.clear();
     return true;
   }
 
@@ -93,22 +102,28 @@ class Builder {
     Array* array = nullptr;
   };
 
+  /// A text that becomes a string where the string is to lie, at its exact length.
+  struct Text {
+    operator String_type() const { return String_type(view); }
+    std::string_view view;
+  };
+
   /// Makes the next value of the document, in its place.
   template <typename Content>
-  Value& put(Content&& content) {
-    if (levels_.empty()) return root_ = Value(std::forward<Content>(content));
+  Value& put(const Content& content) {
+    if (levels_.empty()) return root_ = Value(content);
     Level& level = levels_.back();
     if (!level.object && !level.array) level.look();
-    if (level.array) return level.array->emplace_back(std::forward<Content>(content));
-    return put(*level.object, std::forward<Content>(content));
+    if (level.array) return level.array->emplace_back(content);
+    return put(*level.object, content);
   }
 
   /// Keys in ascending order go to the end without a search.
   template <typename Content>
-  Value& put(Object& object, Content&& content) {
+  Value& put(Object& object, const Content& content) {
     const std::size_t members = object.size();
-    Value& value = object.try_emplace(object.end(), key_, std::forward<Content>(content))->second;
-    if (object.size() == members) value = Value(std::forward<Content>(content));
+    Value& value = object.emplace_hint(object.end(), key_, content)->second;
+    if (object.size() == members) value = Value(content);
     return value;
   }
 
@@ -122,13 +137,8 @@ class Builder {
     text_.append(s.data(), s.size());
     return true;
   }
-  /// The string that ends with @a s.
-  String_type whole(bj::string_view s) {
-    if (text_.empty()) return String_type(s.data(), s.size());
-    append(s);
-    String_type text(text_);  // not the buffer itself, which is longer
-    text_.clear();
-    return text;
+  bool lies_in_input(bj::string_view s) const {
+    return std::less_equal<>()(input_.data(), s.data()) && std::less<>()(s.data(), input_.data() + input_.size());
   }
   bool open(Value& container) {
     levels_.emplace_back(container);
@@ -140,8 +150,10 @@ class Builder {
   }
 
   Value& root_;
+  const std::string_view input_;
   std::vector<Level> levels_;
-  String_type key_;
+  std::string_view key_;  // of the next value; lies in the input or in key_text_
+  String_type key_text_;
   String_type text_;  // of the string or number at hand, if it comes in parts
 };
 
@@ -150,7 +162,7 @@ class Builder {
 bool read_text(std::string_view text, Value& out) {
   bj::parse_options options;
   options.max_depth = MAX_DEPTH;
-  bj::basic_parser<Builder> parser(options, out);
+  bj::basic_parser<Builder> parser(options, out, text);
   error_code fault;
   const std::size_t read = parser.write_some(false, text.data(), text.size(), fault);
   return !fault && read == text.size();
