@@ -59,6 +59,8 @@ void read_medium(const std::string& bytes) {
     File_Data data;
     File_End end;
     require(reader.read_entry(item.offset, entry, data) || item.bad_name);
+    File_Extent extent;
+    while (reader.read_extent(item.data, extent) && extent.size != 0) require(extent.offset > item.offset);
     require(reader.read_end(item.data, end) && end.next_offset > item.offset);
   }
   require(!reader.error().empty());

@@ -30,6 +30,10 @@ MTF::Error_Code K8S_File_Reader_CB::close() {
   return MTF::E_OK;
 }
 
+bool K8S_File_Reader_CB::next_data(ACE_UINT64 from, ACE_UINT64& begin, ACE_UINT64& end) {
+  return fb_.next_data(from, begin, end);
+}
+
 bool K8S_Backup_Callback::lstat(const char* path, MTF::Callback_Stat& st) {
   ACE_stat found;
   if (MTF_FS::lstat(path, &found) != 0) {

@@ -18,6 +18,7 @@ class K8S_File_Reader_CB : public MTF::IFile_Reader {
   /// Always E_OK and nothing else: the file is closed by the next open() or with the reader, and is_open() stays as it
   /// was.
   MTF::Error_Code close() override;
+  bool next_data(ACE_UINT64 from, ACE_UINT64& begin, ACE_UINT64& end) override;
 
  private:
   MTF_FS::ifilebuf fb_;

@@ -33,6 +33,10 @@ MTF::Error_Code K8S_File_Writer_CB::flush() {
   return ofb_.pubsync() == 0 ? MTF::E_OK : MTF::E_FAILED;
 }
 
+MTF::Error_Code K8S_File_Writer_CB::skip_to(ACE_UINT64 offset) {
+  return ofb_.skip_to(offset) ? MTF::E_OK : MTF::E_FAILED;
+}
+
 bool K8S_Restore_Callback::mkdir_p(const char* path) {
   return is_directory(path) || MTF_FS::mkdir_p(path);
 }

@@ -15,6 +15,7 @@ class K8S_File_Writer_CB : public MTF::File_Writer_Base {
   /// Always E_OK: an error is told by flush() before it. is_open() stays as it was.
   MTF::Error_Code close() override;
   MTF::Error_Code flush() override;
+  MTF::Error_Code skip_to(ACE_UINT64 offset) override;
 
  private:
   MTF_FS::ofilebuf ofb_;

@@ -42,6 +42,10 @@ class TESSARIN_API IFile_Reader {
   /// A place to change the block of a file before it is written. The base does nothing and returns E_OK, and the data
   /// mover does not call it.
   virtual Error_Code handle_file_blk(File_Blk& block, unsigned long& flags, Callback_Stat& st);
+
+  /// Finds the first data at or behind @a from, up to the next hole or the end of the file; the next read begins there.
+  /// At the end, true with begin and end equal. False, with errno, on an error; the base does not know holes: ENOTSUP.
+  virtual bool next_data(ACE_UINT64 from, ACE_UINT64& begin, ACE_UINT64& end);
 };
 
 typedef ACE_Refcounted_Auto_Ptr<IFile_Reader, ACE_Recursive_Thread_Mutex> IFile_Reader_var;

@@ -38,9 +38,10 @@ bool Block_Writer::zeros(size_t n) {
   return true;
 }
 
-bool Block_Writer::stream(uint32_t id, uint16_t attributes, uint64_t length) {
+bool Block_Writer::stream(uint32_t id, uint16_t attributes, uint64_t length, uint16_t system_attributes) {
   char header[stream_header_size] = {};
   put_le(header, id);
+  put_le(header + 4, system_attributes);
   put_le(header + 6, attributes);
   put_le(header + 8, length);
   put_le(header + 20, header_checksum(header, 20));

@@ -25,7 +25,7 @@ class TESSARIN_API Block_Writer {
   bool put(std::string_view bytes);
   bool zeros(size_t n);
   /// The header of a stream, behind zeros up to its alignment. @a attributes are the media format attributes.
-  bool stream(uint32_t id, uint16_t attributes, uint64_t length);
+  bool stream(uint32_t id, uint16_t attributes, uint64_t length, uint16_t system_attributes = 0);
   /// The last stream of a block: up to the next block boundary.
   bool pad();
 

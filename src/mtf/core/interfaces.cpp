@@ -41,6 +41,11 @@ Error_Code IFile_Reader::handle_file_blk(File_Blk&, unsigned long&, Callback_Sta
   return E_OK;
 }
 
+bool IFile_Reader::next_data(ACE_UINT64, ACE_UINT64&, ACE_UINT64&) {
+  errno = ENOTSUP;
+  return false;
+}
+
 ISource_Lister_var IBackup_Callback::make_source_lister(const source_entry&) {
   return ISource_Lister_var();
 }
@@ -66,6 +71,11 @@ Error_Code File_Writer_Base::truncate(unsigned long) {
 
 Error_Code File_Writer_Base::flush() {
   return E_OK;
+}
+
+Error_Code File_Writer_Base::skip_to(ACE_UINT64) {
+  errno = ENOTSUP;
+  return E_FAILED;
 }
 
 bool IPath_Converter::convert_below(const std::string& path, std::string& base, std::string& below) const {

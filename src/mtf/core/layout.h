@@ -30,6 +30,7 @@ constexpr uint32_t block_sfmb = type_code("SFMB");
 
 // Streams that the format knows.
 constexpr uint32_t stream_data = type_code("STAN");
+constexpr uint32_t stream_extent = type_code("SPAR");
 constexpr uint32_t stream_path_name = type_code("PNAM");
 constexpr uint32_t stream_file_name = type_code("FNAM");
 constexpr uint32_t stream_checksum = type_code("CSUM");
@@ -72,6 +73,7 @@ enum String_Type : uint8_t { STR_NONE = 0, STR_BYTES = 1, STR_UTF16 = 2 };
 // The stream header.
 constexpr size_t stream_header_size = 22;
 constexpr size_t stream_alignment = 4;
+constexpr uint16_t stream_sparse = 1u << 3;       ///< file system attribute: the data is in SPAR streams
 constexpr uint16_t stream_checksummed = 1u << 5;  ///< a CSUM stream follows
 
 // Attributes of blocks, at offset 52.

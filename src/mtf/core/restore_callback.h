@@ -33,17 +33,20 @@ class TESSARIN_API IFile_Writer {
   /// Hands all that was written to the system and tells errors that would come late, as at a close. Call it before
   /// close(), which may keep an error to itself.
   virtual Error_Code flush() = 0;
+  /// Makes the file @a offset bytes long, with a hole behind what was written, and goes on there. Only forward.
+  virtual Error_Code skip_to(ACE_UINT64 offset) = 0;
 };
 
 typedef ACE_Refcounted_Auto_Ptr<IFile_Writer, ACE_Recursive_Thread_Mutex> IFile_Writer_var;
 
-/// A writer that can only go forward: seek and truncate fail with ENOTSUP, and flush, for a writer that keeps nothing
-/// back, is E_OK.
+/// A writer of one stretch of bytes: seek, truncate and skip_to fail with ENOTSUP, and flush, for a writer that keeps
+/// nothing back, is E_OK.
 class TESSARIN_API File_Writer_Base : public IFile_Writer {
  public:
   Error_Code seek(unsigned long offset) override;
   Error_Code truncate(unsigned long size) override;
   Error_Code flush() override;
+  Error_Code skip_to(ACE_UINT64 offset) override;
 };
 
 /// Makes entries. Threads: as IBackup_Callback.

@@ -1,6 +1,7 @@
 #include "mtf/core/set_reader.h"
 
 #include <algorithm>
+#include <limits>
 
 #include "mtf/core/layout.h"
 #include "mtf/core/little_endian.h"
@@ -16,7 +17,6 @@ constexpr size_t xattrs_max = 16 << 20;
 
 /// Forms of a data stream whose bytes are not the file's: in pieces, encrypted, compressed.
 constexpr uint16_t unread_media_attributes = 1u << 0 | 1u << 1 | 1u << 3 | 1u << 4;
-constexpr uint16_t sparse_system_attribute = 1u << 3;
 
 bool plain_name(std::string_view name) {
   return !name.empty() && name != "." && name != ".." && name.find_first_of(std::string_view("/\0", 2)) == name.npos;
@@ -85,6 +85,28 @@ bool Set_Reader::read_end(const File_Data& data, File_End& end) {
     end.has_checksum = true;
   }
   end.next_offset = stream.end();
+  return true;
+}
+
+bool Set_Reader::read_extent(const File_Data& data, File_Extent& extent) {
+  Stream stream;
+  uint64_t at = extent.offset == 0 ? data.offset : extent.offset + extent.size;
+  extent = File_Extent();
+  for (; data.sparse; at = stream.end()) {
+    if (!blocks_.stream(at, stream)) return false;
+    if (stream.id != stream_extent) break;
+    std::string place;
+    Stream place_only = stream;
+    place_only.length = std::min<uint64_t>(stream.length, sizeof extent.at);
+    if (!blocks_.data(place_only, sizeof extent.at, place)) return false;
+    if (place.size() != sizeof extent.at) return blocks_.fail(stream.offset, "extent without a place");
+    extent.at = get_le<uint64_t>(place.data());
+    extent.offset = stream.offset + place.size();
+    extent.size = stream.length - place.size();
+    if (extent.at > std::numeric_limits<int64_t>::max() - extent.size)
+      return blocks_.fail(stream.offset, "impossible place of an extent");
+    if (extent.size != 0) return true;
+  }
   return true;
 }
 
@@ -160,6 +182,7 @@ bool Set_Reader::parse_entry(Entry& entry, File_Data& data, bool& bad_name) {
   entry = Entry();
   entry.has_stat = false;
   data = File_Data();
+  data.file_size = blocks_.get64(at_displayable_size);
   const bool is_directory = blocks_.type() == block_dirb;
   if (!blocks_.text(is_directory ? 80 : 84, entry.path)) return false;
   Stream stream;
@@ -170,10 +193,13 @@ bool Set_Reader::parse_entry(Entry& entry, File_Data& data, bool& bad_name) {
       break;
     }
     if (stream.id == stream_data) {
-      if ((stream.media_attributes & unread_media_attributes) != 0 ||
-          (stream.system_attributes & sparse_system_attribute) != 0)
+      const bool sparse = (stream.system_attributes & stream_sparse) != 0;
+      if ((stream.media_attributes & unread_media_attributes) != 0 || (sparse && stream.length != 0))
         return blocks_.fail(at, "data in a form that is not read here");
-      data = {stream.offset, stream.length, true};
+      data.offset = stream.offset;
+      data.size = stream.length;
+      data.present = true;
+      data.sparse = sparse;
       break;
     }
     if (!parse_stream(stream, entry)) return false;

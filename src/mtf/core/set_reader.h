@@ -16,8 +16,17 @@ class Byte_Source;
 /// Where the data of a file lies in the medium.
 struct File_Data {
   uint64_t offset = 0;
-  uint64_t size = 0;
-  bool present = false;  ///< there is a data stream, maybe of length 0
+  uint64_t size = 0;       ///< 0 where sparse
+  bool present = false;    ///< there is a data stream, maybe of length 0
+  bool sparse = false;     ///< the data is in extents: see Set_Reader::read_extent()
+  uint64_t file_size = 0;  ///< with holes
+};
+
+/// One stretch of data of a sparse file.
+struct File_Extent {
+  uint64_t at = 0;      ///< its place in the file
+  uint64_t offset = 0;  ///< its place in the medium
+  uint64_t size = 0;    ///< 0: there is no more
 };
 
 /// What stands behind the data of a file.
@@ -68,6 +77,13 @@ class TESSARIN_API Set_Reader {
    *   elsewhere is a failure.
    */
   bool read_entry(uint64_t offset, Entry& entry, File_Data& data);
+  /**
+   * Finds the next stretch of data of a sparse file.
+   *
+   * @param extent the one before, or as constructed for the first; at the end its size is 0. Extents may be in any
+   * order and reach behind File_Data::file_size: that is the medium's fault.
+   */
+  bool read_extent(const File_Data& data, File_Extent& extent);
   /// Reads on behind the data of a file (or a directory's streams) that read_entry() or next() gave.
   bool read_end(const File_Data& data, File_End& end);
 

@@ -172,8 +172,8 @@ bool Set_Writer::put_own_streams(const Entry& entry) {
          text(stream_unix_xattrs, attrs);
 }
 
-bool Set_Writer::begin_file(const Entry& entry, uint64_t size) {
-  if (!in_order(state_ == IN_VOLUME, "begin_file")) return false;
+/// The block of a file, with all streams but the data.
+bool Set_Writer::put_file_block(const Entry& entry, uint64_t size) {
   const std::string_view directory = parent_path(entry.path);
   if ((!has_directory_ || directory_ != directory) && !put_directory(directory, nullptr)) return false;
   state_ = IN_FILE;
@@ -190,14 +190,39 @@ bool Set_Writer::begin_file(const Entry& entry, uint64_t size) {
   if (!fits) block.set32(52, name_in_stream);
   if (!begin_block(block)) return false;
   if (!fits && !put_name_stream(stream_file_name, name, type)) return false;
-  if (!put_own_streams(entry)) return false;
+  return put_own_streams(entry);
+}
 
+bool Set_Writer::begin_file(const Entry& entry, uint64_t size) {
+  if (!in_order(state_ == IN_VOLUME, "begin_file") || !put_file_block(entry, size)) return false;
   missing_ = size;
+  sparse_ = false;
   checksum_.reset();
   has_data_ = size > 0 || (S_ISREG(entry.stat.mode) && entry.hard_link_target.empty());
   if (!has_data_) return true;
   ++streams_;
   return out_.stream(stream_data, stream_checksummed, size);
+}
+
+bool Set_Writer::begin_sparse_file(const Entry& entry, uint64_t size) {
+  if (!in_order(state_ == IN_VOLUME, "begin_sparse_file") || !put_file_block(entry, size)) return false;
+  missing_ = 0;
+  sparse_ = true;
+  has_data_ = true;
+  extent_end_ = 0;
+  file_size_ = size;
+  ++streams_;
+  return out_.stream(stream_data, 0, 0, stream_sparse);
+}
+
+bool Set_Writer::begin_extent(uint64_t at, uint64_t length) {
+  const bool inside = at >= extent_end_ && at < file_size_ && length > 0 && length <= file_size_ - at;
+  if (!in_order(state_ == IN_FILE && sparse_ && missing_ == 0 && inside, "begin_extent")) return false;
+  missing_ = length;
+  extent_end_ = at + length;
+  char place[8];
+  put_le(place, at);
+  return out_.stream(stream_extent, 0, sizeof place + length) && out_.put({place, sizeof place});
 }
 
 bool Set_Writer::room(char*& at, size_t& avail) {
@@ -219,7 +244,7 @@ bool Set_Writer::filled(size_t n) {
 bool Set_Writer::end_file(File_Damage damage, uint64_t valid_size) {
   if (!in_order(state_ == IN_FILE && missing_ == 0 && (damage == FD_NONE || has_data_), "end_file")) return false;
   state_ = IN_VOLUME;
-  if (has_data_) {
+  if (has_data_ && !sparse_) {
     char sum[4];
     put_le(sum, checksum_.value());
     if (!out_.stream(stream_checksum, 0, sizeof sum) || !out_.put({sum, sizeof sum})) return false;

@@ -21,7 +21,8 @@ class Byte_Sink;
 /**
  * Writes one medium with one set, in this order of calls:
  *
- *     begin (volume (directory | begin_file (room filled)* end_file)*)* end
+ *     begin (volume (directory | begin_file (room filled)* end_file |
+ *                    begin_sparse_file (begin_extent (room filled)*)* end_file)*)* end
  *
  * Every operation returns false when the sink did (errno is the sink's, which logged) or when the call makes no sense
  * (EINVAL, one LM_ERROR line); the writer is of no use after that. One thread at a time. Keeps no list of what it has
@@ -43,6 +44,10 @@ class TESSARIN_API Set_Writer {
    * right one goes before, so files of one directory may be spread over media.
    */
   bool begin_file(const Entry& entry, uint64_t size);
+  /// A regular file with holes: @a size bytes with them. Where the file has data is told by begin_extent().
+  bool begin_sparse_file(const Entry& entry, uint64_t size);
+  /// @a length bytes of data, more than 0, are to follow, which stand at @a at in the file: behind the extent before.
+  bool begin_extent(uint64_t at, uint64_t length);
   /// Memory for the next data of the file: never more than it still lacks, so 0 bytes once it is complete.
   bool room(char*& at, size_t& avail);
   /// The first @a n bytes of that memory hold data.
@@ -66,6 +71,7 @@ class TESSARIN_API Set_Writer {
 
   bool in_order(bool allowed, const char* call);
   bool begin_block(Block& block);
+  bool put_file_block(const Entry& entry, uint64_t size);
   bool put_directory(std::string_view path, const Entry* entry);
   bool put_name_stream(uint32_t id, std::string_view name, String_Type type);
   bool put_own_streams(const Entry& entry);
@@ -88,10 +94,13 @@ class TESSARIN_API Set_Writer {
   std::string directory_;       // path of the last directory block
   bool has_directory_ = false;  // in this volume
 
-  char* room_ = nullptr;   // what room() lent
-  uint64_t missing_ = 0;   // data bytes of the file still to come
-  uint16_t streams_ = 0;   // of the current block, by now
-  bool has_data_ = false;  // the current file has a data stream
+  char* room_ = nullptr;     // what room() lent
+  uint64_t missing_ = 0;     // data bytes of the file still to come
+  uint16_t streams_ = 0;     // of the current block, by now
+  bool has_data_ = false;    // the current file has a data stream
+  bool sparse_ = false;      // in extents
+  uint64_t extent_end_ = 0;  // where in the file the last one ends
+  uint64_t file_size_ = 0;
   Xor_Checksum checksum_;  // of its data so far
   uint32_t corrupt_files_ = 0;
 };

@@ -62,6 +62,22 @@ int ifilebuf::close() {
   return close_fd(fd_);
 }
 
+bool ifilebuf::next_data(uint64_t from, uint64_t& begin, uint64_t& end) {
+  struct stat st;
+  if (::fstat(fd_, &st) != 0) return false;
+  setg(nullptr, nullptr, nullptr);
+  const off_t data =
+      static_cast<off_t>(from) < st.st_size ? ::lseek(fd_, static_cast<off_t>(from), SEEK_DATA) : st.st_size;
+  // Nothing but a hole up to the end, which may have been cut off meanwhile.
+  begin = end = static_cast<uint64_t>(st.st_size);
+  if (data == st.st_size || (data < 0 && errno == ENXIO)) return true;
+  const off_t hole = data < 0 ? -1 : ::lseek(fd_, data, SEEK_HOLE);
+  if (hole < 0) return false;
+  begin = static_cast<uint64_t>(data);
+  end = static_cast<uint64_t>(hole);
+  return ::lseek(fd_, data, SEEK_SET) >= 0;
+}
+
 /// What one call gives: 0 at the end, with errno 0.
 ssize_t ifilebuf::read_some(char* to, size_t n) {
   ssize_t got;
@@ -172,6 +188,17 @@ std::streamsize ofilebuf::xsputn(const char* from, std::streamsize n) {
     done += part;
   }
   return done;
+}
+
+bool ofilebuf::skip_to(uint64_t offset) {
+  if (fd_ < 0) errno = EBADF;
+  if (fd_ < 0 || !flush_buffer()) return false;
+  const off_t to = static_cast<off_t>(offset);
+  const off_t now = ::lseek(fd_, 0, SEEK_CUR);
+  if (now >= 0 && to < now) errno = EINVAL;
+  if (now >= 0 && to >= now && ::ftruncate(fd_, to) == 0 && ::lseek(fd_, to, SEEK_SET) == to) return true;
+  error_ = errno;
+  return false;
 }
 
 ofilebuf::int_type ofilebuf::overflow(int_type c) {

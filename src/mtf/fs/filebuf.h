@@ -2,6 +2,7 @@
 
 #include <sys/types.h>
 
+#include <cstdint>
 #include <memory>
 #include <streambuf>
 
@@ -30,6 +31,9 @@ class TESSARIN_API ifilebuf : public std::streambuf {
    */
   int open(const char* path, int flags, int mode);
   bool is_open() const { return fd_ >= 0; }
+  /// Finds the first data at or behind @a from, up to the next hole or the end of the file, and goes there. At the end,
+  /// true with begin and end equal. False with errno.
+  bool next_data(uint64_t from, uint64_t& begin, uint64_t& end);
   /// 0, also where nothing is open; -1 with errno. Closed in any case.
   int close();
 
@@ -61,6 +65,9 @@ class TESSARIN_API ofilebuf : public std::streambuf {
   /// is not waited for (ENXIO). 0; -1 with errno.
   int open(const char* path, int flags, int mode);
   bool is_open() const { return fd_ >= 0; }
+  /// Makes the file @a offset bytes long, with a hole behind what was written, and goes on there. False with errno;
+  /// then later writes fail too. An offset before the next write's is EINVAL.
+  bool skip_to(uint64_t offset);
   /// Writes what is held back and closes. 0, also where nothing is open; -1 with errno when this or a write before
   /// failed. Closed in any case.
   int close();

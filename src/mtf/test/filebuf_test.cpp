@@ -121,6 +121,74 @@ TEST(Ifilebuf, OpensAnotherFileInPlaceOfTheFirst) {
   EXPECT_EQ(buf.close(), 0);
 }
 
+/// Whether the filesystem below the directory keeps holes.
+bool keeps_holes(const Temp_Dir& dir) {
+  const std::string path = dir.write("probe", "");
+  struct stat st = {};
+  return ::truncate(path.c_str(), 1 << 20) == 0 && ::stat(path.c_str(), &st) == 0 && st.st_blocks == 0;
+}
+
+TEST(Filebufs, HolesStayHoles) {
+  Temp_Dir dir;
+  if (!keeps_holes(dir)) GTEST_SKIP() << "no holes on this filesystem";
+  constexpr uint64_t mib = 1 << 20;
+  const std::string block = pattern(65536);
+  ofilebuf out(1000);
+  ASSERT_EQ(out.open((dir / "file").c_str(), write_flags, 0640), 0);
+  ASSERT_TRUE(out.skip_to(mib));
+  ASSERT_EQ(out.sputn(block.data(), 65536), 65536);
+  ASSERT_TRUE(out.skip_to(8 * mib));
+  ASSERT_EQ(out.sputn(block.data(), 65536), 65536);
+  ASSERT_TRUE(out.skip_to(1024 * mib));
+  ASSERT_EQ(out.close(), 0);
+  struct stat st;
+  ASSERT_EQ(::stat((dir / "file").c_str(), &st), 0);
+  EXPECT_EQ(st.st_size, 1024 * 1048576);
+  EXPECT_LE(st.st_blocks * 512, 4 * 65536);
+
+  ifilebuf in(1000);
+  ASSERT_EQ(in.open((dir / "file").c_str(), O_RDONLY, 0), 0);
+  in.sgetc();
+  uint64_t begin;
+  uint64_t end;
+  ASSERT_TRUE(in.next_data(0, begin, end));
+  EXPECT_EQ(begin, mib);
+  EXPECT_EQ(end, mib + 65536);
+  EXPECT_EQ(get(in, 65536), block);
+  ASSERT_TRUE(in.next_data(end, begin, end));
+  EXPECT_EQ(begin, 8 * mib);
+  EXPECT_EQ(get(in, 65536), block);
+  ASSERT_TRUE(in.next_data(end, begin, end));
+  EXPECT_EQ(begin, 1024 * mib);
+  EXPECT_EQ(end, 1024 * mib);
+  ASSERT_TRUE(in.next_data(2048 * mib, begin, end));
+  EXPECT_EQ(begin, end);
+}
+
+TEST(Ifilebuf, AFileWithoutHolesIsOneStretch) {
+  Temp_Dir dir;
+  ifilebuf in(1000);
+  ASSERT_EQ(in.open(dir.write("file", pattern(10000)).c_str(), O_RDONLY, 0), 0);
+  uint64_t begin;
+  uint64_t end;
+  ASSERT_TRUE(in.next_data(0, begin, end));
+  EXPECT_EQ(begin, 0u);
+  EXPECT_EQ(end, 10000u);
+  ASSERT_TRUE(in.next_data(end, begin, end));
+  EXPECT_EQ(begin, end);
+}
+
+TEST(Ofilebuf, DoesNotSkipBackwards) {
+  Temp_Dir dir;
+  ofilebuf buf(1000);
+  ASSERT_EQ(buf.open((dir / "file").c_str(), write_flags, 0640), 0);
+  EXPECT_EQ(buf.sputn("abc", 3), 3);
+  EXPECT_FALSE(buf.skip_to(2));
+  EXPECT_EQ(errno, EINVAL);
+  EXPECT_EQ(buf.sputn("d", 1), 1);
+  EXPECT_EQ(buf.close(), -1);
+}
+
 TEST(Ofilebuf, WritesOfAllSizesGiveTheFile) {
   Temp_Dir dir;
   const std::string content = pattern(50000);

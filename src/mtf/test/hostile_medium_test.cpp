@@ -274,6 +274,28 @@ TEST_F(Hand_Made, DataInFormsThatWeDoNotWriteIsRefusedNotMisread) {
   }
 }
 
+TEST_F(Hand_Made, ExtentsWithoutAPlaceOrAtAnImpossibleOneAreRefused) {
+  for (const auto& [length, reason] :
+       {std::pair<uint64_t, const char*>{4, "extent without a place"}, {9, "impossible place of an extent"}}) {
+    Block file(block_file, file_end);
+    file.string_type(STR_BYTES);
+    file.text(84, "name");
+    const uint64_t offset = begin(file);
+    out_.stream(stream_data, 0, 0, stream_sparse);
+    out_.stream(stream_extent, 0, length);
+    out_.put(std::string(length, '\xff'));
+    finish();
+    Memory_Source source(sink_.bytes);
+    Set_Reader reader(source);
+    Entry entry;
+    File_Data data;
+    File_Extent extent;
+    ASSERT_TRUE(reader.read_entry(offset, entry, data)) << reader.error();
+    EXPECT_FALSE(reader.read_extent(data, extent));
+    EXPECT_THAT(reader.error(), testing::HasSubstr(reason));
+  }
+}
+
 TEST_F(Hand_Made, TextsOutsideTheirBlockAreRefused) {
   for (const auto& [size, start] : {std::pair{100, 88}, {1, 1024}, {0xffff, 0xffff}, {2, 0xffff}}) {
     Block file(block_file, file_end);

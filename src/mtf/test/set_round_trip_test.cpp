@@ -273,6 +273,46 @@ TEST(SetRoundTrip, LongTextsOfTheHeaderAreCutBetweenCharacters) {
   EXPECT_TRUE(read.incremental);
 }
 
+TEST(SetRoundTrip, ASparseFileIsItsExtents) {
+  Memory_Sink sink(100);
+  Set_Writer writer(sink);
+  const uint64_t tib = 1ull << 40;
+  ASSERT_TRUE(writer.begin(make_header()) && writer.volume({"/srv", "host", 0}));
+  ASSERT_TRUE(writer.begin_sparse_file(make_entry("sparse"), tib));
+  const uint64_t offset = writer.offset();
+  ASSERT_TRUE(writer.begin_extent(4096, 5) && fill(writer, "first"));
+  ASSERT_TRUE(writer.begin_extent(tib - 2000, 2000) && fill(writer, std::string(2000, 'l')));
+  ASSERT_TRUE(writer.end_file());
+  ASSERT_TRUE(writer.begin_sparse_file(make_entry("hole"), tib) && writer.end_file());
+  ASSERT_TRUE(put_file(writer, make_entry("behind"), "behind") && writer.end());
+  EXPECT_LT(sink.bytes.size(), 20000u);
+
+  Memory_Source source(sink.bytes);
+  Set_Reader reader(source);
+  Entry entry;
+  File_Data data;
+  File_Extent extent;
+  ASSERT_TRUE(reader.read_entry(offset, entry, data)) << reader.error();
+  EXPECT_TRUE(data.present && data.sparse);
+  EXPECT_EQ(data.file_size, tib);
+  ASSERT_TRUE(reader.read_extent(data, extent)) << reader.error();
+  EXPECT_EQ(extent.at, 4096u);
+  EXPECT_EQ(sink.bytes.substr(extent.offset, extent.size), "first");
+  ASSERT_TRUE(reader.read_extent(data, extent)) << reader.error();
+  EXPECT_EQ(extent.at, tib - 2000);
+  EXPECT_EQ(sink.bytes.substr(extent.offset, extent.size), std::string(2000, 'l'));
+  ASSERT_TRUE(reader.read_extent(data, extent)) << reader.error();
+  EXPECT_EQ(extent.size, 0u);
+
+  Set_Header header;
+  Set_Item item;
+  std::string met;
+  ASSERT_TRUE(reader.read_header(header)) << reader.error();
+  while (reader.next(item) && item.type != Set_Item::END) met += item.entry.path + (item.data.sparse ? "~ " : " ");
+  EXPECT_EQ(met, "  sparse~ hole~ behind ");
+  EXPECT_EQ(item.type, Set_Item::END) << reader.error();
+}
+
 TEST(SetRoundTrip, ADamagedFileKeepsItsLengthAndIsFollowedByANote) {
   Memory_Sink sink;
   Set_Writer writer(sink);
@@ -451,6 +491,22 @@ TEST_F(SetWriterMisuse, MoreDataThanAnnouncedIsRefused) {
   ASSERT_TRUE(writer_.room(at, avail));
   EXPECT_EQ(avail, 5u);
   expect_refused(writer_.filled(6));
+}
+TEST_F(SetWriterMisuse, ExtentsOutOfOrderAreRefused) {
+  begin();
+  ASSERT_TRUE(writer_.begin_sparse_file(make_entry("file"), 100) && writer_.begin_extent(50, 5) &&
+              fill(writer_, "12345"));
+  expect_refused(writer_.begin_extent(54, 5));
+}
+TEST_F(SetWriterMisuse, ExtentsBehindTheEndAreRefused) {
+  begin();
+  ASSERT_TRUE(writer_.begin_sparse_file(make_entry("file"), 100));
+  expect_refused(writer_.begin_extent(96, 5));
+}
+TEST_F(SetWriterMisuse, ExtentsOfAFileWithoutHolesAreRefused) {
+  begin();
+  ASSERT_TRUE(writer_.begin_file(make_entry("file"), 0));
+  expect_refused(writer_.begin_extent(0, 1));
 }
 TEST_F(SetWriterMisuse, ADirectoryInsideAFileIsRefused) {
   begin();

@@ -95,6 +95,19 @@ TEST(K8sFileReader, DoesNotWaitForTheWriterOfAFifo) {
   EXPECT_EQ(reader.open(path.c_str()), MTF::E_FAILED);
 }
 
+TEST(K8sFileReader, GoesToTheNextData) {
+  Temp_Dir dir;
+  K8S_File_Reader_CB reader;
+  ASSERT_EQ(reader.open(dir.write("ten", "0123456789").c_str()), MTF::E_OK);
+  ACE_UINT64 begin = 0;
+  ACE_UINT64 end = 0;
+  ASSERT_TRUE(reader.next_data(0, begin, end));
+  EXPECT_EQ(begin, 0u);
+  EXPECT_EQ(end, 10u);
+  ASSERT_TRUE(reader.next_data(end, begin, end));
+  EXPECT_EQ(begin, end);
+}
+
 TEST(K8sBackupCallback, SeparatesDirectoriesBySlash) {
   EXPECT_EQ(K8S_Backup_Callback().directory_separator(), '/');
 }

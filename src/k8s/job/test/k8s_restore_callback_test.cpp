@@ -94,6 +94,19 @@ TEST(K8sFileWriter, FlushBringsTheDataToTheFile) {
   EXPECT_EQ(read_file(dir / "file"), "held back");
 }
 
+TEST(K8sFileWriter, SkipsForwardOverAHole) {
+  Temp_Dir dir;
+  K8S_File_Writer_CB writer;
+  ASSERT_EQ(writer.open((dir / "file").c_str(), 0), MTF::E_OK);
+  EXPECT_EQ(writer.write("a", 1), MTF::E_OK);
+  EXPECT_EQ(writer.skip_to(3), MTF::E_OK);
+  EXPECT_EQ(writer.write("b", 1), MTF::E_OK);
+  EXPECT_EQ(writer.skip_to(6), MTF::E_OK);
+  EXPECT_EQ(writer.flush(), MTF::E_OK);
+  EXPECT_EQ(read_file(dir / "file"), std::string("a\0\0b\0\0", 6));
+  EXPECT_EQ(writer.skip_to(5), MTF::E_FAILED);
+}
+
 TEST(K8sFileWriter, GoesForwardOnly) {
   K8S_File_Writer_CB writer;
   EXPECT_EQ(writer.seek(0), MTF::E_FAILED);
