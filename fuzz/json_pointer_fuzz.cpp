@@ -32,8 +32,7 @@ void read_all_kinds(const JSON_Pointer& pointer, const Value& document) {
   bool flag;
   double real;
   unsigned short integer;
-  const int scalars =
-      pointer.get(document, flag) + pointer.get(document, real) + pointer.get(document, integer);
+  const int scalars = pointer.get(document, flag) + pointer.get(document, real) + pointer.get(document, integer);
   const Value* value = nullptr;
   const bool found = pointer.get(document, value);
   require(strings_and_containers + scalars + (found && value->is_null()) == (found ? 1 : 0));

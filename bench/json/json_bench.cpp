@@ -97,8 +97,8 @@ Figures measure(const Contender& contender) {
 
 /// The figures of one parse in a child process.
 Figures measure_apart(const Contender& contender) {
-  static Figures* const shared = static_cast<Figures*>(
-      mmap(nullptr, sizeof(Figures), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0));
+  static Figures* const shared =
+      static_cast<Figures*>(mmap(nullptr, sizeof(Figures), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0));
   const pid_t child = fork();
   if (child == 0) {
     *shared = measure(contender);

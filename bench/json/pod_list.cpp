@@ -26,10 +26,17 @@ std::string make_pod_list(std::size_t pods) {
     if (pod != 0) text += ',';
     for (const char c : pod_text) {
       switch (c) {
-        case '@': text += std::to_string(10000 + pod); break;
-        case '^': append_hex(state, text); break;
-        case '~': text += "worker-" + std::to_string(pod % 50); break;
-        default: text += c;
+        case '@':
+          text += std::to_string(10000 + pod);
+          break;
+        case '^':
+          append_hex(state, text);
+          break;
+        case '~':
+          text += "worker-" + std::to_string(pod % 50);
+          break;
+        default:
+          text += c;
       }
     }
   }

@@ -24,12 +24,23 @@ void build(dom::element element, Value& out) {
       out = Array();
       for (const auto item : dom::array(element)) build(item, out.get_array().emplace_back());
       break;
-    case dom::element_type::STRING: out = Value(std::string(std::string_view(element))); break;
-    case dom::element_type::INT64: out = Value(std::int64_t(element)); break;
-    case dom::element_type::UINT64: out = Value(std::uint64_t(element)); break;
-    case dom::element_type::DOUBLE: out = Value(double(element)); break;
-    case dom::element_type::BOOL: out = Value(bool(element)); break;
-    case dom::element_type::NULL_VALUE: break;
+    case dom::element_type::STRING:
+      out = Value(std::string(std::string_view(element)));
+      break;
+    case dom::element_type::INT64:
+      out = Value(std::int64_t(element));
+      break;
+    case dom::element_type::UINT64:
+      out = Value(std::uint64_t(element));
+      break;
+    case dom::element_type::DOUBLE:
+      out = Value(double(element));
+      break;
+    case dom::element_type::BOOL:
+      out = Value(bool(element));
+      break;
+    case dom::element_type::NULL_VALUE:
+      break;
   }
 }
 
@@ -52,7 +63,9 @@ void build(Source& source, Value& out) {
         build(value, out.get_array().emplace_back());
       }
       break;
-    case ondemand::json_type::string: out = Value(std::string(std::string_view(source.get_string()))); break;
+    case ondemand::json_type::string:
+      out = Value(std::string(std::string_view(source.get_string())));
+      break;
     case ondemand::json_type::number: {
       ondemand::number number = source.get_number();
       out = number.is_int64()    ? Value(number.get_int64())
@@ -60,8 +73,11 @@ void build(Source& source, Value& out) {
                                  : Value(number.get_double());
       break;
     }
-    case ondemand::json_type::boolean: out = Value(bool(source.get_bool())); break;
-    case ondemand::json_type::null: break;
+    case ondemand::json_type::boolean:
+      out = Value(bool(source.get_bool()));
+      break;
+    case ondemand::json_type::null:
+      break;
   }
 }
 

@@ -66,7 +66,9 @@ class Object_Inserter {
   Object& obj;
 };
 
-inline Object_Inserter insert(Object& object) { return Object_Inserter(object); }
+inline Object_Inserter insert(Object& object) {
+  return Object_Inserter(object);
+}
 
 /// A value that is an object and takes its members in a chain: `Object_Maker()("a", 1)("b", x)`.
 class Object_Maker : public Value, public Object_Inserter {
@@ -89,10 +91,14 @@ class Object_Maker : public Value, public Object_Inserter {
 };
 
 /// Makes @a value a new empty object.
-inline Object& to_new_object(Value& value) { return value.to_new_object(); }
+inline Object& to_new_object(Value& value) {
+  return value.to_new_object();
+}
 
 /// Adds an empty object at the end of @a array.
-inline Object& append_new_object(Array& array) { return array.emplace_back().to_new_object(); }
+inline Object& append_new_object(Array& array) {
+  return array.emplace_back().to_new_object();
+}
 
 inline Array& operator<<(Array& array, Value value) {
   array.push_back(std::move(value));
@@ -101,11 +107,16 @@ inline Array& operator<<(Array& array, Value value) {
 
 inline bool Skip_Empty_Helper::operator()(const Value& value) const {
   switch (value.type()) {
-    case obj_type: return value.get_obj().empty();
-    case array_type: return value.get_array().empty();
-    case str_type: return value.get_str().empty();
-    case secure_str_type: return value.get_secure_str().empty();
-    default: return value.is_null();
+    case obj_type:
+      return value.get_obj().empty();
+    case array_type:
+      return value.get_array().empty();
+    case str_type:
+      return value.get_str().empty();
+    case secure_str_type:
+      return value.get_secure_str().empty();
+    default:
+      return value.is_null();
   }
 }
 

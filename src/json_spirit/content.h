@@ -35,7 +35,9 @@ struct Content<secure_string> {
 
 /// What a Value holds by its own address, so that a pointer can lead to it.
 template <typename T>
-concept Addressable = requires { Content<T>::type; };
+concept Addressable = requires {
+  Content<T>::type;
+};
 
 template <typename T>
 concept Scalar = Integral<T> || std::same_as<T, bool> || std::same_as<T, double>;
@@ -83,24 +85,24 @@ inline bool read_content(Value&& value, Value& dest) {
 
 /// The address of the content; of a const value it is a pointer to const.
 template <typename V, typename T>
-  requires Addressable<std::remove_const_t<T>> && (std::is_const_v<T> || !std::is_const_v<V>)
-bool read_content(V& value, T*& dest) {
+requires Addressable<std::remove_const_t<T>> &&
+    (std::is_const_v<T> || !std::is_const_v<V>)bool read_content(V& value, T*& dest) {
   if (value.type() != Content<std::remove_const_t<T>>::type) return false;
   dest = &Content<std::remove_const_t<T>>::in(value);
   return true;
 }
 
 template <typename V, typename T>
-  requires std::same_as<std::remove_const_t<T>, Value> && (std::is_const_v<T> || !std::is_const_v<V>)
-bool read_content(V& value, T*& dest) {
+requires std::same_as<std::remove_const_t<T>, Value> &&
+    (std::is_const_v<T> || !std::is_const_v<V>)bool read_content(V& value, T*& dest) {
   dest = &value;
   return true;
 }
 
 /// The text of a string.
 template <typename V, typename T>
-  requires std::same_as<std::remove_const_t<T>, char> && (std::is_const_v<T> || !std::is_const_v<V>)
-bool read_content(V& value, T*& dest) {
+requires std::same_as < std::remove_const_t<T>,
+char > &&(std::is_const_v<T> || !std::is_const_v<V>)bool read_content(V& value, T*& dest) {
   if (value.type() != str_type) return false;
   dest = value.get_str().data();
   return true;

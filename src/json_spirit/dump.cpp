@@ -15,14 +15,24 @@ class Writer {
 
   void write(const Value& value) {
     switch (value.type()) {
-      case obj_type: return write(value.get_obj());
-      case array_type: return write(value.get_array());
-      case str_type: return write(std::string_view(value.get_str()));
-      case secure_str_type: return write(pretty_ ? std::string_view("******") : std::string_view(value.get_secure_str()));
-      case bool_type: out_ += value.get_bool() ? "true" : "false"; return;
-      case int_type: return value.is_uint64() ? digits(value.get_uint64()) : digits(value.get_int64());
-      case real_type: return write(value.get_real());
-      case null_type: out_ += "null"; return;
+      case obj_type:
+        return write(value.get_obj());
+      case array_type:
+        return write(value.get_array());
+      case str_type:
+        return write(std::string_view(value.get_str()));
+      case secure_str_type:
+        return write(pretty_ ? std::string_view("******") : std::string_view(value.get_secure_str()));
+      case bool_type:
+        out_ += value.get_bool() ? "true" : "false";
+        return;
+      case int_type:
+        return value.is_uint64() ? digits(value.get_uint64()) : digits(value.get_int64());
+      case real_type:
+        return write(value.get_real());
+      case null_type:
+        out_ += "null";
+        return;
     }
   }
 
@@ -98,8 +108,14 @@ class Writer {
 
 }  // namespace
 
-JSON_Dump::JSON_Dump(const Value& value, bool pretty) { Writer(val_, pretty).write(value); }
-JSON_Dump::JSON_Dump(const Object& object, bool pretty) { Writer(val_, pretty).write(object); }
-JSON_Dump::JSON_Dump(const Array& array, bool pretty) { Writer(val_, pretty).write(array); }
+JSON_Dump::JSON_Dump(const Value& value, bool pretty) {
+  Writer(val_, pretty).write(value);
+}
+JSON_Dump::JSON_Dump(const Object& object, bool pretty) {
+  Writer(val_, pretty).write(object);
+}
+JSON_Dump::JSON_Dump(const Array& array, bool pretty) {
+  Writer(val_, pretty).write(array);
+}
 
 }  // namespace json_spirit

@@ -10,9 +10,9 @@ namespace json_spirit {
  * With @a pretty the text is for people: indented by two blanks, and each secure_string stands as "******". Without, it
  * is compact and exact: what a reader makes of it equals the value (a secure_string as a string).
  *
- * Both are always valid JSON, in UTF-8: control characters are escaped, a byte that isn't part of valid UTF-8 is written
- * as U+FFFD, a real always shows a fraction or an exponent and as many digits as it takes to read the same number back,
- * and a real that JSON can't hold (infinite, not a number) is written as null.
+ * Both are always valid JSON, in UTF-8: control characters are escaped, a byte that isn't part of valid UTF-8 is
+ * written as U+FFFD, a real always shows a fraction or an exponent and as many digits as it takes to read the same
+ * number back, and a real that JSON can't hold (infinite, not a number) is written as null.
  */
 class TESSARIN_API JSON_Dump {
  public:

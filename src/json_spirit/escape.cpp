@@ -6,7 +6,9 @@ namespace json_spirit {
 
 namespace {
 
-constexpr bool is_plain(unsigned char c) { return c >= 0x20 && c < 0x80 && c != '"' && c != '\\'; }
+constexpr bool is_plain(unsigned char c) {
+  return c >= 0x20 && c < 0x80 && c != '"' && c != '\\';
+}
 
 /// Whether a byte stands for itself whatever follows.
 constexpr std::array<bool, 256> plain = [] {
@@ -15,7 +17,9 @@ constexpr std::array<bool, 256> plain = [] {
   return table;
 }();
 
-constexpr bool continues(unsigned char c) { return (c & 0xC0) == 0x80; }
+constexpr bool continues(unsigned char c) {
+  return (c & 0xC0) == 0x80;
+}
 
 /// Length of the valid UTF-8 sequence of two bytes or more at the start of @a text; 0 if there is none. Overlong forms,
 /// surrogates and what lies beyond U+10FFFF are not valid; all of them show in the second byte.
@@ -25,8 +29,7 @@ std::size_t sequence_length(std::string_view text) {
   if (!continues(second)) return 0;
   if (lead >= 0xC2 && lead <= 0xDF) return 2;
   if (!continues(byte(2))) return 0;
-  if (lead >= 0xE0 && lead <= 0xEF)
-    return (lead == 0xE0 && second < 0xA0) || (lead == 0xED && second > 0x9F) ? 0 : 3;
+  if (lead >= 0xE0 && lead <= 0xEF) return (lead == 0xE0 && second < 0xA0) || (lead == 0xED && second > 0x9F) ? 0 : 3;
   if (!continues(byte(3)) || lead < 0xF0 || lead > 0xF4) return 0;
   return (lead == 0xF0 && second < 0x90) || (lead == 0xF4 && second > 0x8F) ? 0 : 4;
 }
@@ -34,14 +37,29 @@ std::size_t sequence_length(std::string_view text) {
 void append_control(unsigned char c, std::string& out) {
   static constexpr char hex[] = "0123456789abcdef";
   switch (c) {
-    case '"': out += "\\\""; return;
-    case '\\': out += "\\\\"; return;
-    case '\b': out += "\\b"; return;
-    case '\f': out += "\\f"; return;
-    case '\n': out += "\\n"; return;
-    case '\r': out += "\\r"; return;
-    case '\t': out += "\\t"; return;
-    default: out.append("\\u00").append(1, hex[c >> 4]).append(1, hex[c & 15]);
+    case '"':
+      out += "\\\"";
+      return;
+    case '\\':
+      out += "\\\\";
+      return;
+    case '\b':
+      out += "\\b";
+      return;
+    case '\f':
+      out += "\\f";
+      return;
+    case '\n':
+      out += "\\n";
+      return;
+    case '\r':
+      out += "\\r";
+      return;
+    case '\t':
+      out += "\\t";
+      return;
+    default:
+      out.append("\\u00").append(1, hex[c >> 4]).append(1, hex[c & 15]);
   }
 }
 

@@ -53,7 +53,8 @@ template <typename T>
 concept Loadable = requires(T& container, typename T::value_type element) {
   { read_content(std::declval<const Value&>(), element) } -> std::same_as<bool>;
   container.insert(container.end(), element);
-} && !Addressable<T> && !std::same_as<typename T::value_type, Value> && !std::same_as<typename T::value_type, char>;
+}
+&&!Addressable<T> && !std::same_as<typename T::value_type, Value> && !std::same_as<typename T::value_type, char>;
 
 class Container_Loader {
  protected:

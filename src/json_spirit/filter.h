@@ -165,16 +165,8 @@ class Filtered_Range {
 
   iterator begin() { return {range_.begin(), range_.end(), filter_}; }
   iterator end() { return {range_.end(), range_.end(), filter_}; }
-  iterator begin() const
-    requires std::is_reference_v<Range>
-  {
-    return {range_.begin(), range_.end(), filter_};
-  }
-  iterator end() const
-    requires std::is_reference_v<Range>
-  {
-    return {range_.end(), range_.end(), filter_};
-  }
+  iterator begin() const requires std::is_reference_v<Range> { return {range_.begin(), range_.end(), filter_}; }
+  iterator end() const requires std::is_reference_v<Range> { return {range_.end(), range_.end(), filter_}; }
   bool empty() { return begin() == end(); }
 
  private:

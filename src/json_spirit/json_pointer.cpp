@@ -9,7 +9,9 @@ namespace json_spirit {
 
 namespace {
 
-const char* token_end(const char* token) { return ::strchrnul(token, '/'); }
+const char* token_end(const char* token) {
+  return ::strchrnul(token, '/');
+}
 
 /// The index that a token stands for: decimal digits without leading zeros.
 bool parse_index(const char* token, std::size_t& index) {
@@ -19,7 +21,9 @@ bool parse_index(const char* token, std::size_t& index) {
   return fault == std::errc() && at == end;
 }
 
-bool is_past_end(const char* token) { return *token == '-' && token_end(token) == token + 1; }
+bool is_past_end(const char* token) {
+  return *token == '-' && token_end(token) == token + 1;
+}
 
 /// The index of an element to be written: one that exists, or the one after the last.
 bool parse_free_index(const Array& array, const char* token, std::size_t& index) {
@@ -32,7 +36,9 @@ bool parse_free_index(const Array& array, const char* token, std::size_t& index)
 
 }  // namespace
 
-JSON_Pointer::JSON_Pointer(const char* path, bool copy, bool log) : log_(log) { this->path(path, copy); }
+JSON_Pointer::JSON_Pointer(const char* path, bool copy, bool log) : log_(log) {
+  this->path(path, copy);
+}
 
 void JSON_Pointer::path(const char* path, bool copy) {
   path_ = path ? path : "";
@@ -44,7 +50,9 @@ void JSON_Pointer::path(const char* path, bool copy) {
   path_ = buf_.get();
 }
 
-const Value* JSON_Pointer::find(const Value& root) const { return find_rest(&root, path_); }
+const Value* JSON_Pointer::find(const Value& root) const {
+  return find_rest(&root, path_);
+}
 
 const Value* JSON_Pointer::find(const Object& root) const {
   return *path_ == '/' ? find_rest(get_object(root, path_ + 1), token_end(path_ + 1)) : find_rest(nullptr, path_);
@@ -96,8 +104,8 @@ bool JSON_Pointer::set(Value& root, Value value) const {
   return parent && assign_segment(*parent, last + 1, std::move(value));
 }
 
-/// The value that the path leads to up to @a last, made where it is missing. Once one is made no later step can fail, so
-/// a failure leaves no trace.
+/// The value that the path leads to up to @a last, made where it is missing. Once one is made no later step can fail,
+/// so a failure leaves no trace.
 Value* JSON_Pointer::locate(Value& root, const char* last) const {
   Value* at = &root;
   for (const char* slash = path_; slash != last; slash = token_end(slash + 1)) {

@@ -8,7 +8,7 @@ namespace json_spirit {
 
 template <typename T>
 concept Json_Root = std::same_as<std::remove_cvref_t<T>, Value> || std::same_as<std::remove_cvref_t<T>, Object> ||
-                    std::same_as<std::remove_cvref_t<T>, Array>;
+    std::same_as<std::remove_cvref_t<T>, Array>;
 
 /**
  * A path into a document, in the notation of RFC 6901: "/items/0/status/podIP", with "~1" for a slash and "~0" for a

@@ -10,9 +10,9 @@ namespace json_spirit {
 /**
  * Chained reads by path, below a root that can be moved about in the document @a Doc, a reference to a Value or Object.
  *
- * A destination is what JSON_Pointer::get() takes, and keeps what it held if there is nothing to read. With FG_THROW that
- * throws std::domain_error. A chain whose root could not be moved is broken: its reads touch nothing, until chroot_abs()
- * or no_chroot().
+ * A destination is what JSON_Pointer::get() takes, and keeps what it held if there is nothing to read. With FG_THROW
+ * that throws std::domain_error. A chain whose root could not be moved is broken: its reads touch nothing, until
+ * chroot_abs() or no_chroot().
  */
 template <typename Doc>
 class JSON_Pointer_Extractor : public Callbackable_T<JSON_Pointer_Extractor<Doc>>,
@@ -28,8 +28,8 @@ class JSON_Pointer_Extractor : public Callbackable_T<JSON_Pointer_Extractor<Doc>
   using Flaggable_T<Self>::operator();
 
   template <typename Dest>
-    requires(!std::invocable<Dest&, const Value&> && !Loadable<Dest>)
-  Self& operator()(const String_type& key, Dest& dest, Flags flags) {
+  requires(!std::invocable<Dest&, const Value&> && !Loadable<Dest>) Self& operator()(const String_type& key, Dest& dest,
+                                                                                     Flags flags) {
     read(key, dest, flags);
     return *this;
   }

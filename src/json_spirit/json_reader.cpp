@@ -1,5 +1,5 @@
-// The one place that sees a parser. It tells of the parts of the text one by one; the builder puts each where it belongs
-// in the document, and moves nothing after that.
+// The one place that sees a parser. It tells of the parts of the text one by one; the builder puts each where it
+// belongs in the document, and moves nothing after that.
 #include "json_spirit/json_reader.h"
 
 #include <charconv>

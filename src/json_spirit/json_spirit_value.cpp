@@ -28,7 +28,9 @@ bool same_number(const Value& a, const Value& b) {
   return !differ_in_sign && a.get_uint64() == b.get_uint64();
 }
 
-bool is_number(const Value& value) { return value.type() == int_type || value.type() == real_type; }
+bool is_number(const Value& value) {
+  return value.type() == int_type || value.type() == real_type;
+}
 
 bool same_members(const Object& a, const Object& b) {
   return std::equal(a.begin(), a.end(), b.begin(), b.end(), [](const auto& x, const auto& y) {
@@ -43,7 +45,9 @@ bool same_elements(const Array& a, const Array& b) {
 
 }  // namespace
 
-const char* type_name(Value_type type) { return type_names[type]; }
+const char* type_name(Value_type type) {
+  return type_names[type];
+}
 
 Value::Value(const char* text) : v_(Null()) {
   if (text) v_ = String_type(text);
@@ -62,7 +66,9 @@ Value::~Value() = default;
 
 Value::Value(Value&& other) noexcept = default;
 
-Value& Value::operator=(const Value& other) { return *this = Value(other); }
+Value& Value::operator=(const Value& other) {
+  return *this = Value(other);
+}
 
 Value& Value::operator=(Value&& other) noexcept {
   Variant taken(std::move(other.v_));  // the other one may be a part of this one
@@ -70,7 +76,9 @@ Value& Value::operator=(Value&& other) noexcept {
   return *this;
 }
 
-bool Value::operator==(const Value& other) const { return v_ == other.v_; }
+bool Value::operator==(const Value& other) const {
+  return v_ == other.v_;
+}
 
 bool Value::compare_only_value(const Value& other) const {
   if (type() == obj_type && other.type() == obj_type) return same_members(get_obj(), other.get_obj());
@@ -80,7 +88,9 @@ bool Value::compare_only_value(const Value& other) const {
   return text.first ? text == text_of(other) : v_ == other.v_;
 }
 
-Value_type Value::type() const noexcept { return is_uint64() ? int_type : static_cast<Value_type>(v_.which()); }
+Value_type Value::type() const noexcept {
+  return is_uint64() ? int_type : static_cast<Value_type>(v_.which());
+}
 
 const String_type& Value::get_str() const {
   check_type(str_type);
@@ -136,8 +146,12 @@ Array& Value::to_new_array() {
   v_ = Array();
   return boost::strict_get<Array>(v_);
 }
-Object& Value::to_object() { return type() == obj_type ? get_obj() : to_new_object(); }
-Array& Value::to_array() { return type() == array_type ? get_array() : to_new_array(); }
+Object& Value::to_object() {
+  return type() == obj_type ? get_obj() : to_new_object();
+}
+Array& Value::to_array() {
+  return type() == array_type ? get_array() : to_new_array();
+}
 
 void Value::check_type(Value_type expected) const {
   if (type() != expected) [[unlikely]]

@@ -87,7 +87,8 @@ class TESSARIN_API Value {
   bool is_uint64() const noexcept { return v_.which() == uint64_index; }
   bool is_null() const noexcept { return v_.which() == null_type; }
 
-  // The getters throw Type_Error when the value is of another kind. References are valid until the value is assigned to.
+  // The getters throw Type_Error when the value is of another kind. References are valid until the value is assigned
+  // to.
   const String_type& get_str() const;
   String_type& get_str();
   const secure_string& get_secure_str() const;

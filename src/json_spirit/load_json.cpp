@@ -50,7 +50,9 @@ bool loads_json(std::string_view text, Value& out) {
   return true;
 }
 
-bool loads_json(const char* text, Value& out) { return text && loads_json(std::string_view(text), out); }
+bool loads_json(const char* text, Value& out) {
+  return text && loads_json(std::string_view(text), out);
+}
 
 bool load_json(const char* path, Value& out, int flag) {
   if (!path || flag != LOAD_STRICT) {

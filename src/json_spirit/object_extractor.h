@@ -55,9 +55,7 @@ class Object_Value_Extractor : public Container_Loader {
   }
 
   /// Takes the array out of the object.
-  Self& operator()(const String_type& key, Array& dest, Flags flags)
-    requires Move
-  {
+  Self& operator()(const String_type& key, Array& dest, Flags flags) requires Move {
     if (flags & FG_THROW)
       dest = std::move(object_get_array_or_throw(obj(), key));
     else if (Array* array = object_get_array(obj(), key))
@@ -99,21 +97,15 @@ class Object_Pointer_Extractor {
     return self();
   }
 
-  Self& operator()(const String_type& key, String_type*& dest, Flags flags)
-    requires(!Const)
-  {
+  Self& operator()(const String_type& key, String_type*& dest, Flags flags) requires(!Const) {
     dest = flags & FG_THROW ? &object_get_str_or_throw(obj(), key) : object_get_str(obj(), key);
     return self();
   }
-  Self& operator()(const String_type& key, Object*& dest, Flags flags)
-    requires(!Const)
-  {
+  Self& operator()(const String_type& key, Object*& dest, Flags flags) requires(!Const) {
     dest = flags & FG_THROW ? &object_get_object_or_throw(obj(), key) : object_get_object(obj(), key);
     return self();
   }
-  Self& operator()(const String_type& key, Array*& dest, Flags flags)
-    requires(!Const)
-  {
+  Self& operator()(const String_type& key, Array*& dest, Flags flags) requires(!Const) {
     dest = flags & FG_THROW ? &object_get_array_or_throw(obj(), key) : object_get_array(obj(), key);
     return self();
   }

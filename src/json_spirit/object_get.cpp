@@ -50,10 +50,18 @@ bool object_get(const Object& obj, const String_type& key, bool& out) {
   if (member) out = member->get_bool();
   return member;
 }
-bool object_get(const Object& obj, const String_type& key, int& out) { return get_integer(obj, key, out); }
-bool object_get(const Object& obj, const String_type& key, unsigned int& out) { return get_integer(obj, key, out); }
-bool object_get(const Object& obj, const String_type& key, long& out) { return get_integer(obj, key, out); }
-bool object_get(const Object& obj, const String_type& key, unsigned long& out) { return get_integer(obj, key, out); }
+bool object_get(const Object& obj, const String_type& key, int& out) {
+  return get_integer(obj, key, out);
+}
+bool object_get(const Object& obj, const String_type& key, unsigned int& out) {
+  return get_integer(obj, key, out);
+}
+bool object_get(const Object& obj, const String_type& key, long& out) {
+  return get_integer(obj, key, out);
+}
+bool object_get(const Object& obj, const String_type& key, unsigned long& out) {
+  return get_integer(obj, key, out);
+}
 
 const String_type* object_get_str(const Object& obj, const String_type& key) {
   const Value* member = find(obj, key, str_type);

@@ -7,7 +7,9 @@
 namespace json_spirit {
 namespace {
 
-String_type text_of(const Value& value) { return JSON_Dump(value, false).str(); }
+String_type text_of(const Value& value) {
+  return JSON_Dump(value, false).str();
+}
 
 TEST(Insert, StoresEachKindOfArgument) {
   Object object;
@@ -80,7 +82,9 @@ TEST(Maker, MakesAWholeValue) {
   EXPECT_EQ(R"({"a":1,"b":{"c":"x"},"d":[{"e":true}]})", text_of(value));
 }
 
-TEST(Maker, WithoutMembersIsAnEmptyObject) { EXPECT_EQ("{}", text_of(Object_Maker())); }
+TEST(Maker, WithoutMembersIsAnEmptyObject) {
+  EXPECT_EQ("{}", text_of(Object_Maker()));
+}
 
 TEST(Maker, IsAValueAndAnInserterInThisOrder) {
   static_assert(std::is_base_of_v<Value, Object_Maker>);

@@ -10,10 +10,13 @@
 namespace json_spirit {
 namespace {
 
-String_type compact(const Value& value) { return JSON_Dump(value, false).str(); }
+String_type compact(const Value& value) {
+  return JSON_Dump(value, false).str();
+}
 
 TEST(Dump, CompactTextHasNoBlanks) {
-  const Value value = Object{{"b", Array{1, 2.5, Value(), true, false}}, {"a", Object{{"x", "y"}}}, {"c", Array{}}, {"d", Object{}}};
+  const Value value =
+      Object{{"b", Array{1, 2.5, Value(), true, false}}, {"a", Object{{"x", "y"}}}, {"c", Array{}}, {"d", Object{}}};
   EXPECT_EQ(R"({"a":{"x":"y"},"b":[1,2.5,null,true,false],"c":[],"d":{}})", compact(value));
 }
 
@@ -93,15 +96,18 @@ TEST(Dump, StringsAreEscaped) {
   EXPECT_EQ("\"\x7F\xC3\xA9\xE2\x82\xAC\xF0\x9D\x84\x9E\"", compact("\x7F\xC3\xA9\xE2\x82\xAC\xF0\x9D\x84\x9E"));
 }
 
-TEST(Dump, KeysAreEscapedToo) { EXPECT_EQ("{\"a\\\"\\n\":1}", compact(Object{{"a\"\n", 1}})); }
+TEST(Dump, KeysAreEscapedToo) {
+  EXPECT_EQ("{\"a\\\"\\n\":1}", compact(Object{{"a\"\n", 1}}));
+}
 
 TEST(Dump, BadUtf8IsReplacedByteByByte) {
   const String_type mark = "\xEF\xBF\xBD";
-  EXPECT_EQ("\"a" + mark + "b\"", compact("a\xFF" "b"));
-  EXPECT_EQ('"' + mark + mark + '"', compact("\xC0\xAF"));              // overlong
-  EXPECT_EQ('"' + mark + mark + mark + '"', compact("\xED\xA0\x80"));   // a surrogate
-  EXPECT_EQ('"' + mark + mark + '"', compact("\xE2\x82"));              // cut short
-  EXPECT_EQ('"' + mark + "\\n\"", compact("\xC3\n"));                   // cut short by a character to be escaped
+  EXPECT_EQ("\"a" + mark + "b\"", compact("a\xFF"
+                                          "b"));
+  EXPECT_EQ('"' + mark + mark + '"', compact("\xC0\xAF"));             // overlong
+  EXPECT_EQ('"' + mark + mark + mark + '"', compact("\xED\xA0\x80"));  // a surrogate
+  EXPECT_EQ('"' + mark + mark + '"', compact("\xE2\x82"));             // cut short
+  EXPECT_EQ('"' + mark + "\\n\"", compact("\xC3\n"));                  // cut short by a character to be escaped
   EXPECT_EQ('"' + mark + mark + mark + mark + '"', compact("\xF4\x90\x80\x80"));  // beyond Unicode
   EXPECT_EQ('"' + mark + "\xC3\xA9\"", compact("\xE2\xC3\xA9"));
 }
@@ -125,7 +131,8 @@ TEST(Dump, EveryCodePointSurvives) {
     } else if (c < 0x800) {
       text += {static_cast<char>(0xC0 | c >> 6), static_cast<char>(0x80 | (c & 63))};
     } else if (c < 0x10000) {
-      text += {static_cast<char>(0xE0 | c >> 12), static_cast<char>(0x80 | (c >> 6 & 63)), static_cast<char>(0x80 | (c & 63))};
+      text += {static_cast<char>(0xE0 | c >> 12), static_cast<char>(0x80 | (c >> 6 & 63)),
+               static_cast<char>(0x80 | (c & 63))};
     } else {
       text += {static_cast<char>(0xF0 | c >> 18), static_cast<char>(0x80 | (c >> 12 & 63)),
                static_cast<char>(0x80 | (c >> 6 & 63)), static_cast<char>(0x80 | (c & 63))};

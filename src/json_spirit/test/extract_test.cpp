@@ -11,8 +11,13 @@ namespace {
 
 class Extract : public testing::Test {
  protected:
-  Object object_{{"text", "x"},   {"flag", true},    {"number", 65537}, {"big", std::uint64_t{0x1'0000'0005}},
-                 {"negative", -2}, {"object", Object{{"k", 1}}}, {"array", Array{1, "two", 3}}};
+  Object object_{{"text", "x"},
+                 {"flag", true},
+                 {"number", 65537},
+                 {"big", std::uint64_t{0x1'0000'0005}},
+                 {"negative", -2},
+                 {"object", Object{{"k", 1}}},
+                 {"array", Array{1, "two", 3}}};
   const Object& read_ = object_;
 };
 

@@ -9,7 +9,8 @@ namespace {
 
 class Filter : public testing::Test {
  protected:
-  Array array_{5, Object{{"n", 1}}, "text", Object{{"n", 2}}, 1.5, true, Array{1, 2}, secure_string("key"), Value(), -7};
+  Array array_{5, Object{{"n", 1}}, "text", Object{{"n", 2}}, 1.5, true, Array{1, 2}, secure_string("key"), Value(),
+               -7};
   Object object_{{"a", 1}, {"b", "x"}, {"c", Object{{"k", 1}}}, {"d", "y"}};
   const Array& read_array_ = array_;
   const Object& read_object_ = object_;
@@ -100,7 +101,8 @@ TEST_F(Filter, AnObjectThatIsNotConstGivesWriteAccess) {
   for (auto [key, inner] : object_ | get_obj) inner["k"] = key;
   EXPECT_EQ("yd", object_["d"].get_str());
   EXPECT_EQ("c", object_["c"].get_obj()["k"].get_str());
-  static_assert(std::is_same_v<std::pair<const String_type&, const String_type&>, decltype(*(read_object_ | get_str).begin())>);
+  static_assert(
+      std::is_same_v<std::pair<const String_type&, const String_type&>, decltype(*(read_object_ | get_str).begin())>);
   static_assert(std::is_same_v<std::pair<const String_type&, int>, decltype(*(object_ | get_int).begin())>);
 }
 

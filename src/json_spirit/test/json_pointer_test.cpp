@@ -58,17 +58,21 @@ TEST_F(Pointer, TheEmptyPathIsTheRoot) {
   EXPECT_TRUE(copy == doc_);
 }
 
-TEST_F(Pointer, ASlashAloneIsTheEmptyKey) { EXPECT_EQ("empty key", text("/")); }
+TEST_F(Pointer, ASlashAloneIsTheEmptyKey) {
+  EXPECT_EQ("empty key", text("/"));
+}
 
 TEST_F(Pointer, APathThatLeadsNowhereReadsNothing) {
-  for (const char* path : {"/none", "/items/3", "/items/-1", "/items/-", "/items/x", "/items/", "/items/0x0", "/items/1a",
-                           "/items/99999999999999999999", "/text/0", "/null/a", "/number/a", "/text/", "/items/0/none/a"})
+  for (const char* path :
+       {"/none", "/items/3", "/items/-1", "/items/-", "/items/x", "/items/", "/items/0x0", "/items/1a",
+        "/items/99999999999999999999", "/text/0", "/null/a", "/number/a", "/text/", "/items/0/none/a"})
     EXPECT_FALSE(exists(path)) << path;
 }
 
 TEST_F(Pointer, AnIndexHasNoLeadingZerosOrSigns) {
   EXPECT_TRUE(exists("/items/0"));
-  for (const char* path : {"/items/00", "/items/01", "/items/+1", "/items/ 1", "/items/1 "}) EXPECT_FALSE(exists(path)) << path;
+  for (const char* path : {"/items/00", "/items/01", "/items/+1", "/items/ 1", "/items/1 "})
+    EXPECT_FALSE(exists(path)) << path;
 }
 
 TEST_F(Pointer, AnIllFormedPathReadsNothing) {
@@ -316,9 +320,18 @@ TEST_F(Pointer, SetTakesEveryKind) {
   EXPECT_TRUE(JSON_Pointer("/uint64", false, true).set(doc, std::uint64_t{1}));
   EXPECT_TRUE(JSON_Pointer("/int", false, true).set(doc, 2));
   EXPECT_TRUE(JSON_Pointer("/unsigned", false, true).set(doc, 3u));
-  EXPECT_TRUE(doc == Value(Object{{"bool", true}, {"double", 1.5}, {"object", object}, {"array", Array{1}},
-                                  {"value", Value()}, {"string", "text"}, {"secure", secure_string("k")}, {"chars", "c"},
-                                  {"int64", -1}, {"uint64", 1u}, {"int", 2}, {"unsigned", 3u}}));
+  EXPECT_TRUE(doc == Value(Object{{"bool", true},
+                                  {"double", 1.5},
+                                  {"object", object},
+                                  {"array", Array{1}},
+                                  {"value", Value()},
+                                  {"string", "text"},
+                                  {"secure", secure_string("k")},
+                                  {"chars", "c"},
+                                  {"int64", -1},
+                                  {"uint64", 1u},
+                                  {"int", 2},
+                                  {"unsigned", 3u}}));
 }
 
 TEST_F(Pointer, SetMovesWhatItIsGiven) {

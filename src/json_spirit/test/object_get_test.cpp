@@ -7,10 +7,16 @@ namespace {
 
 class Object_Get : public testing::Test {
  protected:
-  Object object_{{"text", "x"},       {"flag", true},           {"number", 65537},
-                 {"real", 1.5},       {"object", Object()},     {"array", Array()},
-                 {"secret", secure_string("k")}, {"null", Value()},
-                 {"big", std::uint64_t{0xFFFF'FFFF'0000'0005}}, {"negative", -2}};
+  Object object_{{"text", "x"},
+                 {"flag", true},
+                 {"number", 65537},
+                 {"real", 1.5},
+                 {"object", Object()},
+                 {"array", Array()},
+                 {"secret", secure_string("k")},
+                 {"null", Value()},
+                 {"big", std::uint64_t{0xFFFF'FFFF'0000'0005}},
+                 {"negative", -2}};
   const Object& read_ = object_;
 };
 

@@ -128,8 +128,10 @@ TEST_F(Pextract, ARequiredMissThrowsWithTheAbsolutePath) {
             fault_of([&] { pextract(read_).throwable(true).chroot("/metadata")("/uid", text); }));
   EXPECT_EQ("JSON Pointer path '/metadata/labels/x' not exist in JSON!",
             fault_of([&] { pextract(read_).flags(FG_THROW).chroot("/metadata").chroot("/labels")("/x", text); }));
-  EXPECT_EQ("JSON Pointer path '/none' not exist in JSON!", fault_of([&] { pextract(read_)("/none", text, FG_THROW); }));
-  EXPECT_EQ("JSON Pointer path '/spec' not exist in JSON!", fault_of([&] { pextract(read_)("/spec", text, FG_THROW); }));
+  EXPECT_EQ("JSON Pointer path '/none' not exist in JSON!",
+            fault_of([&] { pextract(read_)("/none", text, FG_THROW); }));
+  EXPECT_EQ("JSON Pointer path '/spec' not exist in JSON!",
+            fault_of([&] { pextract(read_)("/spec", text, FG_THROW); }));
   EXPECT_EQ("before", text);
 }
 
@@ -139,7 +141,8 @@ TEST_F(Pextract, ARequiredChrootThrows) {
             fault_of([&] { pextract(read_).chroot("/spec").chroot_abs("/none", FG_THROW); }));
   EXPECT_EQ("JSON Pointer path '/spec/none' not exist in JSON!",
             fault_of([&] { pextract(read_).chroot("/spec").chroot("/none", true); }));
-  EXPECT_EQ("(none)", fault_of([&] { pextract(read_).throwable(true).chroot("/none", false).chroot_abs("/none", false); }));
+  EXPECT_EQ("(none)",
+            fault_of([&] { pextract(read_).throwable(true).chroot("/none", false).chroot_abs("/none", false); }));
 }
 
 TEST_F(Pextract, ARequiredReadInABrokenChainThrows) {

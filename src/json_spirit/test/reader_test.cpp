@@ -105,7 +105,9 @@ TEST(Reader, EscapesAreDecoded) {
   EXPECT_EQ(String_type("a\0b", 3), parsed(R"("a\u0000b")").get_str());
 }
 
-TEST(Reader, KeysAreDecodedToo) { EXPECT_EQ(Value(Object{{"a\nb", 1}}), parsed(R"({"\u0061\nb":1})")); }
+TEST(Reader, KeysAreDecodedToo) {
+  EXPECT_EQ(Value(Object{{"a\nb", 1}}), parsed(R"({"\u0061\nb":1})"));
+}
 
 TEST(Reader, LongStringsWithEscapesAreWhole) {
   const String_type half(5000, 'x');
@@ -130,7 +132,9 @@ TEST(Reader, NothingMayFollowTheValue) {
   EXPECT_EQ(1, parsed("1 \n\t\r").get_int());
 }
 
-TEST(Reader, AByteOrderMarkIsRefused) { EXPECT_TRUE(refused("\xEF\xBB\xBF{}")); }
+TEST(Reader, AByteOrderMarkIsRefused) {
+  EXPECT_TRUE(refused("\xEF\xBB\xBF{}"));
+}
 
 TEST(Reader, ATextEndsAtItsNulOrAtItsLength) {
   Value value;
@@ -149,7 +153,9 @@ TEST(Reader, NoTextIsRefused) {
   EXPECT_EQ(1, value.get_int());
 }
 
-TEST(Reader, AFaultLateInTheTextLeavesTheValueAlone) { EXPECT_TRUE(refused(R"({"a":[1,2,{"b":"c"}],"d":tru})")); }
+TEST(Reader, AFaultLateInTheTextLeavesTheValueAlone) {
+  EXPECT_TRUE(refused(R"({"a":[1,2,{"b":"c"}],"d":tru})"));
+}
 
 TEST(Reader, AFaultIsNotLogged) {
   const test_support::Log_Capture log;
@@ -183,9 +189,10 @@ TEST_F(Load_Json, AFileThatHoldsAnArraySucceeds) {
 }
 
 TEST_F(Load_Json, ReadsALargeFile) {
-  const String_type text = '"' + String_type(1 << 20, 'x') + '"';
+  String_type text(1 << 20, 'x');
+  text.front() = text.back() = '"';
   EXPECT_TRUE(load_json(write("a.json", text).c_str(), value_, 1));
-  EXPECT_EQ(1u << 20, value_.get_str().size());
+  EXPECT_EQ((1u << 20) - 2, value_.get_str().size());
 }
 
 TEST_F(Load_Json, FollowsALinkToAFile) {

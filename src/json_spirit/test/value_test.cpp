@@ -50,7 +50,9 @@ TEST(Value, AConstCharMakesAStringAndNeverABoolean) {
   EXPECT_EQ(str_type, Value("").type());
 }
 
-TEST(Value, ANullPointerMakesNull) { EXPECT_TRUE(Value(static_cast<const char*>(nullptr)).is_null()); }
+TEST(Value, ANullPointerMakesNull) {
+  EXPECT_TRUE(Value(static_cast<const char*>(nullptr)).is_null());
+}
 
 TEST(Value, OtherPointersMakeNoValue) {
   static_assert(!std::is_constructible_v<Value, int*>);
@@ -162,7 +164,8 @@ TEST(Value, MovesNeverThrow) {
 }
 
 TEST(Value, AMovedFromValueCanBeUsed) {
-  for (Value value : {Value(Object{{"a", 1}}), Value(Array{1}), Value("text of some length, more than inline"), Value(1)}) {
+  for (Value value :
+       {Value(Object{{"a", 1}}), Value(Array{1}), Value("text of some length, more than inline"), Value(1)}) {
     const Value_type type = value.type();
     const Value taken(std::move(value));
     EXPECT_EQ(type, value.type());  // NOLINT(bugprone-use-after-move)
@@ -249,14 +252,30 @@ Array one_of_each() {
 /// Calls the getter of a kind.
 void read_as(Value_type type, const Value& value) {
   switch (type) {
-    case obj_type: value.get_obj(); break;
-    case array_type: value.get_array(); break;
-    case str_type: value.get_str(); break;
-    case secure_str_type: value.get_secure_str(); break;
-    case bool_type: value.get_bool(); break;
-    case int_type: value.get_int64(); break;
-    case real_type: value.get_real(); break;
-    case null_type: value.check_type(null_type); break;
+    case obj_type:
+      value.get_obj();
+      break;
+    case array_type:
+      value.get_array();
+      break;
+    case str_type:
+      value.get_str();
+      break;
+    case secure_str_type:
+      value.get_secure_str();
+      break;
+    case bool_type:
+      value.get_bool();
+      break;
+    case int_type:
+      value.get_int64();
+      break;
+    case real_type:
+      value.get_real();
+      break;
+    case null_type:
+      value.check_type(null_type);
+      break;
   }
 }
 
