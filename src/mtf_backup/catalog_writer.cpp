@@ -66,7 +66,8 @@ class Catalog_Writer::Impl {
   bool keep(bool done) { return done || fail(errno); }
 
   bool refuse(const Catalog_Entry& entry, const char* reason) {
-    ACE_ERROR((LM_ERROR, ACE_TEXT("Failed to add \"%C\" to the catalog: %C.\n"), printable(entry.path).c_str(), reason));
+    ACE_ERROR((LM_ERROR, ACE_TEXT("Failed to add an entry to the catalog, %C: \"%C\".\n"), reason,
+               printable(entry.path).c_str()));
     return fail(EINVAL);
   }
 

@@ -53,10 +53,11 @@ void Frame_Workers::run() {
   for (;;) {
     job_came_.wait(guard, [this] { return closing_ || !jobs_.empty(); });
     if (jobs_.empty()) return;
-    const Job job = std::move(jobs_.front());
+    Job job = std::move(jobs_.front());
     jobs_.pop_front();
     guard.unlock();
     job(codec);
+    job = nullptr;  // may give a buffer back, for which the lock is taken
     guard.lock();
   }
 }
