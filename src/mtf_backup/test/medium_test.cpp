@@ -209,7 +209,7 @@ TEST_P(Medium, ADamagedFrameIsToldOnceAndSparesTheOthers) {
   const std::string bytes = some_bytes(6 * frame_size);
   ASSERT_TRUE(write_medium(id_, bytes));
   std::string& stored = pool_->objects[medium_key(id_)];
-  stored[stored.size() / 2 - 1000] ^= 1;  // in the third frame
+  stored[stored.size() * 5 / 12] ^= 1;  // in the third frame
   const auto reader = open_medium(id_);
   Log_Capture log;
   std::string part(frame_size, '\0');

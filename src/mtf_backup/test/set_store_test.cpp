@@ -78,7 +78,7 @@ TEST(Commit_Record_Text, EveryDamageIsFoundAndLeavesTheRecordAlone) {
 // Puts a changed record under a checksum that fits.
 std::string forged(const std::string& from, const std::string& to) {
   const std::string text = full_record().to_text();
-  std::string body = text.substr(55, text.size() - 57);
+  std::string body = text.substr(56, text.size() - 58);
   const size_t at = body.find(from);
   EXPECT_NE(at, std::string::npos) << from;
   body.replace(at, from.size(), to);
