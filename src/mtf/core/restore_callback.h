@@ -83,6 +83,8 @@ class TESSARIN_API IRestore_Callback {
   virtual Error_Code set_owner(const char* path, unsigned int uid, unsigned int gid) = 0;
   /// Replaces @a to where it exists.
   virtual Error_Code rename(const char* from, const char* to) = 0;
+  /// Removes from a directory what mktemp() left there in a run that was killed.
+  virtual Error_Code sweep_temps(const char* dir) = 0;
 };
 
 /// All that is the same for every POSIX filesystem. Paths are used as they are, so that "/proc/self/fd/N/name" works:
@@ -98,6 +100,7 @@ class TESSARIN_API Restore_Callback_Base : public IRestore_Callback {
   Error_Code set_mode(const char* path, unsigned int mode) override;
   Error_Code set_owner(const char* path, unsigned int uid, unsigned int gid) override;
   Error_Code rename(const char* from, const char* to) override;
+  Error_Code sweep_temps(const char* dir) override;
 };
 
 typedef ACE_Refcounted_Auto_Ptr<IRestore_Callback, ACE_Recursive_Thread_Mutex> IRestore_Callback_var;
