@@ -37,17 +37,6 @@ void each_number(Entry& entry, Each&& each) {
   each(entry.data_hash);
 }
 
-bool is_path(std::string_view path) {
-  if (path.empty()) return true;
-  for (;;) {
-    const size_t slash = path.find('/');
-    const std::string_view name = path.substr(0, slash);
-    if (name.empty() || name == "." || name == "..") return false;
-    if (slash == path.npos) return true;
-    path.remove_prefix(slash + 1);
-  }
-}
-
 }  // namespace
 
 void put_entry(std::string& block, const Catalog_Entry& entry, std::string_view previous_path) {
@@ -73,8 +62,7 @@ const char* get_entry(std::string_view& block, Catalog_Entry& entry) {
   reader.get_text(entry.link_target);
   reader.get_text(entry.hard_link_target);
   if (!reader.ok()) return "an entry ends too early";
-  if (entry.path.size() > max_entry_size || entry.path.find('\0') != std::string::npos || !is_path(entry.path))
-    return "an entry has a path that is none";
+  if (entry.path.size() > max_entry_size) return "an entry has a path that is too long";
   block.remove_prefix(block.size() - reader.left());
   return nullptr;
 }

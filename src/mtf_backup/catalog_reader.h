@@ -11,6 +11,8 @@ namespace MTF_BACKUP {
 
 /**
  * Reads the catalog of a set, from the start or from a path on. Nothing in it is trusted: damage and malice give EBADMSG.
+ * Paths and texts are given out as they are, so that one evil name does not hide the other entries: whoever makes files of
+ * them has to look at each name.
  *
  * Errors: errno with one line at LM_ERROR that names the object and the offset.
  * Memory: one block, and one path per block once seek() or find() was called.
