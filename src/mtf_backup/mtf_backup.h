@@ -14,14 +14,14 @@
 /**
  * Writes directories as one set into a storage pool.
  *
- * Life: the setters, each storing its value and nothing more; add_source() per directory; backup() once; then the readers
- * of the result.
- * Ownership: shares the event handler, the callbacks and the channels. The metadata is borrowed and outlives the object.
- * Threads: one at a time. During backup() threads of the run call the event handler (always the same thread) and the
- * callbacks (several threads, each with an object of its own from the factory).
+ * Life: the setters, each storing its value and nothing more; add_source() per directory; backup() once; then the
+ * readers of the result. Ownership: shares the event handler, the callbacks and the channels. Threads: one at a time.
+ * During backup() threads of the run call the event handler (always the same thread) and the callbacks (several
+ * threads, each with an object of its own from the factory).
  */
 class TESSARIN_API MTF_Backup {
  public:
+  /// The ids in @a metadata are the first values of pool_uuid(), host_uuid() and uuid(). Nothing else is kept of it.
   MTF_Backup(MTF::Event_Handler_var event_handler, MTF::Metadata& metadata, ACE_Log_Msg_Callback_var log_callback);
   ~MTF_Backup();
   MTF_Backup(const MTF_Backup&) = delete;
@@ -55,12 +55,11 @@ class TESSARIN_API MTF_Backup {
    * @retval true   every entry of every source is in the set; err_code() is E_OK.
    * @retval false  err_code() tells why, after at least one line at LM_ERROR (a cancel and an empty source have none):
    *   E_NO_FILES_BACKUPED       the sources hold nothing; a set that lists their roots only is in the pool.
-   *   E_END_WITH_SKIPPED_FILES  some entries could not be read: each has a line at LM_ERROR and stands in the set's catalog
-   *                             with the reason; all others are in the set, and the set is in the pool.
-   *   E_GET_SOURCE_DATA         a source is no directory or cannot be opened. No set.
-   *   E_OPEN_MEDIA, E_WRITE_TO_STORAGE, E_ADD_TO_CATALOG   the storage failed. No set.
-   *   E_FAILED                  refused before anything was written, cancelled, or out of memory or threads. No set.
-   * A cancel is seen within a second; the context of the calling thread's task is told (set_canceled).
+   *   E_END_WITH_SKIPPED_FILES  some entries could not be read: each has a line at LM_ERROR and stands in the set's
+   * catalog with the reason; all others are in the set, and the set is in the pool. E_GET_SOURCE_DATA         a source
+   * is no directory or cannot be opened. No set. E_OPEN_MEDIA, E_WRITE_TO_STORAGE, E_ADD_TO_CATALOG   the storage
+   * failed. No set. E_FAILED                  refused before anything was written, cancelled, or out of memory or
+   * threads. No set. A cancel is seen within a second; the context of the calling thread's task is told (set_canceled).
    */
   [[nodiscard]] bool backup(const std::string& name);
 
@@ -76,7 +75,6 @@ class TESSARIN_API MTF_Backup {
 
  private:
   MTF::Event_Handler_var event_handler_;
-  MTF::Metadata& metadata_;
   ACE_Log_Msg_Callback_var log_callback_;
   MTF_BACKUP::Backup_Settings settings_;
   MTF::Cat_Summary summary_;
