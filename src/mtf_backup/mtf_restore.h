@@ -48,7 +48,7 @@ class TESSARIN_API MTF_Restore {
   /// Files restored at the same time.
   void concurrent(size_t value) { settings_.concurrent = value; }
   /// Maps paths in the set to paths here. An empty value is told at LM_EMERGENCY and leaves the old converter in place.
-  void path_converter(MTF::IPath_Converter_var value);
+  void path_converter(MTF::IPath_Converter_var val);
   /// The options of the storage clients, for reading and for changing.
   Client_IO_Base::Options& extra_client_io_opts() { return settings_.extra_client_io_opts; }
   void channel_factory(MTF_BACKUP::Channel_Factory_var value) { settings_.channel_factory = value; }
@@ -60,9 +60,8 @@ class TESSARIN_API MTF_Restore {
    * Runs the whole restore. A file appears under its final name only when all of its bytes were read and found right.
    *
    * @retval true   every selected entry that a path rule reaches is in place; err_code() is E_OK.
-   * @retval false  err_code() tells why, after at least one line at LM_ERROR (a cancel and an empty selection have none):
-   *   E_NO_FILES_RESTORED       nothing in the set was selected.
-   *   E_NOT_FOUND               there is no such set.
+   * @retval false  err_code() tells why, after at least one line at LM_ERROR (a cancel and an empty selection have
+   * none): E_NO_FILES_RESTORED       nothing in the set was selected. E_NOT_FOUND               there is no such set.
    *   E_CORRUPT                 the set's description or some of its data is damaged; files that it hit are left out.
    *   E_END_WITH_SKIPPED_FILES  some entries could not be put in place; each has a line at LM_ERROR.
    *   E_DOWNLOAD_CAT_ERROR, E_OPEN_MEDIA   the storage failed.

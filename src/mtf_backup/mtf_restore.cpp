@@ -1,0 +1,53 @@
+#include "mtf_backup/mtf_restore.h"
+
+#include <cerrno>
+#include <new>
+
+#include "ace/Log_Msg.h"
+#include "kolt/check_macros.h"
+#include "mtf_backup/restore_run.h"
+#include "mtf_backup/run_threads.h"
+#include "task/task_context.h"
+
+MTF_Restore::MTF_Restore(MTF::Event_Handler_var event_handler, ACE_Log_Msg_Callback_var log_callback)
+    : event_handler_(event_handler), log_callback_(log_callback), err_code_(MTF::E_OK) {}
+
+MTF_Restore::~MTF_Restore() = default;
+
+void MTF_Restore::path_converter(MTF::IPath_Converter_var val) {
+  KOLT_RETURN_IF_NULL(val, );
+  settings_.path_converter = val;
+}
+
+bool MTF_Restore::restore(const std::string& name) {
+  MTF_BACKUP::Log_Scope log(log_callback_.get());
+  err_code_ = MTF::E_FAILED;
+  restore_.reset(new (std::nothrow) MTF_BACKUP::Restore_Run(settings_, event_handler_, log_callback_.get()));
+  if (!restore_) {
+    errno = ENOMEM;
+    return false;
+  }
+  bool ok = false;
+  try {
+    ok = restore_->run(name);
+  } catch (const std::bad_alloc&) {
+    ACE_ERROR((LM_ERROR, ACE_TEXT("Out of memory.\n")));
+    restore_.reset();
+  }
+  if (restore_ && restore_->canceled() && Task_Context::current()) Task_Context::current()->set_canceled();
+  return ok;
+}
+
+MTF::Error_Code MTF_Restore::err_code() const {
+  return restore_ ? restore_->err_code() : err_code_;
+}
+
+ACE_UINT64 MTF_Restore::size() const {
+  KOLT_RETURN_IF_NULL(restore_, static_cast<ACE_UINT64>(-1));
+  return restore_->summary().total_size;
+}
+
+ACE_UINT64 MTF_Restore::set_size() const {
+  KOLT_RETURN_IF_NULL(restore_, static_cast<ACE_UINT64>(-1));
+  return restore_->summary().inc_size;
+}

@@ -1,0 +1,259 @@
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <sys/syscall.h>
+
+#include "mtf_backup/catalog_reader.h"
+#include "mtf_backup/test/mover_fixture.h"
+
+using namespace mover_test;
+using test_support::Log_Capture;
+
+namespace {
+
+/// A source that changes, or cannot be read, while it is backed up.
+class Changing_Source : public Mover_Fixture {
+ protected:
+  /// Fails @a operation on the entry of this name.
+  static Hook failing(const std::string& operation, const std::string& name, int error) {
+    return [=](const char* what, const std::string& path) {
+      if (operation != what || name_of(path) != name) return false;
+      errno = error;
+      return true;
+    };
+  }
+  /// Does something once, when @a operation is about to happen to the entry of this name.
+  static Hook once(const std::string& operation, const std::string& name, const std::function<void()>& action) {
+    auto done = std::make_shared<std::atomic<bool>>(false);
+    return [=](const char* what, const std::string& path) {
+      if (operation == what && (name.empty() || name_of(path) == name) && !done->exchange(true)) action();
+      return false;
+    };
+  }
+
+  MTF_BACKUP::Catalog_Entry entry(const std::string& path) {
+    const auto record = sets().at(0);
+    const std::string dir = MTF_BACKUP::Set_Id{record.name, record.seq, record.incarnation}.dir();
+    test_support::Memory_Client_IO client(pool_);
+    MTF_BACKUP::Catalog_Reader reader(client, dir, record.set_uuid, record.find("catalog")->size);
+    MTF_BACKUP::Catalog_Entry found;
+    EXPECT_TRUE(reader.open());
+    EXPECT_EQ(1, reader.find(0, path, found)) << path;
+    return found;
+  }
+};
+
+TEST_F(Changing_Source, FileThatCannotBeOpenedIsSkippedAndTheRestIsSaved) {
+  write("bad", "secret");
+  write("good", "text");
+  Log_Capture log;
+  EXPECT_FALSE(back_up({.hook = failing("open", "bad", EACCES)}));
+  EXPECT_EQ(MTF::E_END_WITH_SKIPPED_FILES, code_);
+  EXPECT_TRUE(log.has(LM_ERROR, "Failed to back up " + source_ + "/bad: Permission denied\n")) << log.all();
+  EXPECT_EQ(unsigned(MTF_BACKUP::CAT_SKIPPED), entry("bad").flags);
+  EXPECT_EQ("Permission denied", entry("bad").reason);
+  EXPECT_EQ(1u, sets().at(0).summary.skipped_count);
+  EXPECT_EQ(10u, size_);
+  EXPECT_EQ(4u, set_size_);
+  ASSERT_TRUE(restore());
+  EXPECT_EQ("text", test_support::read_file(target_ + "/good"));
+  EXPECT_FALSE(std::filesystem::exists(target_ + "/bad"));
+}
+
+TEST_F(Changing_Source, SkippedFileIsToldAgainAtTheRestore) {
+  write("bad", "secret");
+  write("good", "text");
+  {
+    Log_Capture log;
+    EXPECT_FALSE(back_up({.hook = failing("open", "bad", EACCES)}));
+  }
+  Log_Capture log;
+  ASSERT_TRUE(restore());
+  EXPECT_TRUE(log.has(LM_WARNING, source_ + "/bad is not in the set: Permission denied\n")) << log.all();
+}
+
+TEST_F(Changing_Source, FileThatFailsInTheMiddleIsSkipped) {
+  write("bad", noise(3 << 20));
+  write("good", "text");
+  auto reads = std::make_shared<std::atomic<int>>(0);
+  Log_Capture log;
+  EXPECT_FALSE(back_up({.hook = [=](const char* what, const std::string& path) {
+    errno = EIO;
+    return std::string(what) == "read" && name_of(path) == "bad" && ++*reads > 2;
+  }}));
+  EXPECT_EQ(MTF::E_END_WITH_SKIPPED_FILES, code_);
+  EXPECT_TRUE(log.has_containing(LM_ERROR, "Failed to back up " + source_ + "/bad: reading stopped at byte "))
+      << log.all();
+  EXPECT_TRUE(entry("bad").flags & MTF_BACKUP::CAT_SKIPPED);
+  EXPECT_EQ("Input/output error", entry("bad").reason);
+  ASSERT_TRUE(restore());
+  EXPECT_FALSE(std::filesystem::exists(target_ + "/bad"));
+}
+
+TEST_F(Changing_Source, FileThatVanishedIsLeftOutWithAWarning) {
+  write("a", "text");
+  write("gone", "text");
+  Log_Capture log;
+  EXPECT_TRUE(back_up({.hook = once("open", "a", [this] { unlink((source_ + "/gone").c_str()); })})) << log.all();
+  EXPECT_TRUE(log.has(LM_WARNING, source_ + "/gone vanished and is left out.\n")) << log.all();
+  EXPECT_EQ(1u, sets().at(0).summary.file_count);
+  EXPECT_EQ(4u, size_);
+  EXPECT_EQ(4u, handler_->reports().back().total);
+}
+
+TEST_F(Changing_Source, FileThatBecameAFifoIsNotWaitedFor) {
+  write("a", "text");
+  write("b", "text");
+  Log_Capture log;
+  EXPECT_TRUE(back_up({.hook = once("open", "a", [this] {
+                         unlink((source_ + "/b").c_str());
+                         mkfifo((source_ + "/b").c_str(), 0600);
+                       })}));
+  EXPECT_TRUE(log.has(LM_WARNING, source_ + "/b became another type of entry and is left out.\n")) << log.all();
+}
+
+TEST_F(Changing_Source, FileThatBecameALinkIsNotFollowed) {
+  write("a", "text");
+  write("b", "text");
+  const std::string outside = dir_.write("outside", "not to be read");
+  Log_Capture log;
+  EXPECT_TRUE(back_up({.hook = once("open", "a", [&] {
+                         unlink((source_ + "/b").c_str());
+                         ASSERT_EQ(0, symlink(outside.c_str(), (source_ + "/b").c_str()));
+                       })}));
+  EXPECT_TRUE(log.has(LM_WARNING, source_ + "/b became another type of entry and is left out.\n")) << log.all();
+}
+
+TEST_F(Changing_Source, FileThatGrowsIsCutAndFlagged) {
+  const std::string path = write("a", "text");
+  Log_Capture log;
+  EXPECT_TRUE(back_up({.hook = once("read", "a", [&] { std::ofstream(path, std::ios::app) << " and more"; })}));
+  EXPECT_TRUE(log.has(LM_WARNING, "File " + path + " changed while it was read.\n")) << log.all();
+  EXPECT_EQ(unsigned(MTF_BACKUP::CAT_CHANGED), entry("a").flags);
+  ASSERT_TRUE(restore());
+  EXPECT_EQ("text", test_support::read_file(target_ + "/a"));
+}
+
+TEST_F(Changing_Source, FileThatShrinksIsPaddedWithZerosAndFlagged) {
+  const std::string path = write("a", "some text");
+  Log_Capture log;
+  EXPECT_TRUE(back_up({.hook = once("read", "a", [&] { ASSERT_EQ(0, truncate(path.c_str(), 4)); })}));
+  EXPECT_TRUE(log.has(LM_WARNING, "File " + path + " became shorter while it was read.\n")) << log.all();
+  EXPECT_EQ(unsigned(MTF_BACKUP::CAT_CHANGED | MTF_BACKUP::CAT_CORRUPT), entry("a").flags);
+  EXPECT_EQ(1u, sets().at(0).summary.corrupt_count);
+  ASSERT_TRUE(restore());
+  EXPECT_EQ(std::string("some\0\0\0\0\0", 9), test_support::read_file(target_ + "/a"));
+}
+
+TEST_F(Changing_Source, RewriteOfTheSameSizeWithItsTimePutBackIsFlagged) {
+  const std::string path = write("a", "text");
+  struct stat st;
+  ASSERT_EQ(0, stat(path.c_str(), &st));
+  Log_Capture log;
+  EXPECT_TRUE(back_up({.hook = once("read", "a", [&] {
+                         std::ofstream(path) << "TEXT";
+                         const timespec times[2] = {st.st_atim, st.st_mtim};
+                         utimensat(AT_FDCWD, path.c_str(), times, 0);
+                       })}));
+  EXPECT_TRUE(log.has(LM_WARNING, "File " + path + " changed while it was read.\n")) << log.all();
+}
+
+TEST_F(Changing_Source, DirectoryThatCannotBeListedIsSkipped) {
+  write("bad/a", "text");
+  write("good/b", "text");
+  struct stat bad;
+  ASSERT_EQ(0, stat((source_ + "/bad").c_str(), &bad));
+  Log_Capture log;
+  EXPECT_FALSE(back_up({.hook = [&](const char* what, const std::string& path) {
+    struct stat st;
+    if (std::string(what) != "check_directory" || stat(path.c_str(), &st) != 0 || st.st_ino != bad.st_ino) return false;
+    errno = EACCES;
+    return true;
+  }}));
+  EXPECT_EQ(MTF::E_END_WITH_SKIPPED_FILES, code_);
+  EXPECT_TRUE(log.has(LM_ERROR, "Failed to list directory " + source_ + "/bad: Permission denied\n")) << log.all();
+  EXPECT_TRUE(entry("bad").flags & MTF_BACKUP::CAT_SKIPPED);
+  ASSERT_TRUE(restore());
+  EXPECT_TRUE(std::filesystem::is_directory(target_ + "/bad"));
+  EXPECT_TRUE(std::filesystem::exists(target_ + "/good/b"));
+}
+
+TEST_F(Changing_Source, ListingThatFailsForAWhileIsTakenAgain) {
+  write("a", "text");
+  auto calls = std::make_shared<std::atomic<int>>(0);
+  EXPECT_TRUE(back_up({.hook = [=](const char* what, const std::string&) {
+    errno = ENOENT;
+    return std::string(what) == "read_dirs" && ++*calls <= 2;
+  }}));
+  EXPECT_EQ(1u, sets().at(0).summary.file_count);
+}
+
+TEST_F(Changing_Source, ListingThatFailsForGoodIsTakenEntryByEntry) {
+  write("a", "text");
+  EXPECT_TRUE(back_up({.hook = [](const char* what, const std::string&) {
+    errno = ENOENT;
+    return std::string(what) == "read_dirs";
+  }}));
+  EXPECT_EQ(1u, sets().at(0).summary.file_count);
+}
+
+TEST_F(Changing_Source, DirectoryThatVanishedIsLeftOut) {
+  write("a", "text");
+  write("gone/b", "text");
+  Log_Capture log;
+  EXPECT_TRUE(back_up({.hook = once("read_dirs", "", [this] { std::filesystem::remove_all(source_ + "/gone"); })}));
+  EXPECT_EQ(1u, sets().at(0).summary.dir_count);
+}
+
+TEST_F(Changing_Source, DirectoryExchangedForALinkIsNotFollowed) {
+  write("a", "text");
+  write("d/b", "inside");
+  dir_.write("outside/b", "not to be read");
+  Log_Capture log;
+  EXPECT_TRUE(back_up({.hook = once("open", "a", [this] {
+                         ASSERT_EQ(0, rename((source_ + "/d").c_str(), (source_ + "/was").c_str()));
+                         ASSERT_EQ(0, symlink((dir_ / "outside").c_str(), (source_ + "/d").c_str()));
+                       })}));
+  std::string all;
+  for (const auto& [key, bytes] : pool_->objects) all += bytes;
+  EXPECT_EQ(std::string::npos, all.find("not to be read"));
+}
+
+TEST_F(Changing_Source, FurtherNameOfAFileThatCouldNotBeReadIsSkippedToo) {
+  write("a", "shared");
+  std::filesystem::create_hard_link(source_ + "/a", source_ + "/b");
+  Log_Capture log;
+  EXPECT_FALSE(back_up({.hook = failing("open", "a", EACCES)}));
+  EXPECT_TRUE(
+      log.has(LM_ERROR, "Failed to back up " + source_ + "/b: " + source_ + "/a, no data under its other name\n"))
+      << log.all();
+  EXPECT_TRUE(entry("b").flags & MTF_BACKUP::CAT_SKIPPED);
+  EXPECT_EQ(2u, sets().at(0).summary.skipped_count);
+}
+
+TEST_F(Changing_Source, NamesInLogLinesAreEscaped) {
+  write("new\nline", "text");
+  Log_Capture log;
+  EXPECT_FALSE(back_up({.hook = failing("open", "new\nline", EACCES)}));
+  EXPECT_TRUE(log.has(LM_ERROR, "Failed to back up " + source_ + "/new\\x0Aline: Permission denied\n") ||
+              log.has(LM_ERROR, "Failed to back up " + source_ + "/new\\x0aline: Permission denied\n"))
+      << log.all();
+}
+
+TEST_F(Changing_Source, UnreadableExtendedAttributesAreToldAndTheFileIsSaved) {
+  write("a", "text");
+  Log_Capture log;
+  EXPECT_TRUE(back_up({.hook = failing("read_xattrs", "a", EIO)}));
+  EXPECT_TRUE(log.has(LM_WARNING, "Failed to read the extended attributes of " + source_ + "/a: Input/output error\n"))
+      << log.all();
+}
+
+TEST_F(Changing_Source, RunWithoutDescriptorsFailsAsAWhole) {
+  write("a", "text");
+  write("b", "text");
+  Log_Capture log;
+  EXPECT_FALSE(back_up({.hook = failing("open", "a", EMFILE)}));
+  EXPECT_EQ(MTF::E_GET_SOURCE_DATA, code_);
+  EXPECT_TRUE(sets().empty());
+}
+
+}  // namespace

@@ -1,0 +1,159 @@
+#pragma once
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <functional>
+#include <list>
+#include <string>
+
+#include "kolt/directory_iterator.h"
+#include "mtf/core/backup_callback.h"
+#include "mtf/core/restore_callback.h"
+#include "mtf/fs/filebuf.h"
+#include "mtf/fs/mkdir_p.h"
+
+// The shortest callbacks that work on plain files, with hooks by which tests get in between.
+
+namespace mover_test {
+
+/// The bare name in a path that leads through a descriptor.
+inline std::string name_of(const std::string& path) {
+  return path.substr(path.rfind('/') + 1);
+}
+
+/// Called with the operation ("open", "read", "read_dirs", "write", "rename", ...) and its path; true: the operation
+/// fails with the errno that the hook has set. Threads: several at once.
+typedef std::function<bool(const char* operation, const std::string& path)> Hook;
+
+class Posix_Reader : public MTF::IFile_Reader {
+ public:
+  explicit Posix_Reader(const Hook& hook) : hook_(hook) {}
+  MTF::Error_Code open(const char* path) override {
+    path_ = path;
+    if (hook_ && hook_("open", path_)) return MTF::E_FAILED;
+    open_ = file_.open(path, O_RDONLY | O_CLOEXEC, 0640) == 0;
+    return open_ ? MTF::E_OK : MTF::E_FAILED;
+  }
+  bool is_open() const override { return open_; }
+  MTF::Error_Code read(MTF::Buffer& buf) override {
+    if (hook_ && hook_("read", path_)) return MTF::E_FAILED;
+    const std::streamsize got = file_.sgetn(buf.addr(), buf.size());
+    if (got <= 0) return MTF::E_FAILED;
+    buf.used_size(static_cast<ACE_UINT32>(got));
+    return MTF::E_OK;
+  }
+  MTF::Error_Code close() override { return MTF::E_OK; }
+
+ private:
+  const Hook& hook_;
+  MTF_FS::ifilebuf file_{131072};
+  std::string path_;
+  bool open_ = false;
+};
+
+class Posix_Backup_Callback : public MTF::IBackup_Callback {
+ public:
+  explicit Posix_Backup_Callback(const Hook& hook) : hook_(hook) {}
+  char directory_separator() const override { return '/'; }
+  bool lstat(const char*, MTF::Callback_Stat&) override { return false; }  // the mover asks for the full status
+  ssize_t readlink(const char* path, char* buf, size_t size) override {
+    if (hook_ && hook_("readlink", path)) return -1;
+    return ::readlink(path, buf, size);
+  }
+  MTF::IFile_Reader_var make_file_reader() override { return MTF::IFile_Reader_var(new Posix_Reader(hook_)); }
+  bool read_dirs(const char* path, std::list<Directory_Entry>& entries) override {
+    for (const Directory_Entry& entry : iterate_directory(path)) entries.push_back(entry);
+    return !(hook_ && hook_("read_dirs", path));
+  }
+  bool read_xattrs(const char* path, MTF::Xattrs& attrs) override {
+    if (hook_ && hook_("read_xattrs", path)) return false;
+    return IBackup_Callback::read_xattrs(path, attrs);
+  }
+  bool check_directory(const char* path) override {
+    return !(hook_ && hook_("check_directory", path)) && IBackup_Callback::check_directory(path);
+  }
+
+ private:
+  const Hook& hook_;
+};
+
+class Posix_Backup_Factory : public MTF::IBackup_Callback_Factory {
+ public:
+  explicit Posix_Backup_Factory(Hook hook = Hook()) : hook_(std::move(hook)) {}
+  MTF::IBackup_Callback_var make() override { return MTF::IBackup_Callback_var(new Posix_Backup_Callback(hook_)); }
+
+ private:
+  const Hook hook_;
+};
+
+class Posix_Writer : public MTF::File_Writer_Base {
+ public:
+  explicit Posix_Writer(const Hook& hook) : hook_(hook) {}
+  MTF::Error_Code open(const char* path, ACE_UINT64) override {
+    path_ = path;
+    open_ = file_.open(path, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0640) == 0;
+    return open_ ? MTF::E_OK : MTF::E_FAILED;
+  }
+  bool is_open() const override { return open_; }
+  MTF::Error_Code write(const char* buf, size_t size) override {
+    if (hook_ && hook_("write", path_)) return MTF::E_FAILED;
+    return file_.sputn(buf, static_cast<std::streamsize>(size)) == static_cast<std::streamsize>(size) ? MTF::E_OK
+                                                                                                      : MTF::E_FAILED;
+  }
+  MTF::Error_Code flush() override {
+    if (hook_ && hook_("flush", path_)) return MTF::E_FAILED;
+    return file_.pubsync() == 0 ? MTF::E_OK : MTF::E_FAILED;
+  }
+  MTF::Error_Code close() override {
+    file_.close();
+    return MTF::E_OK;
+  }
+
+ private:
+  const Hook& hook_;
+  MTF_FS::ofilebuf file_{131072};
+  std::string path_;
+  bool open_ = false;
+};
+
+class Posix_Restore_Callback : public MTF::Restore_Callback_Base {
+ public:
+  explicit Posix_Restore_Callback(const Hook& hook) : hook_(hook) {}
+  char directory_separator() const override { return '/'; }
+  bool mkdir_p(const char* path) override {
+    if (hook_ && hook_("mkdir_p", path)) return false;
+    return MTF_FS::mkdir_p(path);
+  }
+  MTF::Error_Code symlink(const char* target, const char* linkpath) override {
+    return ::symlink(target, linkpath) == 0 || errno == EEXIST ? MTF::E_OK : MTF::E_FAILED;
+  }
+  MTF::Error_Code link(const char* oldpath, const char* newpath) override {
+    return ::link(oldpath, newpath) == 0 ? MTF::E_OK : MTF::E_FAILED;
+  }
+  MTF::Error_Code set_stat(const char*, const MTF::Callback_Stat&) override { return MTF::E_OK; }
+  MTF::IFile_Writer_var make_file_writer() override { return MTF::IFile_Writer_var(new Posix_Writer(hook_)); }
+  MTF::Error_Code set_owner(const char* path, unsigned int uid, unsigned int gid) override {
+    if (hook_ && hook_("set_owner", path)) return errno == 0 ? MTF::E_OK : MTF::E_FAILED;
+    return Restore_Callback_Base::set_owner(path, uid, gid);
+  }
+  MTF::Error_Code rename(const char* from, const char* to) override {
+    if (hook_ && hook_("rename", to)) return MTF::E_FAILED;
+    return Restore_Callback_Base::rename(from, to);
+  }
+
+ private:
+  const Hook& hook_;
+};
+
+class Posix_Restore_Factory : public MTF::IRestore_Callback_Factory {
+ public:
+  explicit Posix_Restore_Factory(Hook hook = Hook()) : hook_(std::move(hook)) {}
+  MTF::IRestore_Callback_var make() override { return MTF::IRestore_Callback_var(new Posix_Restore_Callback(hook_)); }
+
+ private:
+  const Hook hook_;
+};
+
+}  // namespace mover_test

@@ -1,0 +1,279 @@
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <sys/syscall.h>
+
+#include "mtf_backup/catalog_reader.h"
+#include "mtf_backup/catalog_writer.h"
+#include "mtf_backup/test/mover_fixture.h"
+
+using namespace mover_test;
+using test_support::Log_Capture;
+
+namespace {
+
+/// Targets and sets that somebody has prepared.
+class Hostile : public Mover_Fixture {
+ protected:
+  Hostile() {
+    std::filesystem::create_directory(outside_);
+    dir_.write("outside/canary", "canary");
+  }
+  ~Hostile() override {
+    EXPECT_EQ("canary", test_support::read_file(outside_ + "/canary"));
+    size_t entries = 0;
+    for ([[maybe_unused]] const auto& entry : std::filesystem::directory_iterator(outside_)) ++entries;
+    EXPECT_EQ(1u, entries) << "something was written outside the target";
+  }
+
+  /// Takes the set's catalog away and puts another one in its place.
+  void replace_catalog(const std::function<void(std::vector<MTF_BACKUP::Catalog_Entry>&)>& change);
+
+  const std::string outside_ = dir_ / "outside";
+};
+
+void Hostile::replace_catalog(const std::function<void(std::vector<MTF_BACKUP::Catalog_Entry>&)>& change) {
+  MTF_BACKUP::Commit_Record record = sets().at(0);
+  const MTF_BACKUP::Set_Id id{record.name, record.seq, record.incarnation};
+  auto client = std::make_shared<test_support::Memory_Client_IO>(pool_);
+  std::vector<MTF_BACKUP::Catalog_Entry> entries;
+  {
+    MTF_BACKUP::Catalog_Reader reader(*client, id.dir(), record.set_uuid, record.find("catalog")->size);
+    ASSERT_TRUE(reader.open());
+    MTF_BACKUP::Catalog_Entry entry;
+    while (reader.next(entry) == 1) entries.push_back(entry);
+  }
+  change(entries);
+  std::sort(entries.begin(), entries.end(), [](const auto& a, const auto& b) { return catalog_order(a, b) < 0; });
+  pool_->objects.erase(id.dir() + "/catalog");
+  pool_->objects.erase(id.dir() + "/commit");
+  MTF_BACKUP::Catalog_Writer writer(*client, id.dir(), record.set_uuid);
+  ASSERT_TRUE(writer.open());
+  for (const auto& entry : entries) ASSERT_TRUE(writer.append(entry)) << entry.path;
+  ASSERT_TRUE(writer.finish());
+  record.objects.back() = writer.object();
+  ASSERT_TRUE(MTF_BACKUP::Set_Store(client).commit(id, record));
+}
+
+TEST_F(Hostile, LinkPlantedInTheTargetIsNotFollowed) {
+  write("d/a", "text");
+  write("e/b", "text");
+  ASSERT_TRUE(back_up());
+  ASSERT_EQ(0, symlink(outside_.c_str(), (target_ + "/d").c_str()));
+  Log_Capture log;
+  EXPECT_FALSE(restore());
+  EXPECT_EQ(MTF::E_END_WITH_SKIPPED_FILES, code_);
+  EXPECT_TRUE(log.has(LM_ERROR, "Failed to make directory " + target_ +
+                                    "/d, all below it is left out: a link or a file is in the way\n"))
+      << log.all();
+  EXPECT_EQ(1u, log.texts(LM_ERROR).size()) << log.all();
+  EXPECT_EQ("text", test_support::read_file(target_ + "/e/b"));
+}
+
+TEST_F(Hostile, LinkPlantedAboveAnUnselectedDirectoryIsNotFollowed) {
+  write("d/e/a", "text");
+  ASSERT_TRUE(back_up());
+  ASSERT_EQ(0, symlink(outside_.c_str(), (target_ + "/d").c_str()));
+  Log_Capture log;
+  EXPECT_FALSE(restore({.select = {source_ + "/d/e/a"}}));
+  EXPECT_EQ(MTF::E_END_WITH_SKIPPED_FILES, code_);
+}
+
+TEST_F(Hostile, LinkUnderAFilesNameIsReplacedAndNotFollowed) {
+  write("a", "text");
+  ASSERT_TRUE(back_up());
+  ASSERT_EQ(0, symlink((outside_ + "/canary").c_str(), (target_ + "/a").c_str()));
+  ASSERT_TRUE(restore());
+  EXPECT_FALSE(std::filesystem::is_symlink(target_ + "/a"));
+  EXPECT_EQ("text", test_support::read_file(target_ + "/a"));
+}
+
+TEST_F(Hostile, TargetItselfMayBeReachedThroughALink) {
+  write("a", "text");
+  ASSERT_TRUE(back_up());
+  ASSERT_EQ(0, symlink(target_.c_str(), (dir_ / "way").c_str()));
+  ASSERT_TRUE(restore({.rules = {{source_, dir_ / "way"}}}));
+  EXPECT_EQ("text", test_support::read_file(target_ + "/a"));
+}
+
+TEST_F(Hostile, DirectoryExchangedForALinkDuringTheRestore) {
+  for (int i = 0; i < 60; ++i) write("d/f" + std::to_string(i), noise(2000, i));
+  ASSERT_TRUE(back_up());
+  std::filesystem::create_directory(target_ + "/d");
+  ASSERT_EQ(0, symlink(outside_.c_str(), (target_ + "/link").c_str()));
+  std::atomic<bool> stop{false};
+  std::thread attacker([&] {
+    while (!stop)
+      syscall(SYS_renameat2, AT_FDCWD, (target_ + "/d").c_str(), AT_FDCWD, (target_ + "/link").c_str(),
+              2 /* exchange */);
+  });
+  Log_Capture log;
+  for (int i = 0; i < 30; ++i) (void)restore({.threads = 4});
+  stop = true;
+  attacker.join();
+}
+
+TEST_F(Hostile, NamesThatLeadOutAreRefusedAndTheRestIsRestored) {
+  write("a", "text");
+  ASSERT_TRUE(back_up());
+  replace_catalog([](std::vector<MTF_BACKUP::Catalog_Entry>& entries) {
+    const MTF_BACKUP::Catalog_Entry file = entries.back();
+    const std::vector<std::string> paths = {
+        "../outside/x", "..", "b/../../outside/y", "/etc/x", "c//d", ".", "e/.", std::string("n\0ul", 4)};
+    for (const std::string& path : paths) {
+      MTF_BACKUP::Catalog_Entry bad = file;
+      bad.path = path;
+      entries.push_back(bad);
+    }
+  });
+  Log_Capture log;
+  EXPECT_FALSE(restore());
+  EXPECT_EQ(MTF::E_END_WITH_SKIPPED_FILES, code_) << log.all();
+  EXPECT_EQ(8u, log.texts(LM_ERROR).size()) << log.all();
+  EXPECT_TRUE(log.has(LM_ERROR, "Refused to restore " + source_ + "/../outside/x: not a plain path.\n")) << log.all();
+  EXPECT_EQ("text", test_support::read_file(target_ + "/a"));
+}
+
+TEST_F(Hostile, HardLinkToAPathOutsideTheSetIsRefused) {
+  write("a", "text");
+  ASSERT_TRUE(back_up());
+  replace_catalog([this](std::vector<MTF_BACKUP::Catalog_Entry>& entries) {
+    MTF_BACKUP::Catalog_Entry bad = entries.back();
+    bad.path = "b";
+    bad.hard_link_target = outside_ + "/canary";
+    entries.push_back(bad);
+  });
+  Log_Capture log;
+  EXPECT_FALSE(restore());
+  EXPECT_EQ(MTF::E_END_WITH_SKIPPED_FILES, code_);
+  EXPECT_TRUE(
+      log.has(LM_ERROR, "Failed to restore " + target_ + "/b: it is a link to nothing that could be restored\n"))
+      << log.all();
+  EXPECT_FALSE(std::filesystem::exists(target_ + "/b"));
+}
+
+TEST_F(Hostile, HardLinkToALinkIsRefused) {
+  write("a", "text");
+  ASSERT_EQ(0, symlink((outside_ + "/canary").c_str(), (source_ + "/link").c_str()));
+  ASSERT_TRUE(back_up());
+  replace_catalog([this](std::vector<MTF_BACKUP::Catalog_Entry>& entries) {
+    MTF_BACKUP::Catalog_Entry bad = entries[1];
+    ASSERT_EQ("a", bad.path);
+    bad.path = "z";
+    bad.hard_link_target = source_ + "/link";
+    entries.push_back(bad);
+  });
+  Log_Capture log;
+  EXPECT_FALSE(restore());
+  EXPECT_EQ(MTF::E_END_WITH_SKIPPED_FILES, code_);
+  EXPECT_FALSE(std::filesystem::exists(target_ + "/z"));
+}
+
+TEST_F(Hostile, FirstNameExchangedForALinkGetsNoFurtherName) {
+  write("a", "text");
+  std::filesystem::create_hard_link(source_ + "/a", source_ + "/b");
+  write("c", "text");
+  ASSERT_TRUE(back_up());
+  Log_Capture log;
+  EXPECT_FALSE(restore({.threads = 1, .hook = [this](const char* what, const std::string& path) {
+                          if (std::string(what) != "rename" || name_of(path) != "c") return false;
+                          EXPECT_EQ(0, unlink((target_ + "/a").c_str()));
+                          EXPECT_EQ(0, symlink((outside_ + "/canary").c_str(), (target_ + "/a").c_str()));
+                          return false;
+                        }}));
+  EXPECT_EQ(MTF::E_END_WITH_SKIPPED_FILES, code_);
+  EXPECT_FALSE(std::filesystem::exists(std::filesystem::symlink_status(target_ + "/b")));
+}
+
+TEST_F(Hostile, DamagedFrameIsNamedAndTheOtherFilesAreRestored) {
+  for (int i = 0; i < 8; ++i) write("f" + std::to_string(i), noise(1 << 20, i + 1));
+  ASSERT_TRUE(back_up());
+  const std::string key = "volume/0000000001.1/channel-000.mtf";
+  pool_->objects[key][(4 << 20) + 77] ^= 1;
+  Log_Capture log;
+  EXPECT_FALSE(restore());
+  EXPECT_EQ(MTF::E_CORRUPT, code_);
+  EXPECT_TRUE(log.has_containing(LM_ERROR, key)) << log.all();
+  EXPECT_TRUE(log.has_containing(LM_ERROR, "its data in the set is damaged")) << log.all();
+  int whole = 0;
+  for (int i = 0; i < 8; ++i) {
+    const std::string path = target_ + "/f" + std::to_string(i);
+    if (!std::filesystem::exists(path)) continue;
+    ++whole;
+    EXPECT_EQ(noise(1 << 20, i + 1), test_support::read_file(path));
+  }
+  EXPECT_GE(whole, 6);
+  EXPECT_LT(whole, 8);
+}
+
+TEST_F(Hostile, DataThatIsNotWhatTheCatalogTellsIsNotRestored) {
+  write("a", "text");
+  ASSERT_TRUE(back_up());
+  replace_catalog([](std::vector<MTF_BACKUP::Catalog_Entry>& entries) { entries.back().data_hash ^= 1; });
+  Log_Capture log;
+  EXPECT_FALSE(restore());
+  EXPECT_EQ(MTF::E_CORRUPT, code_);
+  EXPECT_TRUE(log.has_containing(LM_ERROR, "the data is not what was backed up")) << log.all();
+  EXPECT_FALSE(std::filesystem::exists(target_ + "/a"));
+}
+
+TEST_F(Hostile, BlockOfAnotherFileIsNotRestored) {
+  write("a", "text");
+  write("b", "longer");
+  ASSERT_TRUE(back_up());
+  replace_catalog([](std::vector<MTF_BACKUP::Catalog_Entry>& entries) { entries[1].offset = entries[2].offset; });
+  Log_Capture log;
+  EXPECT_FALSE(restore());
+  EXPECT_EQ(MTF::E_CORRUPT, code_);
+  EXPECT_FALSE(std::filesystem::exists(target_ + "/a"));
+  EXPECT_EQ("longer", test_support::read_file(target_ + "/b"));
+}
+
+TEST_F(Hostile, DamagedCatalogEndsTheRestore) {
+  write("a", "text");
+  ASSERT_TRUE(back_up());
+  std::string& catalog = pool_->objects["volume/0000000001.1/catalog"];
+  catalog[catalog.size() / 2] ^= 1;
+  Log_Capture log;
+  EXPECT_FALSE(restore());
+  EXPECT_EQ(MTF::E_CORRUPT, code_);
+}
+
+TEST_F(Hostile, OwnerThatCannotBeSetIsToldAndTakesTheSetUserBit) {
+  const std::string path = write("a", "text");
+  if (lchown(path.c_str(), 12345, 12345) != 0) GTEST_SKIP() << "needs the right to give files away";
+  ASSERT_EQ(0, chmod(path.c_str(), 06755));
+  ASSERT_TRUE(back_up());
+  Log_Capture log;
+  // Says yes and does nothing.
+  EXPECT_TRUE(restore({.hook = [](const char* what, const std::string&) {
+    errno = 0;
+    return std::string(what) == "set_owner";
+  }}));
+  EXPECT_TRUE(log.has_containing(LM_ERROR, "Failed to change owner of " + target_ + "/a to 12345:12345")) << log.all();
+  struct stat st;
+  ASSERT_EQ(0, stat((target_ + "/a").c_str(), &st));
+  EXPECT_EQ(0755u, st.st_mode & 07777);
+}
+
+TEST_F(Hostile, SetUserBitNeverStandsWithAWrongOwner) {
+  for (int i = 0; i < 40; ++i) {
+    const std::string path = write("f" + std::to_string(i), "text");
+    if (lchown(path.c_str(), 12345, 12345) != 0) GTEST_SKIP() << "needs the right to give files away";
+    ASSERT_EQ(0, chmod(path.c_str(), 04755));
+  }
+  ASSERT_TRUE(back_up());
+  std::atomic<bool> stop{false};
+  std::atomic<int> wrong{0};
+  std::thread watcher([&] {
+    while (!stop) {
+      for (const Directory_Entry& entry : iterate_directory(target_.c_str()))
+        if ((entry.stat.st_mode & S_ISUID) && entry.stat.st_uid != 12345) ++wrong;
+    }
+  });
+  for (int i = 0; i < 10; ++i) EXPECT_TRUE(restore());
+  stop = true;
+  watcher.join();
+  EXPECT_EQ(0, wrong);
+}
+
+}  // namespace
