@@ -1,0 +1,104 @@
+// One backup or restore with plain callbacks, for bench/mover/run, which sets it side by side with tar.
+//
+//   mover_bench make TREE FILES BYTES
+//   mover_bench backup SOURCE POOL none|zstd LEVEL CHANNELS
+//   mover_bench restore SOURCE POOL TARGET THREADS
+//
+// Prints seconds and the peak of the resident memory in MiB.
+
+#include <sys/resource.h>
+
+#include <chrono>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <iostream>
+#include <random>
+#include <string>
+
+#include "json_spirit/json_spirit_value.h"
+#include "kolt/pool_info.h"
+#include "mtf/fs/path_converter.h"
+#include "mtf_backup/mtf_backup.h"
+#include "mtf_backup/mtf_restore.h"
+#include "mtf_backup/test/posix_callbacks.h"
+
+namespace {
+
+typedef std::chrono::steady_clock Clock;
+
+const char usage[] = "mover_bench make|backup|restore ...\n";
+
+/// Files of all sizes up to twice the mean, twenty to a directory, about half of their bytes compressible.
+void make(const std::string& tree, size_t files, uint64_t bytes) {
+  std::mt19937 random(1);
+  std::string block(size_t(4) << 20, '\0');
+  for (size_t i = 0; i < block.size(); ++i)
+    block[i] = (i / 512) % 2 == 0 ? static_cast<char>(random()) : "volume data "[i % 12];
+  for (size_t i = 0; i < files; ++i) {
+    const std::string dir = tree + "/d" + std::to_string(i / 2000) + "/e" + std::to_string(i / 20 % 100);
+    if (i % 20 == 0) std::filesystem::create_directories(dir);
+    std::ofstream file(dir + "/file-" + std::to_string(i), std::ios::binary);
+    uint64_t left = files == 1 ? bytes : random() % (2 * bytes / files + 1);
+    while (left > 0) {
+      const size_t from = random() % (block.size() / 2);
+      const uint64_t n = std::min<uint64_t>(left, block.size() - from);
+      file.write(&block[from], static_cast<std::streamsize>(n));
+      left -= n;
+    }
+  }
+}
+
+MTF_BACKUP::Channel_Factory_var pool_at(const std::string& path) {
+  Pool_Info pool;
+  pool.url = "file://" + path;
+  return MTF_BACKUP::make_channel_factory(pool, "host/resource", Client_IO_Base::Options());
+}
+
+bool back_up(const std::string& source, const std::string& pool, const std::string& method, int level,
+             size_t channels) {
+  MTF::Metadata metadata;
+  MTF_Backup backup(MTF::Event_Handler_var(nullptr), metadata, ACE_Log_Msg_Callback_var());
+  backup.uuid("bench");
+  backup.compression(method == "zstd" ? COMPR_ZSTD : COMPR_NONE);
+  backup.compression_level(level);
+  backup.channel_num(channels);
+  backup.callback_factory(MTF::IBackup_Callback_Factory_var(new mover_test::Posix_Backup_Factory));
+  backup.channel_factory(pool_at(pool));
+  backup.add_source(source);
+  return backup.backup("bench");
+}
+
+bool restore(const std::string& source, const std::string& pool, const std::string& target, size_t threads) {
+  MTF_Restore restore(MTF::Event_Handler_var(nullptr), ACE_Log_Msg_Callback_var());
+  restore.seq(1);
+  restore.channel_num(threads);
+  restore.concurrent(threads);
+  restore.path_converter(
+      MTF_FS::create_transform_path_converter("/", {{source, target}}, false, MTF::IPath_Converter_var(nullptr)));
+  restore.callback_factory(MTF::IRestore_Callback_Factory_var(new mover_test::Posix_Restore_Factory));
+  restore.channel_factory(pool_at(pool));
+  return restore.restore("bench");
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  const std::vector<std::string> args(argv + 1, argv + argc);
+  const Clock::time_point begin = Clock::now();
+  bool ok = false;
+  if (args.size() == 4 && args[0] == "make") {
+    make(args[1], std::stoul(args[2]), std::stoull(args[3]));
+    return EXIT_SUCCESS;
+  } else if (args.size() == 6 && args[0] == "backup") {
+    ok = back_up(args[1], args[2], args[3], std::stoi(args[4]), std::stoul(args[5]));
+  } else if (args.size() == 5 && args[0] == "restore") {
+    ok = restore(args[1], args[2], args[3], std::stoul(args[4]));
+  } else {
+    std::cerr << usage;
+  }
+  rusage used{};
+  getrusage(RUSAGE_SELF, &used);
+  std::cout << std::chrono::duration<double>(Clock::now() - begin).count() << ' ' << used.ru_maxrss / 1024 << '\n';
+  return ok ? EXIT_SUCCESS : EXIT_FAILURE;
+}
