@@ -42,7 +42,7 @@ int Agent::open() {
   if (JSON_RPC_Thread_Pool::instance()->open("json_rpc", pool_threads, pool_queue, 0, options_.answer_timeout) == -1) {
     return -1;
   }
-  if (bind_own_methods() == -1 || load_methods() == -1 || open_channel() == -1) return -1;
+  if (load_methods() == -1 || bind_own_methods() == -1 || open_channel() == -1) return -1;
   ACE_DEBUG((LM_INFO, ACE_TEXT("tessarin-agent %C is ready.\n"), TESSARIN_VERSION));
   return 0;
 }
@@ -50,9 +50,13 @@ int Agent::open() {
 int Agent::bind_own_methods() {
   std::string host_uuid;
   if (state_.host_uuid(host_uuid) == -1) return -1;
-  info_ = std::make_unique<Agent_Method>(Agent_Info{host_uuid, state_.path()});
-  tasks_ = std::make_unique<Agent_Method>(agent_tasks);
   auto* const dispatcher = JSON_RPC_Dispatcher::instance();
+  Agent_Info info{host_uuid, state_.path(), {"agent.info", "agent.tasks"}, ""};
+  for (const std::string& method : dispatcher->methods()) info.methods.insert(method);
+  const auto plugins = dispatcher->origins();
+  if (!plugins.empty()) info.plugin = *plugins.begin();
+  info_ = std::make_unique<Agent_Method>(info);
+  tasks_ = std::make_unique<Agent_Method>(agent_tasks);
   return dispatcher->bind("agent.info", info_.get()) == -1 || dispatcher->bind("agent.tasks", tasks_.get()) == -1 ? -1 : 0;
 }
 

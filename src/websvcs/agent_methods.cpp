@@ -3,7 +3,6 @@
 #include <new>
 
 #include "ace/Log_Msg.h"
-#include "json_rpc/json_rpc_dispatcher.h"
 #include "json_rpc/json_rpc_error_code.h"
 #include "json_spirit/assign.h"
 #include "json_spirit/extract.h"
@@ -29,13 +28,11 @@ int Agent_Method::handle_object(JSON_RPC_Channel_ptr sender, JSON_RPC_Object_var
 }
 
 bool Agent_Info::operator()(const Value&, Value& result) const {
-  const auto* const dispatcher = JSON_RPC_Dispatcher::instance();
-  Array methods;
-  for (const std::string& method : dispatcher->methods()) methods.push_back(Value(method));
-  const auto plugins = dispatcher->origins();
+  Array names;
+  for (const std::string& method : methods) names.push_back(Value(method));
   const auto uptime = std::chrono::steady_clock::now() - started;
   json_spirit::insert(result.to_new_object())("version", Value(TESSARIN_VERSION))(
-      "plugin", plugins.empty() ? Value::null : Value(*plugins.begin()))("methods", Value(std::move(methods)))(
+      "plugin", plugin.empty() ? Value::null : Value(plugin))("methods", Value(std::move(names)))(
       "uptime_seconds", Value(static_cast<int64_t>(std::chrono::duration_cast<std::chrono::seconds>(uptime).count())))(
       "host_uuid", Value(host_uuid))("state_dir", Value(state_dir));
   return true;

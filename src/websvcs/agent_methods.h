@@ -2,6 +2,7 @@
 
 #include <chrono>
 #include <functional>
+#include <set>
 #include <string>
 
 #include "json_rpc/json_rpc_handler.h"
@@ -21,10 +22,12 @@ class Agent_Method : public JSON_RPC_Handler {
   const Function function_;
 };
 
-/// What "agent.info" tells besides the methods.
+/// What "agent.info" tells.
 struct Agent_Info {
   std::string host_uuid;
   std::string state_dir;
+  std::set<std::string> methods;
+  std::string plugin;  ///< empty: none
   std::chrono::steady_clock::time_point started = std::chrono::steady_clock::now();
 
   bool operator()(const json_spirit::Value& params, json_spirit::Value& result) const;
