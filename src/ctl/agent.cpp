@@ -1,0 +1,160 @@
+#include "ctl/agent.h"
+
+#include <curl/curl.h>
+
+#include <fstream>
+#include <new>
+#include <utility>
+
+#include "ctl/failure.h"
+#include "json_spirit/dump.h"
+#include "json_spirit/json_spirit_helper.h"
+
+namespace ctl {
+
+using json_spirit::Object;
+using json_spirit::Value;
+
+namespace {
+
+constexpr char path[] = "/d2/jr";
+constexpr char unix_prefix[] = "unix://";
+constexpr long connect_seconds = 10;
+/// An answer longer than this is none of ours.
+constexpr size_t max_answer = 256u << 20;
+
+bool begins_with(const std::string& text, const char* prefix) {
+  return text.rfind(prefix, 0) == 0;
+}
+
+size_t append(char* data, size_t size, size_t count, void* to) {
+  std::string& text = *static_cast<std::string*>(to);
+  if (text.size() + size * count > max_answer) return 0;
+  text.append(data, size * count);
+  return size * count;
+}
+
+std::string read_token(const std::string& file) {
+  std::ifstream in(file);
+  std::string token;
+  if (!std::getline(in, token) || token.empty()) throw Failure(exit_usage, "There is no token in " + file + ".");
+  if (token.back() == '\r') token.pop_back();
+  return token;
+}
+
+bool is_this_machine(const std::string& url) {
+  const std::unique_ptr<CURLU, void (*)(CURLU*)> parsed(curl_url(), curl_url_cleanup);
+  char* part = nullptr;
+  if (curl_url_set(parsed.get(), CURLUPART_URL, url.c_str(), 0) != CURLUE_OK ||
+      curl_url_get(parsed.get(), CURLUPART_HOST, &part, 0) != CURLUE_OK)
+    return false;
+  const std::string host = std::unique_ptr<char, void (*)(void*)>(part, curl_free).get();
+  return host == "localhost" || host == "[::1]" ||
+         (begins_with(host, "127.") && host.find_first_not_of("0123456789.") == std::string::npos);
+}
+
+}  // namespace
+
+/// POSTs over one connection that is kept.
+class Agent::Http {
+ public:
+  Http(const std::string& url, const std::string& token) : curl_(curl_easy_init()) {
+    if (curl_ == nullptr) throw std::bad_alloc();
+    add_header("Content-Type: application/json");
+    add_header("Expect:");
+    if (!token.empty()) add_header(("Authorization: Bearer " + token).c_str());
+    if (begins_with(url, unix_prefix)) {
+      set(CURLOPT_UNIX_SOCKET_PATH, url.substr(sizeof unix_prefix - 1).c_str());
+      set(CURLOPT_URL, (std::string("http://localhost") + path).c_str());
+    } else {
+      set(CURLOPT_URL, (url.substr(0, url.find_last_not_of('/') + 1) + path).c_str());
+    }
+    set(CURLOPT_PROTOCOLS_STR, "http,https");
+    set(CURLOPT_PROXY, "");  // the environment's proxy is not for the agent, and must not see the token
+    set(CURLOPT_NOSIGNAL, 1L);
+    set(CURLOPT_CONNECTTIMEOUT, connect_seconds);
+    set(CURLOPT_HTTPHEADER, headers_);
+    set(CURLOPT_WRITEFUNCTION, append);
+    set(CURLOPT_WRITEDATA, &answer_);
+    set(CURLOPT_ERRORBUFFER, error_);
+  }
+  ~Http() {
+    curl_easy_cleanup(curl_);
+    curl_slist_free_all(headers_);
+  }
+
+  /// The answer's body; its status goes to @a status. False if there is none: error() tells why.
+  bool post(const std::string& body, long seconds, long& status) {
+    answer_.clear();
+    error_[0] = '\0';
+    set(CURLOPT_POSTFIELDSIZE_LARGE, static_cast<curl_off_t>(body.size()));
+    set(CURLOPT_POSTFIELDS, body.c_str());
+    set(CURLOPT_TIMEOUT, seconds);
+    code_ = curl_easy_perform(curl_);
+    curl_easy_getinfo(curl_, CURLINFO_RESPONSE_CODE, &status);
+    return code_ == CURLE_OK;
+  }
+  const std::string& answer() const { return answer_; }
+  std::string error() const { return error_[0] != '\0' ? error_ : curl_easy_strerror(code_); }
+
+ private:
+  template <typename T>
+  void set(CURLoption option, T value) {
+    const CURLcode code = curl_easy_setopt(curl_, option, value);
+    if (code != CURLE_OK) throw Failure(exit_usage, curl_easy_strerror(code));
+  }
+  void add_header(const char* header) { headers_ = curl_slist_append(headers_, header); }
+
+  CURL* const curl_;
+  curl_slist* headers_ = nullptr;
+  CURLcode code_ = CURLE_OK;
+  std::string answer_;
+  char error_[CURL_ERROR_SIZE] = {};
+};
+
+Agent::Agent(const std::string& url, const std::string& token_file)
+    : url_(url), http_([&] {
+        if (!begins_with(url, "unix:///") && !begins_with(url, "http://") && !begins_with(url, "https://"))
+          throw Failure(exit_usage,
+                        "The agent's URL is unix:///PATH, http://HOST:PORT or https://HOST:PORT, not " + url);
+        const std::string token = token_file.empty() ? std::string() : read_token(token_file);
+        if (!token.empty() && begins_with(url, "http://") && !is_this_machine(url))
+          throw Failure(exit_usage, "The token is not sent to another machine over plain HTTP; use https.");
+        return new Http(url, token);
+      }()) {}
+
+Agent::~Agent() = default;
+
+Value Agent::call(const std::string& method, const Object& params, std::chrono::seconds timeout) {
+  Object request;
+  request["jsonrpc"] = "2.0";
+  request["id"] = ++last_id_;
+  request["method"] = method;
+  request["params"] = params;
+
+  long status = 0;
+  const std::string body = json_spirit::JSON_Dump(request, false).str();
+  if (!http_->post(body, static_cast<long>(timeout.count()), status))
+    throw Failure(exit_unreachable, "No answer from the agent at " + url_ + ": " + http_->error() + ".");
+  if (status == 401 || status == 403)
+    throw Failure(exit_refused, "The agent wants a token: give its file with --token-file.");
+
+  Value document;
+  if (!json_spirit::loads_json(http_->answer().c_str(), document) || document.type() != json_spirit::obj_type)
+    throw Failure(exit_unreachable,
+                  "The answer from " + url_ + " is not an agent's (HTTP " + std::to_string(status) + ").");
+  Object& answer = document.get_obj();
+  if (const Object* error = json_spirit::object_get_object(answer, "error")) {
+    long code = 0;
+    std::string message;
+    json_spirit::object_get(*error, "code", code);
+    json_spirit::object_get(*error, "message", message);
+    throw Failure(exit_refused,
+                  "The agent answered \"" + message + "\" (" + std::to_string(code) + ") to " + method + ".");
+  }
+  Value* const result = json_spirit::object_get_value(answer, "result");
+  if (result == nullptr) throw Failure(exit_unreachable, "The answer from " + url_ + " has no result.");
+  return std::move(*result);
+}
+
+}  // namespace ctl

@@ -1,0 +1,41 @@
+#pragma once
+
+#include <chrono>
+#include <memory>
+#include <string>
+
+#include "json_spirit/json_spirit_value.h"
+
+namespace ctl {
+
+/// The agent, called by JSON-RPC 2.0 over HTTP. One thread at a time.
+class Agent {
+ public:
+  /**
+   * @param url         "unix:///path/of/socket", "http://host:port" or "https://host:port".
+   * @param token_file  file whose first line is the bearer token; empty: none is sent.
+   * @throws Failure    exit_usage: the URL has another form, the token file cannot be read, or a token would go over
+   * plain HTTP to another machine.
+   */
+  Agent(const std::string& url, const std::string& token_file);
+  ~Agent();
+
+  /**
+   * Calls a method and returns its result.
+   *
+   * @param timeout   longest wait for the answer; 0: none.
+   * @throws Failure  exit_unreachable: no connection, no answer in time, or none that is JSON-RPC; exit_refused: an
+   * error answer, or the caller has no right to call.
+   */
+  json_spirit::Value call(const std::string& method, const json_spirit::Object& params,
+                          std::chrono::seconds timeout = std::chrono::seconds(60));
+
+ private:
+  class Http;
+
+  const std::string url_;
+  const std::unique_ptr<Http> http_;
+  int last_id_ = 0;
+};
+
+}  // namespace ctl

@@ -1,0 +1,47 @@
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <ostream>
+#include <string>
+#include <vector>
+
+namespace ctl {
+
+/// What a command line says. Members that the command does not take keep their defaults.
+struct Options {
+  std::string command;  ///< "backup", "restore", "jobs", "status", "cancel", "size", "sets" or "info"
+
+  std::string agent;
+  std::string token_file;
+  bool json = false;
+
+  std::string pool;      ///< URL; empty: the agent's default
+  std::string host;      ///< empty: the agent's host, for "sets" all hosts
+  std::string resource;  ///< for "sets", empty: all resources
+
+  std::string name;
+  unsigned channels = 2;
+  std::string compression = "auto";
+  int level = 1;
+  std::optional<uint32_t> seq;
+  uint32_t incarnation = 0;
+  std::vector<std::string> patterns;  ///< of "backup", "size"
+  std::vector<std::string> targets;   ///< of "restore": NAME=TARGET
+
+  std::string job;
+  bool watch = false;
+  unsigned limit = 20;
+};
+
+/**
+ * Reads a command line.
+ *
+ * @retval true   @a options is filled in.
+ * @retval false  the program ends with @a exit_code: help or the version was printed to @a out (0), or what is wrong
+ * with the command line to @a err (2).
+ */
+bool parse_options(int argc, const char* const* argv, Options& options, int& exit_code, std::ostream& out,
+                   std::ostream& err);
+
+}  // namespace ctl

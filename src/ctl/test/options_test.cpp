@@ -1,0 +1,174 @@
+#include "ctl/options.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <stdlib.h>
+
+#include <sstream>
+
+namespace {
+
+using ctl::Options;
+using ::testing::ElementsAre;
+using ::testing::HasSubstr;
+
+class Options_Test : public ::testing::Test {
+ protected:
+  Options_Test() {
+    for (const char* name : {"TESSARIN_AGENT", "TESSARIN_TOKEN_FILE", "TESSARIN_POOL"}) unsetenv(name);
+  }
+
+  bool parse(std::vector<const char*> args) {
+    args.insert(args.begin(), "tessarinctl");
+    return ctl::parse_options(static_cast<int>(args.size()), args.data(), options_, exit_code_, out_, err_);
+  }
+
+  Options options_;
+  int exit_code_ = -1;
+  std::ostringstream out_;
+  std::ostringstream err_;
+};
+
+TEST_F(Options_Test, A_backup_needs_no_more_than_a_pattern) {
+  ASSERT_TRUE(parse({"backup", "/data"}));
+  EXPECT_EQ(options_.command, "backup");
+  EXPECT_THAT(options_.patterns, ElementsAre("/data"));
+  EXPECT_EQ(options_.agent, "unix:///var/lib/tessarin/agent.sock");
+  EXPECT_EQ(options_.pool, "");
+  EXPECT_EQ(options_.resource, "default");
+  EXPECT_EQ(options_.channels, 2u);
+  EXPECT_EQ(options_.compression, "auto");
+  EXPECT_EQ(options_.level, 1);
+  EXPECT_FALSE(options_.seq.has_value());
+  EXPECT_FALSE(options_.json);
+}
+
+TEST_F(Options_Test, A_backup_takes_all_its_options) {
+  ASSERT_TRUE(parse({"backup",
+                     "--pool",
+                     "file:///pool",
+                     "--host",
+                     "h",
+                     "--resource",
+                     "r",
+                     "--name",
+                     "n",
+                     "--channels",
+                     "4",
+                     "--compression",
+                     "zstd",
+                     "--level",
+                     "19",
+                     "--seq",
+                     "4294967295",
+                     "--agent",
+                     "http://127.0.0.1:80",
+                     "--token-file",
+                     "/t",
+                     "--json",
+                     "/data"}));
+  EXPECT_EQ(options_.pool, "file:///pool");
+  EXPECT_EQ(options_.host, "h");
+  EXPECT_EQ(options_.resource, "r");
+  EXPECT_EQ(options_.name, "n");
+  EXPECT_EQ(options_.channels, 4u);
+  EXPECT_EQ(options_.compression, "zstd");
+  EXPECT_EQ(options_.level, 19);
+  EXPECT_EQ(options_.seq, 4294967295u);
+  EXPECT_EQ(options_.agent, "http://127.0.0.1:80");
+  EXPECT_EQ(options_.token_file, "/t");
+  EXPECT_TRUE(options_.json);
+}
+
+TEST_F(Options_Test, Patterns_mean_what_they_say) {
+  ASSERT_TRUE(parse({"backup", "[ab]", "/x/*,y", "c"}));
+  EXPECT_THAT(options_.patterns, ElementsAre("./[ab]", "/x/*,y", "c"));
+}
+
+TEST_F(Options_Test, A_restore_takes_targets_and_a_number) {
+  ASSERT_TRUE(parse({"restore", "--seq", "3", "--incarnation", "2", "a=/x", "b=/y"}));
+  EXPECT_EQ(options_.seq, 3u);
+  EXPECT_EQ(options_.incarnation, 2u);
+  EXPECT_EQ(options_.resource, "default");
+  EXPECT_THAT(options_.targets, ElementsAre("a=/x", "b=/y"));
+}
+
+TEST_F(Options_Test, Sets_are_those_of_all_resources) {
+  ASSERT_TRUE(parse({"sets", "--pool", "/pool"}));
+  EXPECT_EQ(options_.resource, "");
+}
+
+TEST_F(Options_Test, The_other_commands_take_their_arguments) {
+  ASSERT_TRUE(parse({"status", "id", "--watch"}));
+  EXPECT_EQ(options_.job, "id");
+  EXPECT_TRUE(options_.watch);
+  Options jobs;
+  options_ = jobs;
+  ASSERT_TRUE(parse({"jobs", "--limit", "0"}));
+  EXPECT_EQ(options_.limit, 0u);
+  ASSERT_TRUE(parse({"size", "/data/*"}));
+  EXPECT_THAT(options_.patterns, ElementsAre("/data/*"));
+  for (const char* command : {"cancel", "info"}) {
+    ASSERT_TRUE(parse({command})) << err_.str();
+    EXPECT_EQ(options_.command, command);
+  }
+}
+
+TEST_F(Options_Test, The_environment_names_agent_token_and_pool) {
+  setenv("TESSARIN_AGENT", "unix:///a", 1);
+  setenv("TESSARIN_TOKEN_FILE", "/t", 1);
+  setenv("TESSARIN_POOL", "file:///p", 1);
+  ASSERT_TRUE(parse({"backup", "/data"}));
+  EXPECT_EQ(options_.agent, "unix:///a");
+  EXPECT_EQ(options_.token_file, "/t");
+  EXPECT_EQ(options_.pool, "file:///p");
+  for (const char* name : {"TESSARIN_AGENT", "TESSARIN_TOKEN_FILE", "TESSARIN_POOL"}) unsetenv(name);
+}
+
+TEST_F(Options_Test, The_command_line_stands_above_the_environment) {
+  setenv("TESSARIN_AGENT", "unix:///a", 1);
+  ASSERT_TRUE(parse({"jobs", "--agent", "unix:///b"}));
+  EXPECT_EQ(options_.agent, "unix:///b");
+  unsetenv("TESSARIN_AGENT");
+}
+
+TEST_F(Options_Test, Wrong_usage_ends_with_2_and_says_why) {
+  const std::vector<std::vector<const char*>> wrong = {{},
+                                                       {"unknown"},
+                                                       {"backup"},
+                                                       {"backup", "--unknown", "/data"},
+                                                       {"backup", "--compression", "gzip", "/data"},
+                                                       {"backup", "--channels", "0", "/data"},
+                                                       {"backup", "--channels", "65", "/data"},
+                                                       {"backup", "--level", "23", "/data"},
+                                                       {"backup", "--seq", "4294967296", "/data"},
+                                                       {"backup", "--seq", "-1", "/data"},
+                                                       {"restore", "a=/x"},
+                                                       {"restore", "--seq", "1"},
+                                                       {"status"},
+                                                       {"size"},
+                                                       {"size", "/a", "/b"},
+                                                       {"cancel", "job"}};
+  for (const auto& args : wrong) {
+    err_.str("");
+    exit_code_ = -1;
+    EXPECT_FALSE(parse(args)) << ::testing::PrintToString(args);
+    EXPECT_EQ(exit_code_, 2) << ::testing::PrintToString(args);
+    EXPECT_NE(err_.str(), "") << ::testing::PrintToString(args);
+  }
+}
+
+TEST_F(Options_Test, Help_is_printed_and_ends_with_0) {
+  EXPECT_FALSE(parse({"backup", "--help"}));
+  EXPECT_EQ(exit_code_, 0);
+  EXPECT_THAT(out_.str(), HasSubstr("--compression"));
+  EXPECT_THAT(out_.str(), HasSubstr("--agent"));
+}
+
+TEST_F(Options_Test, The_version_is_printed_and_ends_with_0) {
+  EXPECT_FALSE(parse({"--version"}));
+  EXPECT_EQ(exit_code_, 0);
+  EXPECT_NE(out_.str(), "");
+}
+
+}  // namespace
