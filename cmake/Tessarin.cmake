@@ -40,7 +40,7 @@ add_library(tessarin_flags INTERFACE)
 target_compile_options(tessarin_flags INTERFACE
   -Wall -Wextra -Werror -Wnon-virtual-dtor -Wimplicit-fallthrough -Wunused-result
   $<$<CXX_COMPILER_ID:GNU>:-Wno-restrict>  # false alarms of GCC 12 on assignments to strings
-  -fmacro-prefix-map=${CMAKE_SOURCE_DIR}/src/= -fmacro-prefix-map=${CMAKE_SOURCE_DIR}/=)
+  -fmacro-prefix-map=${CMAKE_SOURCE_DIR}/= -fmacro-prefix-map=${CMAKE_SOURCE_DIR}/src/=)
 target_include_directories(tessarin_flags INTERFACE "${CMAKE_SOURCE_DIR}/src")
 target_link_libraries(tessarin_flags INTERFACE Threads::Threads Boost::headers PkgConfig::ACE)
 if(TESSARIN_LLD)
@@ -57,6 +57,18 @@ elseif(TESSARIN_SANITIZER)
   message(FATAL_ERROR "TESSARIN_SANITIZER is '${TESSARIN_SANITIZER}': asan-ubsan, tsan or empty")
 endif()
 
+# Sanitizer builds compile the headers that nearly every source reads once. Release builds go without, so that a source
+# that forgot an include is found.
+if(TESSARIN_SANITIZER)
+  file(WRITE "${CMAKE_BINARY_DIR}/library_pch.cpp" "")
+  add_library(library_pch OBJECT "${CMAKE_BINARY_DIR}/library_pch.cpp")
+  target_precompile_headers(library_pch PRIVATE
+    <algorithm> <atomic> <cerrno> <chrono> <condition_variable> <cstring> <functional> <map> <memory> <mutex> <string>
+    <string_view> <thread> <vector> <ace/Log_Msg.h> <ace/Recursive_Thread_Mutex.h> <ace/Refcounted_Auto_Ptr.h>
+    <boost/variant/variant.hpp>)
+  target_link_libraries(library_pch PRIVATE tessarin_flags)
+endif()
+
 # tessarin_library(<name> SOURCES <files> [DEPS <our libraries>] [LIBS <external targets>])
 #
 # Makes <name>, a static library that tests and programs link with all that it needs, and <name>_objects, the same
@@ -65,6 +77,9 @@ function(tessarin_library name)
   cmake_parse_arguments(ARG "" "" "SOURCES;DEPS;LIBS" ${ARGN})
   add_library(${name}_objects OBJECT ${ARG_SOURCES})
   target_link_libraries(${name}_objects PUBLIC tessarin_flags ${ARG_LIBS})
+  if(TARGET library_pch)
+    target_precompile_headers(${name}_objects REUSE_FROM library_pch)
+  endif()
   add_library(${name} STATIC $<TARGET_OBJECTS:${name}_objects>)
   set_target_properties(${name} PROPERTIES LINKER_LANGUAGE CXX)
   target_link_libraries(${name} PUBLIC tessarin_flags ${ARG_DEPS} ${ARG_LIBS})
