@@ -193,7 +193,9 @@ TEST_F(Commands_Test, An_interrupt_cancels_the_job_and_waits_for_its_end) {
 TEST_F(Commands_Test, A_job_behind_another_is_canceled_only_when_it_runs) {
   on_poll_ = [this](const std::string& state) {
     if (at_ == 1) kill(getpid(), SIGTERM);
-    if (state == "queued") EXPECT_THAT(agent_.calls_of("k8s.cancel_job"), IsEmpty());
+    if (state == "queued") {
+      EXPECT_THAT(agent_.calls_of("k8s.cancel_job"), IsEmpty());
+    }
   };
   EXPECT_EQ(backup({"queued", "queued", "queued", "running", "running", "canceled"}), exit_job_failed);
   EXPECT_THAT(agent_.calls_of("k8s.cancel_job"), SizeIs(1));
