@@ -1,9 +1,8 @@
 #include "websvcs/state_dir.h"
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
-
-#include <regex>
 
 #include "support/log_capture.h"
 #include "support/temp_dir.h"
@@ -60,7 +59,7 @@ TEST_F(State_Dir_Test, HostUUIDIsMadeOnceAndStays) {
   std::string first, second;
   ASSERT_EQ(0, state.host_uuid(first));
   ASSERT_EQ(0, state.host_uuid(second));
-  EXPECT_TRUE(std::regex_match(first, std::regex("[0-9a-f]{8}-[0-9a-f]{4}-4[0-9a-f]{3}-[89ab][0-9a-f]{3}-[0-9a-f]{12}"))) << first;
+  EXPECT_THAT(first, testing::MatchesRegex("[0-9a-f]{8}-[0-9a-f]{4}-4[0-9a-f]{3}-[89ab][0-9a-f]{3}-[0-9a-f]{12}"));
   EXPECT_EQ(first, second);
   EXPECT_EQ(0600u, mode(path_ + "/host_uuid"));
 }
