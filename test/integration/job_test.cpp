@@ -127,9 +127,10 @@ TEST_F(Job, NoKeyReachesTheLogOrTheStore) {
   EXPECT_EQ(agent_.wait(agent_.submit("k8s.backup", params)), "failed");
   EXPECT_THAT(agent_.log(), ::testing::HasSubstr("Failed to extract backup information"));
   EXPECT_THAT(agent_.log(), ::testing::Not(::testing::HasSubstr("canary-key")));
-  for (const auto& entry : std::filesystem::recursive_directory_iterator(agent_.state_dir()))
-    if (entry.is_regular_file())
-      EXPECT_THAT(read_file(entry.path()), ::testing::Not(::testing::HasSubstr("canary-key"))) << entry.path();
+  for (const auto& entry : std::filesystem::recursive_directory_iterator(agent_.state_dir())) {
+    if (!entry.is_regular_file()) continue;
+    EXPECT_THAT(read_file(entry.path()), ::testing::Not(::testing::HasSubstr("canary-key"))) << entry.path();
+  }
 }
 
 TEST_F(Job, ACancelLeavesNoSetAndTheNextJobIsUnaffected) {
