@@ -61,7 +61,7 @@ class File_Reader : public Client_IO_Base::Reader {
 
 Posix_Fd open_file(const std::string& root, const std::string& key, struct stat& st) {
   const Posix_Fd top = open_root(root, false);
-  const Posix_Fd dir = top ? open_directory(top.get(), directory_part(key), false) : Posix_Fd();
+  const Posix_Fd dir = top ? open_directory(top.get(), directory_part(key)) : Posix_Fd();
   if (!dir) return Posix_Fd();
   // Not blocking: a FIFO in the place of an object must not hold the caller up.
   const int flags = O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK;
@@ -99,7 +99,7 @@ bool list_directory(int root, const std::string& dir, const std::string& prefix,
 
 // Removes the file of a writer that is gone: nobody holds its lock.
 bool remove_dead(int root, const std::string& dir, const std::string& name) {
-  const Posix_Fd parent = open_directory(root, dir, false);
+  const Posix_Fd parent = open_directory(root, dir);
   const int flags = O_WRONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK;
   const Posix_Fd file(parent ? openat(parent.get(), name.c_str(), flags) : -1);
   if (!file) return errno == ENOENT;
@@ -175,7 +175,7 @@ bool File_Client_IO::list(const std::string& prefix, const List_Callback& each) 
 bool File_Client_IO::remove(const std::string& key) {
   if (!check_key("remove", key, root_)) return false;
   const Posix_Fd root = open_root(root_, false);
-  const Posix_Fd dir = root ? open_directory(root.get(), directory_part(key), false) : Posix_Fd();
+  const Posix_Fd dir = root ? open_directory(root.get(), directory_part(key)) : Posix_Fd();
   if (!dir && errno == ENOENT) return true;
   const bool removed = dir && (unlinkat(dir.get(), std::string(last_part(key)).c_str(), 0) == 0 || errno == ENOENT) &&
                        (!flush_ || fsync(dir.get()) == 0);

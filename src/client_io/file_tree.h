@@ -15,8 +15,14 @@ namespace client_io {
 /// Opens the root, an absolute path; with @a make its missing directories are made, durably. Empty with errno on failure.
 Posix_Fd open_root(const std::string& root, bool make);
 
-/// Opens the directory @a dir, a key or empty, below @a root, with @a make as for open_root().
-Posix_Fd open_directory(int root, std::string_view dir, bool make);
+/// Opens the directory @a dir, a key or empty, below @a root. Empty with errno on failure.
+Posix_Fd open_directory(int root, std::string_view dir);
+
+/// As open_directory(), and makes what is missing. @a made is then true: sync_directories() makes that durable.
+Posix_Fd make_directory(int root, std::string_view dir, bool& made);
+
+/// Syncs the root and all directories on the way to @a dir. False with errno on failure.
+bool sync_directories(int root, std::string_view dir);
 
 /// Removes the directories of @a dir, a key, that hold nothing, from the last component up to the first that holds
 /// something. What cannot be removed stays.

@@ -40,12 +40,15 @@ int rename_new(int dir, const char* from, const char* to) {
 File_Writer::~File_Writer() { discard(); }
 
 bool File_Writer::begin() {
-  // A directory made or found here may be swept as empty before the file is in it; then once more from the start.
+  // A directory made or found here may be swept as empty before the file is in it; then once more from the start. For the
+  // same reason new directories are synced only then.
+  const std::string_view directory = directory_part(settings_.key);
   for (int attempt = 0; attempt < 100; ++attempt) {
     const Posix_Fd root = open_root(settings_.root, true);
     if (!root) return false;
-    directory_ = open_directory(root.get(), directory_part(settings_.key), true);
-    if (directory_ && make_unfinished()) return true;
+    bool made = false;
+    directory_ = make_directory(root.get(), directory, made);
+    if (directory_ && make_unfinished()) return !made || sync_directories(root.get(), directory);
     discard();
     if (errno != ENOENT) return false;
   }
