@@ -15,10 +15,12 @@ using namespace MTF_BACKUP;
 
 constexpr char dir[] = "set/0000000001.1";
 
-void seal(std::string& bytes, uint64_t seed) { put(bytes, hash64(bytes, seed)); }
+void seal(std::string& bytes, uint64_t seed) {
+  put(bytes, hash64(bytes, seed));
+}
 
-// A catalog of one block. The input: where to cut the rest in two (2 bytes), the number of entries (1), the plain bytes of the
-// block, those of the index of blocks.
+// A catalog of one block. The input: where to cut the rest in two (2 bytes), the number of entries (1), the plain bytes
+// of the block, those of the index of blocks.
 std::string sealed_catalog(std::string_view input) {
   const size_t cut = std::min<size_t>(get_at<uint16_t>(input, 0), input.size() - 3);
   const uint32_t entries = static_cast<uint8_t>(input[2]);

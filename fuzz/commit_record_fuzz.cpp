@@ -21,6 +21,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   ACE_LOG_MSG->priority_mask(0, ACE_Log_Msg::PROCESS);
   const std::string input(reinterpret_cast<const char*>(data), size);
   read_record(input);
-  read_record("{\"checksum\":\"" + MTF_BACKUP::hash_text(XXH3_128bits(input.data(), input.size())) + "\",\"record\":" + input + "}\n");
+  read_record("{\"checksum\":\"" + MTF_BACKUP::hash_text(XXH3_128bits(input.data(), input.size())) +
+              "\",\"record\":" + input + "}\n");
   return 0;
 }

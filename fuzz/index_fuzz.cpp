@@ -1,4 +1,5 @@
-// Indexes and media from outside: as they come, and with checks that fit, as one who makes a hostile set would write them.
+// Indexes and media from outside: as they come, and with checks that fit, as one who makes a hostile set would write
+// them.
 #include "../test/support/memory_client_io.h"
 #include "ace/Log_Msg.h"
 #include "mtf_backup/frame_codec.h"

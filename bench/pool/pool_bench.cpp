@@ -110,7 +110,8 @@ void BM_MediumWriter(benchmark::State& state) {
   std::vector<Stored_Object> objects(1);
   data();
   for (auto _ : state)
-    if (!write_medium(pool, id_of(state), static_cast<int>(state.range(1)), objects)) state.SkipWithError("write failed");
+    if (!write_medium(pool, id_of(state), static_cast<int>(state.range(1)), objects))
+      state.SkipWithError("write failed");
   finish(state, objects[0].size);
 }
 
@@ -134,7 +135,8 @@ void BM_PlainWrite(benchmark::State& state) {
   for (auto _ : state) {
     const int fd = open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
     for (size_t at = 0; at < data().size(); at += frame_size)
-      if (write(fd, data().data() + at, std::min(frame_size, data().size() - at)) < 0) state.SkipWithError("write failed");
+      if (write(fd, data().data() + at, std::min(frame_size, data().size() - at)) < 0)
+        state.SkipWithError("write failed");
     close(fd);
   }
   unlink(path.c_str());
@@ -181,7 +183,11 @@ void BM_ZstdThreads(benchmark::State& state) {
 }
 
 BENCHMARK(BM_PlainWrite)->UseRealTime()->Unit(benchmark::kMillisecond);
-BENCHMARK(BM_MediumWriter)->Args({COMPR_NONE, 0})->ArgNames({"method", "level"})->UseRealTime()->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_MediumWriter)
+    ->Args({COMPR_NONE, 0})
+    ->ArgNames({"method", "level"})
+    ->UseRealTime()
+    ->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_ZstdThreads)->Arg(1)->ArgName("level")->UseRealTime()->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_MediumWriter)
     ->Args({COMPR_ZSTD, 1})

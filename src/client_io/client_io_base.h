@@ -23,18 +23,18 @@ enum D2T_Access_Mode { D2T_Access_Auto = 0, D2T_Access_LAN_Base = 1, D2T_Access_
  * A client of one storage pool: named objects below one root, written once, read at any offset.
  *
  * Keys are relative names of components separated by '/': no empty component, none that is "." or "..", no control
- * characters, each at most 255 bytes and the key at most 1024. A component that begins with ".unfinished-" is the drivers'
- * own. An operation on any other key fails with EINVAL.
+ * characters, each at most 255 bytes and the key at most 1024. A component that begins with ".unfinished-" is the
+ * drivers' own. An operation on any other key fails with EINVAL.
  *
  * Errors: an operation that fails gives null, false or -1 with errno set, and has logged one line at LM_ERROR with the
- * operation, the key and the reason; callers pass it on silently. Not logged are ENOENT of open() and ECANCELED: whether
- * these are failures is the caller's to say. errno is EINVAL (key), ENOENT, EEXIST (commit() on a key that exists, without
- * Options::overwrite), ENOMEM, ECANCELED, or what the storage said (EIO, ENOSPC, EDQUOT, EACCES, ...).
+ * operation, the key and the reason; callers pass it on silently. Not logged are ENOENT of open() and ECANCELED:
+ * whether these are failures is the caller's to say. errno is EINVAL (key), ENOENT, EEXIST (commit() on a key that
+ * exists, without Options::overwrite), ENOMEM, ECANCELED, or what the storage said (EIO, ENOSPC, EDQUOT, EACCES, ...).
  *
  * Repetition: what the driver can repeat safely it repeats itself; a failure that comes out is final for that object.
  *
- * Threads: all operations may be called from any thread. One Writer belongs to one thread at a time; a Reader may be read
- * by several threads at once. The client outlives its writers and readers.
+ * Threads: all operations may be called from any thread. One Writer belongs to one thread at a time; a Reader may be
+ * read by several threads at once. The client outlives its writers and readers.
  */
 class TESSARIN_API Client_IO_Base {
  public:
@@ -85,11 +85,11 @@ class TESSARIN_API Client_IO_Base {
   class TESSARIN_API Writer {
    public:
     virtual ~Writer() = default;
-    /// Appends @a n bytes. After false the object can only be destroyed: every later call fails with the first errno and
-    /// logs nothing more.
+    /// Appends @a n bytes. After false the object can only be destroyed: every later call fails with the first errno
+    /// and logs nothing more.
     [[nodiscard]] virtual bool write(const void* data, size_t n) = 0;
-    /// Makes the object durable and then visible under its key, at once and as a whole. When true comes back it survives a
-    /// power cut. After false nothing of it remains.
+    /// Makes the object durable and then visible under its key, at once and as a whole. When true comes back it
+    /// survives a power cut. After false nothing of it remains.
     [[nodiscard]] virtual bool commit() = 0;
     /// Bytes written so far.
     virtual uint64_t size() const = 0;
@@ -99,7 +99,8 @@ class TESSARIN_API Client_IO_Base {
   class TESSARIN_API Reader {
    public:
     virtual ~Reader() = default;
-    /// Reads @a n bytes from @a offset. Fewer come only at the end of the object, 0 at or behind it. -1 with errno on failure.
+    /// Reads @a n bytes from @a offset. Fewer come only at the end of the object, 0 at or behind it. -1 with errno on
+    /// failure.
     [[nodiscard]] virtual ssize_t read(uint64_t offset, void* to, size_t n) = 0;
     /// Bytes of the whole object, as they were when it was opened.
     virtual uint64_t size() const = 0;
@@ -117,11 +118,12 @@ class TESSARIN_API Client_IO_Base {
   [[nodiscard]] virtual std::unique_ptr<Reader> open(const std::string& key) = 0;
 
   /**
-   * Calls @a each for every finished object whose key begins with @a prefix, each exactly once, in byte order of the keys.
-   * Memory is bounded by the widest directory. The callback may remove the object that it is called for. Nothing below the
-   * root, or no root, is an empty list.
+   * Calls @a each for every finished object whose key begins with @a prefix, each exactly once, in byte order of the
+   * keys. Memory is bounded by the widest directory. The callback may remove the object that it is called for. Nothing
+   * below the root, or no root, is an empty list.
    *
-   * @retval false  failed, or the callback gave false (then errno is ECANCELED); the callback may have been called before.
+   * @retval false  failed, or the callback gave false (then errno is ECANCELED); the callback may have been called
+   * before.
    */
   [[nodiscard]] virtual bool list(const std::string& prefix, const List_Callback& each) = 0;
 
@@ -136,8 +138,8 @@ class TESSARIN_API Client_IO_Base {
   [[nodiscard]] virtual bool sweep(const std::string& prefix) = 0;
 
   /**
-   * Ends the waits of this client, from any thread: reads, writes and commits under way or begun later fail with ECANCELED
-   * within a second. One-way. list(), remove() and sweep() still work, for cleaning up.
+   * Ends the waits of this client, from any thread: reads, writes and commits under way or begun later fail with
+   * ECANCELED within a second. One-way. list(), remove() and sweep() still work, for cleaning up.
    */
   virtual void cancel() = 0;
 };

@@ -52,6 +52,7 @@ std::shared_ptr<Client_IO_Base> make_client_io(const Pool_Info& pool, const std:
   const std::string_view directory = url.substr(file_scheme.size());
   if (!directory.starts_with('/')) return refuse("The storage pool's URL has no absolute directory", url, EINVAL);
   const std::string_view path = strip(uri_path);
-  if (!path.empty() && !client_io::is_key(path)) return refuse("The path in the storage pool is not allowed", uri_path, EINVAL);
+  if (!path.empty() && !client_io::is_key(path))
+    return refuse("The path in the storage pool is not allowed", uri_path, EINVAL);
   return make_file_client("/" + std::string(strip(directory)) + "/" + std::string(path), options);
 }

@@ -72,7 +72,9 @@ Posix_Fd open_file(const std::string& root, const std::string& key, struct stat&
   return Posix_Fd();
 }
 
-bool is_directory_key(std::string_view dir) { return is_key(dir.substr(0, dir.size() - 1)); }
+bool is_directory_key(std::string_view dir) {
+  return is_key(dir.substr(0, dir.size() - 1));
+}
 
 // Whether keys below directory @a dir (empty, or ending in '/') can begin with @a prefix.
 bool may_hold(const std::string& dir, const std::string& prefix) {

@@ -39,9 +39,13 @@ Posix_Fd walk(Posix_Fd fd, std::string_view path, int follow, bool* made, const 
   return fd;
 }
 
-bool sync_directory(int fd) { return fsync(fd) == 0; }
+bool sync_directory(int fd) {
+  return fsync(fd) == 0;
+}
 
-Posix_Fd duplicate(int fd) { return Posix_Fd(fcntl(fd, F_DUPFD_CLOEXEC, 0)); }
+Posix_Fd duplicate(int fd) {
+  return Posix_Fd(fcntl(fd, F_DUPFD_CLOEXEC, 0));
+}
 
 bool stat_name(int dir, const char* name, Tree_Name& found) {
   struct stat st;
@@ -59,7 +63,9 @@ std::string_view directory_part(std::string_view key) {
   return slash == key.npos ? std::string_view() : key.substr(0, slash);
 }
 
-std::string_view last_part(std::string_view key) { return key.substr(key.rfind('/') + 1); }
+std::string_view last_part(std::string_view key) {
+  return key.substr(key.rfind('/') + 1);
+}
 
 Posix_Fd open_root(const std::string& root, bool make) {
   Posix_Fd whole(::open(root.c_str(), directory_flags));
@@ -70,7 +76,9 @@ Posix_Fd open_root(const std::string& root, bool make) {
   return fd;
 }
 
-Posix_Fd open_directory(int root, std::string_view dir) { return walk(duplicate(root), dir, O_NOFOLLOW, nullptr); }
+Posix_Fd open_directory(int root, std::string_view dir) {
+  return walk(duplicate(root), dir, O_NOFOLLOW, nullptr);
+}
 
 Posix_Fd make_directory(int root, std::string_view dir, bool& made) {
   return walk(duplicate(root), dir, O_NOFOLLOW, &made);

@@ -12,7 +12,8 @@
 // but in the path of the root itself.
 namespace client_io {
 
-/// Opens the root, an absolute path; with @a make its missing directories are made, durably. Empty with errno on failure.
+/// Opens the root, an absolute path; with @a make its missing directories are made, durably. Empty with errno on
+/// failure.
 Posix_Fd open_root(const std::string& root, bool make);
 
 /// Opens the directory @a dir, a key or empty, below @a root. Empty with errno on failure.
@@ -36,8 +37,8 @@ struct Tree_Name {
   bool is_directory() const { return name.back() == '/'; }
 };
 
-/// All files and directories in the directory @a dir, in byte order, so that full keys come in byte order. A directory that
-/// vanished has none.
+/// All files and directories in the directory @a dir, in byte order, so that full keys come in byte order. A directory
+/// that vanished has none.
 bool read_names(int root, std::string_view dir, std::vector<Tree_Name>& names);
 
 /// The part of a key before its last '/', empty if it has none, and the part behind.

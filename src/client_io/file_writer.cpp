@@ -37,11 +37,13 @@ int rename_new(int dir, const char* from, const char* to) {
 
 }  // namespace
 
-File_Writer::~File_Writer() { discard(); }
+File_Writer::~File_Writer() {
+  discard();
+}
 
 bool File_Writer::begin() {
-  // A directory made or found here may be swept as empty before the file is in it; then once more from the start. For the
-  // same reason new directories are synced only then.
+  // A directory made or found here may be swept as empty before the file is in it; then once more from the start. For
+  // the same reason new directories are synced only then.
   const std::string_view directory = directory_part(settings_.key);
   for (int attempt = 0; attempt < 100; ++attempt) {
     const Posix_Fd root = open_root(settings_.root, true);

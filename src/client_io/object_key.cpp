@@ -13,7 +13,9 @@ namespace {
 constexpr size_t max_component = 255;
 constexpr size_t max_key = 1024;
 
-bool is_control(char c) { return static_cast<unsigned char>(c) < 0x20 || c == 0x7f; }
+bool is_control(char c) {
+  return static_cast<unsigned char>(c) < 0x20 || c == 0x7f;
+}
 
 }  // namespace
 

@@ -24,7 +24,8 @@ class System_Rate_Clock : public Rate_Clock {
 
   void wait(std::chrono::nanoseconds span) override {
     std::unique_lock<std::mutex> guard(lock_);
-    woken_.wait_for(guard, std::min<std::chrono::nanoseconds>(span, std::chrono::minutes(1)), [this] { return awake_; });
+    woken_.wait_for(guard, std::min<std::chrono::nanoseconds>(span, std::chrono::minutes(1)),
+                    [this] { return awake_; });
   }
 
   void wake() override {

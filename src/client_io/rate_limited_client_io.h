@@ -5,7 +5,8 @@
 #include "client_io/client_io_base.h"
 #include "client_io/rate_limiter.h"
 
-/// A client whose writes keep to the dest limits and whose reads keep to the src limits, all writers (readers) together.
+/// A client whose writes keep to the dest limits and whose reads keep to the src limits, all writers (readers)
+/// together.
 class TESSARIN_API Rate_Limited_Client_IO : public Client_IO_Base {
  public:
   /// @param clock  null: the system's clock.

@@ -37,8 +37,8 @@ size_t Rate_Limiter::portion(size_t n) {
   return limit == 0 ? n : std::min(n, std::max<size_t>(limit / portions_per_second, 1));
 }
 
-// A thread books its time first and then waits for it, so that threads pass in the order in which they came. It looks at
-// the windows again after each wait: a limit that has ended holds nobody.
+// A thread books its time first and then waits for it, so that threads pass in the order in which they came. It looks
+// at the windows again after each wait: a limit that has ended holds nobody.
 bool Rate_Limiter::pass(size_t n) {
   nanoseconds due;
   {

@@ -24,8 +24,8 @@ class TESSARIN_API Rate_Clock {
   virtual void wake() = 0;
 };
 
-/// The lowest limit of all windows that hold @a second_of_day, both bounds included; 0, no limit, where none does. A limit
-/// of 0 in a window is none.
+/// The lowest limit of all windows that hold @a second_of_day, both bounds included; 0, no limit, where none does. A
+/// limit of 0 in a window is none.
 TESSARIN_API size_t limit_at(const Rate_Limits::Entries_Type& windows, unsigned second_of_day);
 
 /**
@@ -36,8 +36,8 @@ class TESSARIN_API Rate_Limiter {
   /// @param clock  borrowed, outlives the limiter.
   Rate_Limiter(const Rate_Limits::Entries_Type& windows, Rate_Clock& clock);
 
-  /// How much of @a n bytes may be transferred in one go, at least 1 for n above 0: a fraction of a second's worth, so that
-  /// the change of a window is soon felt.
+  /// How much of @a n bytes may be transferred in one go, at least 1 for n above 0: a fraction of a second's worth, so
+  /// that the change of a window is soon felt.
   size_t portion(size_t n);
 
   /// Waits until @a n more bytes may pass. False, errno ECANCELED, after cancel().

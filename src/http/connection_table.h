@@ -23,8 +23,8 @@ class Connection_Table {
   /**
    * Gives a place to a new connection, which counts as waiting.
    *
-   * @param close  ends the connection; called at most once, when it has to give way or by close_all(). The place is free
-   *               by then.
+   * @param close  ends the connection; called at most once, when it has to give way or by close_all(). The place is
+   * free by then.
    * @return the id of the place; 0 if all are taken by connections that are being served.
    */
   Id admit(const std::string& peer, std::function<void()> close);
@@ -58,7 +58,7 @@ class Connection_Table {
   const size_t limit_per_peer_;
 
   mutable std::mutex lock_;
-  Id last_id_ = 0;                          // guarded by lock_, as all below
+  Id last_id_ = 0;  // guarded by lock_, as all below
   Entries entries_;
   std::list<Id> waiting_;                   // longest first
   std::map<std::string, size_t> per_peer_;  // no zeros

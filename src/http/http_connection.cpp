@@ -13,8 +13,8 @@
 #include <string_view>
 
 #include "ace/Log_Msg.h"
-#include "http/beast_stream.h"
 #include "http/bearer_token.h"
+#include "http/beast_stream.h"
 #include "http/pending_answer.h"
 #include "http/websocket_session.h"
 
@@ -62,8 +62,8 @@ class Connection : public std::enable_shared_from_this<Connection> {
   beast::flat_buffer buffer_;
   net::steady_timer answer_timer_;  // ends when the answer has arrived
   Connection_Table::Id place_ = 0;
-  bool first_ = true;      // no request has been served yet
-  bool to_head_ = false;   // the request is a HEAD: its answer has no body
+  bool first_ = true;     // no request has been served yet
+  bool to_head_ = false;  // the request is a HEAD: its answer has no body
   bool closed_ = false;
 };
 
@@ -206,11 +206,12 @@ net::awaitable<void> Connection::await_answer(std::shared_ptr<Pending_Answer> pe
 
 // A peer that closes while its answer is made has gone; one that sends its next request is only looked at again later.
 void Connection::watch_peer(std::shared_ptr<Pending_Answer> pending) {
-  stream_.socket().async_wait(net::socket_base::wait_read, [self = shared_from_this(), pending](beast::error_code error) {
-    char byte;
-    if (error || pending->has_arrived()) return;
-    if (::recv(self->stream_.socket().native_handle(), &byte, 1, MSG_PEEK | MSG_DONTWAIT) <= 0) self->close();
-  });
+  stream_.socket().async_wait(
+      net::socket_base::wait_read, [self = shared_from_this(), pending](beast::error_code error) {
+        char byte;
+        if (error || pending->has_arrived()) return;
+        if (::recv(self->stream_.socket().native_handle(), &byte, 1, MSG_PEEK | MSG_DONTWAIT) <= 0) self->close();
+      });
 }
 
 net::awaitable<bool> Connection::refuse(unsigned status, bool keep_alive) {

@@ -90,16 +90,26 @@ class HTTP_Server::Impl {
 HTTP_Server::HTTP_Server(HTTP_Service& service, const HTTP_Server_Options& options)
     : impl_(std::make_unique<Impl>(service, options)) {}
 
-HTTP_Server::~HTTP_Server() { close(); }
+HTTP_Server::~HTTP_Server() {
+  close();
+}
 
-int HTTP_Server::listen_unix(const std::string& path) { return impl_->listen_unix(path); }
+int HTTP_Server::listen_unix(const std::string& path) {
+  return impl_->listen_unix(path);
+}
 
 int HTTP_Server::listen_tcp(const std::string& address, unsigned short port, const std::string& token) {
   return impl_->listen_tcp(address, port, token);
 }
 
-unsigned short HTTP_Server::port() const { return impl_->port(); }
+unsigned short HTTP_Server::port() const {
+  return impl_->port();
+}
 
-int HTTP_Server::start() { return impl_->start(); }
+int HTTP_Server::start() {
+  return impl_->start();
+}
 
-void HTTP_Server::close() { impl_->close(); }
+void HTTP_Server::close() {
+  impl_->close();
+}

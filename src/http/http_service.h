@@ -26,7 +26,8 @@ class TESSARIN_API WebSocket_Sender {
   virtual int send(std::string text) = 0;
 };
 
-/// What a service makes of the messages of one WebSocket. Called by one thread at a time, and destroyed when the peer goes.
+/// What a service makes of the messages of one WebSocket. Called by one thread at a time, and destroyed when the peer
+/// goes.
 class TESSARIN_API WebSocket_Receiver {
  public:
   virtual ~WebSocket_Receiver();
@@ -42,7 +43,8 @@ class TESSARIN_API HTTP_Service {
    * A POST has been read.
    *
    * @param exchange  to be answered now or later, by any thread.
-   * @return what the server keeps until the exchange ends (answered, timed out or peer gone) and then lets go; may be null.
+   * @return what the server keeps until the exchange ends (answered, timed out or peer gone) and then lets go; may be
+   * null.
    */
   virtual std::shared_ptr<void> post(std::string body, std::shared_ptr<HTTP_Exchange> exchange) = 0;
 

@@ -62,7 +62,9 @@ std::string peer_of(int socket) {
 Listener::Listener(net::io_context& context, Shared& shared)
     : context_(context), shared_(shared), acceptor_(net::make_strand(context)), pause_(acceptor_.get_executor()) {}
 
-Listener::~Listener() { close(); }
+Listener::~Listener() {
+  close();
+}
 
 int Listener::open_unix(const std::string& path) {
   if (path.size() >= sizeof(sockaddr_un::sun_path)) {
@@ -122,7 +124,9 @@ int Listener::open(const Protocol::endpoint& endpoint, const std::string& name) 
   return 0;
 }
 
-void Listener::start() { accept(); }
+void Listener::start() {
+  accept();
+}
 
 void Listener::close() {
   boost::system::error_code ignored;

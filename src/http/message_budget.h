@@ -9,12 +9,13 @@
 namespace http_server {
 
 /**
- * Counts what a peer sends for one WebSocket message, frame headers included: a message in fragments without end is told
- * by its bytes even when the fragments are empty. A rate policy that never slows down; it only counts.
+ * Counts what a peer sends for one WebSocket message, frame headers included: a message in fragments without end is
+ * told by its bytes even when the fragments are empty. A rate policy that never slows down; it only counts.
  */
 class Message_Budget {
  public:
-  /// Counts from now on. @a exceeded is called once, in the middle of a read, when more than @a bytes come for a message.
+  /// Counts from now on. @a exceeded is called once, in the middle of a read, when more than @a bytes come for a
+  /// message.
   void limit(size_t bytes, std::function<void()> exceeded) {
     limit_ = left_ = bytes;
     exceeded_ = std::move(exceeded);

@@ -21,7 +21,8 @@ class Pending_Answer : public HTTP_Exchange {
 
  private:
   mutable std::mutex lock_;
-  std::function<void()> arrived_;  // guarded by lock_, as all below; empty when an answer came or the exchange has ended
+  std::function<void()>
+      arrived_;  // guarded by lock_, as all below; empty when an answer came or the exchange has ended
   bool answered_ = false;
   unsigned status_ = 0;
   std::string body_;

@@ -104,7 +104,8 @@ net::awaitable<void> Session::read(WebSocket_Receiver& receiver) {
     net::post(self->stream_.get_executor(), [self] { self->stream_.close(); });
   });
   // A control frame may stand between the fragments of a message: at most 14 bytes of head and its payload.
-  socket_.control_callback([&budget](websocket::frame_type, beast::string_view payload) { budget.allow(14 + payload.size()); });
+  socket_.control_callback(
+      [&budget](websocket::frame_type, beast::string_view payload) { budget.allow(14 + payload.size()); });
   for (;;) {
     beast::flat_buffer message;
     const auto error = std::get<0>(co_await socket_.async_read(message, as_tuple));
@@ -145,8 +146,8 @@ net::awaitable<void> Session::write() {
 
 }  // namespace
 
-net::awaitable<void> serve_websocket(std::shared_ptr<void> owner, Stream& stream, Request request, HTTP_Service& service,
-                                     const HTTP_Server_Limits& limits) {
+net::awaitable<void> serve_websocket(std::shared_ptr<void> owner, Stream& stream, Request request,
+                                     HTTP_Service& service, const HTTP_Server_Limits& limits) {
   const auto session = std::make_shared<Session>(std::move(owner), stream, limits);
   co_await session->run(std::move(request), service);
 }

@@ -9,10 +9,10 @@
 
 namespace http_server {
 
-/// Answers @a request with the handshake and serves the WebSocket until it ends. Runs on the strand of @a stream; closing
-/// the stream ends it.
+/// Answers @a request with the handshake and serves the WebSocket until it ends. Runs on the strand of @a stream;
+/// closing the stream ends it.
 /// @param owner  keeps the stream and the limits alive, also for a write that ends after the call.
-net::awaitable<void> serve_websocket(std::shared_ptr<void> owner, Stream& stream, Request request, HTTP_Service& service,
-                                     const HTTP_Server_Limits& limits);
+net::awaitable<void> serve_websocket(std::shared_ptr<void> owner, Stream& stream, Request request,
+                                     HTTP_Service& service, const HTTP_Server_Limits& limits);
 
 }  // namespace http_server

@@ -10,7 +10,8 @@
  * The way back to a requester.
  *
  * Handlers get a JSON_RPC_Channel_ptr, since the requester may go away at any time; who answers makes a
- * JSON_RPC_Channel_var of it, which is null once the requester has gone, and holds it as long as the answer is being made.
+ * JSON_RPC_Channel_var of it, which is null once the requester has gone, and holds it as long as the answer is being
+ * made.
  *
  * Threads: send() and send_error() may be called from any thread.
  */

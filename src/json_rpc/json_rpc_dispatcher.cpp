@@ -24,9 +24,13 @@ int call(JSON_RPC_Handler& handler, const JSON_RPC_Channel_var& channel, const J
 
 }  // namespace
 
-JSON_RPC_Dispatcher* JSON_RPC_Dispatcher::instance() { return Dispatcher_Singleton::instance(); }
+JSON_RPC_Dispatcher* JSON_RPC_Dispatcher::instance() {
+  return Dispatcher_Singleton::instance();
+}
 
-void JSON_RPC_Dispatcher::close_instance() { Dispatcher_Singleton::close(); }
+void JSON_RPC_Dispatcher::close_instance() {
+  Dispatcher_Singleton::close();
+}
 
 int JSON_RPC_Dispatcher::bind(const std::string& method, JSON_RPC_Handler* handler, const std::string& origin) {
   const std::lock_guard guard(lock_);

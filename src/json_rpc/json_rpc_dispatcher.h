@@ -24,8 +24,8 @@ class TESSARIN_API JSON_RPC_Dispatcher {
   /// @retval -1      the method is bound already, or its name is empty; one line at LM_ERROR.
   int bind(const std::string& method, JSON_RPC_Handler* handler, const std::string& origin = std::string());
 
-  /// When it returns, no thread is in handle() of what was bound; a pooled handler may still have messages in the queue.
-  /// A name that is not bound is passed over.
+  /// When it returns, no thread is in handle() of what was bound; a pooled handler may still have messages in the
+  /// queue. A name that is not bound is passed over.
   void unbind(const std::string& method);
 
   /// In byte order.
@@ -34,8 +34,8 @@ class TESSARIN_API JSON_RPC_Dispatcher {
   std::set<std::string> origins() const;
 
   /**
-   * Has a message handled on the calling thread. A request that its handler fails or throws on, without having answered it,
-   * is answered with JSON_RPC_E_INTERNAL_ERROR; one whose method is not bound with JSON_RPC_E_METHOD_NOT_FOUND.
+   * Has a message handled on the calling thread. A request that its handler fails or throws on, without having answered
+   * it, is answered with JSON_RPC_E_INTERNAL_ERROR; one whose method is not bound with JSON_RPC_E_METHOD_NOT_FOUND.
    *
    * @param message  a JSON_RPC_Request or JSON_RPC_Notify.
    */

@@ -86,7 +86,9 @@ void JSON_RPC_Exchange::refuse(int code, const char* message) {
   answer(JSON_RPC_Response_Error(code, Value::null, message, Value::null));
 }
 
-int JSON_RPC_Exchange::answer(const JSON_RPC_Object& object) { return settle(JSON_RPC_Object_Dump(object, 0).str()); }
+int JSON_RPC_Exchange::answer(const JSON_RPC_Object& object) {
+  return settle(JSON_RPC_Object_Dump(object, 0).str());
+}
 
 int JSON_RPC_Exchange::settle(const std::string& text) {
   std::vector<JSON_RPC_Channel_var> calls;  // let go after the lock

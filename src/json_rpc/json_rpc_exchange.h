@@ -22,8 +22,8 @@
  */
 class JSON_RPC_Exchange : public std::enable_shared_from_this<JSON_RPC_Exchange> {
  public:
-  /// Gets the text of the answer, when there is nothing more to wait for; empty when there is nothing to answer, because
-  /// all were notifications. @return 0, or -1 if the peer has gone.
+  /// Gets the text of the answer, when there is nothing more to wait for; empty when there is nothing to answer,
+  /// because all were notifications. @return 0, or -1 if the peer has gone.
   typedef std::function<int(std::string)> Done;
 
   /// @param max_batch  messages in a batch; a longer one is refused as a whole.

@@ -2,9 +2,13 @@
 
 JSON_RPC_Handler::~JSON_RPC_Handler() = default;
 
-int JSON_RPC_Handler::init(int, char*[]) { return 0; }
+int JSON_RPC_Handler::init(int, char*[]) {
+  return 0;
+}
 
-int JSON_RPC_Handler::fini() { return 0; }
+int JSON_RPC_Handler::fini() {
+  return 0;
+}
 
 int JSON_RPC_Handler::handle(JSON_RPC_Channel_ptr channel, JSON_RPC_Object_var object) {
   const Context context{handle_object(channel, object)};
@@ -12,8 +16,14 @@ int JSON_RPC_Handler::handle(JSON_RPC_Channel_ptr channel, JSON_RPC_Object_var o
   return context.result;
 }
 
-int JSON_RPC_Handler::handle_object(JSON_RPC_Channel_ptr, JSON_RPC_Object_var) { return -1; }
+int JSON_RPC_Handler::handle_object(JSON_RPC_Channel_ptr, JSON_RPC_Object_var) {
+  return -1;
+}
 
-int JSON_RPC_Handler::handle_object_post(const Context&, JSON_RPC_Channel_var, JSON_RPC_Object_var) { return 0; }
+int JSON_RPC_Handler::handle_object_post(const Context&, JSON_RPC_Channel_var, JSON_RPC_Object_var) {
+  return 0;
+}
 
-JSON_RPC_Params_Handler* JSON_RPC_Handler::create_params_handler() { return nullptr; }
+JSON_RPC_Params_Handler* JSON_RPC_Handler::create_params_handler() {
+  return nullptr;
+}

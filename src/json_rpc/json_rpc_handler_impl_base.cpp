@@ -30,13 +30,21 @@ int JSON_RPC_Handler_Impl_Base::handle_request(JSON_RPC_Channel* channel, JSON_R
   return refuse(channel, request);
 }
 
-int JSON_RPC_Handler_Impl_Base::handle_notify(JSON_RPC_Channel*, JSON_RPC_Request&) { return 0; }
+int JSON_RPC_Handler_Impl_Base::handle_notify(JSON_RPC_Channel*, JSON_RPC_Request&) {
+  return 0;
+}
 
-int JSON_RPC_Handler_Impl_Base::handle_notify(JSON_RPC_Channel*, JSON_RPC_YAJL_Request&) { return 0; }
+int JSON_RPC_Handler_Impl_Base::handle_notify(JSON_RPC_Channel*, JSON_RPC_YAJL_Request&) {
+  return 0;
+}
 
-int JSON_RPC_Handler_Impl_Base::handle_response(JSON_RPC_Channel*, JSON_RPC_Response&) { return 0; }
+int JSON_RPC_Handler_Impl_Base::handle_response(JSON_RPC_Channel*, JSON_RPC_Response&) {
+  return 0;
+}
 
-int JSON_RPC_Handler_Impl_Base::handle_response_error(JSON_RPC_Channel*, JSON_RPC_Response_Error&) { return 0; }
+int JSON_RPC_Handler_Impl_Base::handle_response_error(JSON_RPC_Channel*, JSON_RPC_Response_Error&) {
+  return 0;
+}
 
 int JSON_RPC_Handler_Impl_Base::handle_request_i(JSON_RPC_Channel* channel, JSON_RPC_Request& request) {
   return mode_ == COMBINED ? handle_request_or_notify(channel, request) : handle_request(channel, request);

@@ -8,8 +8,8 @@
  * Hands a message on by its kind.
  *
  * A request goes handle_request_i() -> handle_request(), a notification to handle_notify(); with COMBINED both go to
- * handle_request_or_notify(). All get the bare channel, which the caller holds for the time of the call; it is null when the
- * requester had gone. All return what handle_object_t() returns: 0, or -1 for a failure.
+ * handle_request_or_notify(). All get the bare channel, which the caller holds for the time of the call; it is null
+ * when the requester had gone. All return what handle_object_t() returns: 0, or -1 for a failure.
  *
  * What a handler does not override answers a request with JSON_RPC_E_METHOD_NOT_FOUND and passes over the other kinds
  * with 0.

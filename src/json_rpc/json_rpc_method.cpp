@@ -44,7 +44,9 @@ bool parse(int argc, ACE_TCHAR* argv[], Words& words) {
 
 }  // namespace
 
-JSON_RPC_Method::~JSON_RPC_Method() { fini(); }
+JSON_RPC_Method::~JSON_RPC_Method() {
+  fini();
+}
 
 int JSON_RPC_Method::init(int argc, ACE_TCHAR* argv[]) {
   Words words;
@@ -104,7 +106,9 @@ int JSON_RPC_Method::fini() {
 
 namespace {
 
-void gobble_method(void* object) { delete static_cast<JSON_RPC_Method*>(static_cast<ACE_Service_Object*>(object)); }
+void gobble_method(void* object) {
+  delete static_cast<JSON_RPC_Method*>(static_cast<ACE_Service_Object*>(object));
+}
 
 }  // namespace
 

@@ -16,8 +16,8 @@
  * -m is the method, -f the plug-in's absolute path and the name of the exported factory, of the type
  * `JSON_RPC_Handler* (JSON_RPC_Handler_Exterminator*)`. What stands behind "--" goes to the handler's init().
  *
- * The plug-in's file and the directories above it have to be trusted (see trusted_file.h): it runs with all rights of the
- * process. JSON_RPC_Thread_Pool is closed before the service is taken down.
+ * The plug-in's file and the directories above it have to be trusted (see trusted_file.h): it runs with all rights of
+ * the process. JSON_RPC_Thread_Pool is closed before the service is taken down.
  */
 class TESSARIN_API JSON_RPC_Method : public ACE_Service_Object {
  public:

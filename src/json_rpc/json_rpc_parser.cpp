@@ -28,7 +28,8 @@ JSON_RPC_Object_var parse_json_rpc_request(Value&& document) {
   Object& members = document.get_obj();
   const auto id = members.find("id");
   const auto params = members.find("params");
-  if (!has_string(members, "jsonrpc", JSON_RPC_Object::version()) || !has_string(members, "method", nullptr)) return none;
+  if (!has_string(members, "jsonrpc", JSON_RPC_Object::version()) || !has_string(members, "method", nullptr))
+    return none;
   if (id != members.end() && !valid_id(id->second)) return none;
 
   JSON_RPC_Request* const request =

@@ -9,11 +9,17 @@
 
 typedef ACE_Unmanaged_Singleton<JSON_RPC_Thread_Pool, ACE_Thread_Mutex> Thread_Pool_Singleton;
 
-JSON_RPC_Thread_Pool* JSON_RPC_Thread_Pool::instance() { return Thread_Pool_Singleton::instance(); }
+JSON_RPC_Thread_Pool* JSON_RPC_Thread_Pool::instance() {
+  return Thread_Pool_Singleton::instance();
+}
 
-void JSON_RPC_Thread_Pool::close_instance() { Thread_Pool_Singleton::close(); }
+void JSON_RPC_Thread_Pool::close_instance() {
+  Thread_Pool_Singleton::close();
+}
 
-JSON_RPC_Thread_Pool::~JSON_RPC_Thread_Pool() { close(); }
+JSON_RPC_Thread_Pool::~JSON_RPC_Thread_Pool() {
+  close();
+}
 
 int JSON_RPC_Thread_Pool::open(const char* name, size_t n_threads, size_t max_queued, size_t stack_size,
                                time_t expiry) {

@@ -11,7 +11,8 @@
 /**
  * The workers of the pooled JSON-RPC handlers, one pool per process.
  *
- * Threads: schedule() and expiry() from any thread; open(), close() and close_instance() from one, while nobody schedules.
+ * Threads: schedule() and expiry() from any thread; open(), close() and close_instance() from one, while nobody
+ * schedules.
  */
 class TESSARIN_API JSON_RPC_Thread_Pool {
  public:
@@ -31,7 +32,8 @@ class TESSARIN_API JSON_RPC_Thread_Pool {
    * @param n_threads   0 makes a pool that refuses all work.
    * @param max_queued  what may wait for a worker, at least 1.
    * @param stack_size  of a worker, in bytes; 0: the system's default.
-   * @param expiry      seconds after which a requester gives its answer up; 0: never. The pool only tells it to the channel.
+   * @param expiry      seconds after which a requester gives its answer up; 0: never. The pool only tells it to the
+   * channel.
    * @retval 0          the pool is open.
    * @retval -1         it was open already, or a thread cannot be started (one line at LM_ERROR).
    */

@@ -8,8 +8,8 @@
 /**
  * A handler whose work is done by a worker of JSON_RPC_Thread_Pool.
  *
- * The channel is held while the message waits in the queue. A message that cannot be queued is logged and gets no answer.
- * The pool is closed before the handler is destroyed.
+ * The channel is held while the message waits in the queue. A message that cannot be queued is logged and gets no
+ * answer. The pool is closed before the handler is destroyed.
  */
 class TESSARIN_API JSON_RPC_Thread_Pool_Handler : public JSON_RPC_Handler {
  public:
@@ -20,8 +20,8 @@ class TESSARIN_API JSON_RPC_Thread_Pool_Handler : public JSON_RPC_Handler {
   void run(JSON_RPC_Channel_var channel, JSON_RPC_Object_var object);
 
  private:
-  /// The moment until which handle() waits for room in the queue. One long past: a full queue refuses at once, since the
-  /// channel's thread serves other requesters too.
+  /// The moment until which handle() waits for room in the queue. One long past: a full queue refuses at once, since
+  /// the channel's thread serves other requesters too.
   ACE_Time_Value abs_timeout_ = ACE_Time_Value::zero;
 };
 

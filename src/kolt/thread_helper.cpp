@@ -41,7 +41,9 @@ Thread_Pool_Helper::Thread_Pool_Helper(const char* name, size_t n_threads)
       _flags(THR_NEW_LWP | THR_JOINABLE | THR_INHERIT_SCHED),
       _priority(ACE_DEFAULT_THREAD_PRIORITY) {}
 
-Thread_Pool_Helper::~Thread_Pool_Helper() { shutdown(); }
+Thread_Pool_Helper::~Thread_Pool_Helper() {
+  shutdown();
+}
 
 void Thread_Pool_Helper::thread_attributes(long flags, long priority) {
   _flags = flags;

@@ -15,8 +15,8 @@ typedef ACE_Task_Ex<ACE_MT_SYNCH, std::function<void()>, ACE_System_Time_Policy>
 /**
  * A fixed number of threads that run functions from one queue.
  *
- * Life: open() once; schedule() and putq() from any thread; shutdown() any number of times, also by the destructor. Each
- * queued function is run once. An exception that leaves one is logged at LM_ERROR, and its worker goes on.
+ * Life: open() once; schedule() and putq() from any thread; shutdown() any number of times, also by the destructor.
+ * Each queued function is run once. An exception that leaves one is logged at LM_ERROR, and its worker goes on.
  */
 class TESSARIN_API Thread_Pool_Helper : public Thread_Pool_Helper_Base {
  public:

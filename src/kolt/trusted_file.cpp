@@ -48,7 +48,8 @@ bool is_trusted_file(const std::string& path) {
   bool is_file = true;
   for (std::string place = real.get(); !place.empty(); is_file = false) {
     if (const char* fault = fault_of(place, is_file)) {
-      ACE_ERROR_RETURN((LM_ERROR, ACE_TEXT("'%C' is not trusted: %C: '%C'.\n"), path.c_str(), fault, place.c_str()), false);
+      ACE_ERROR_RETURN((LM_ERROR, ACE_TEXT("'%C' is not trusted: %C: '%C'.\n"), path.c_str(), fault, place.c_str()),
+                       false);
     }
     if (place == "/") break;
     const size_t slash = place.rfind('/');

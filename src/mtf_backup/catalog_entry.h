@@ -15,7 +15,8 @@ enum Catalog_Flag : uint32_t {
   CAT_SKIPPED = 4,  ///< not on the medium at all
 };
 
-/// One entry of a set, with all that a listing, an incremental and the restore of a single file need. Texts are raw bytes.
+/// One entry of a set, with all that a listing, an incremental and the restore of a single file need. Texts are raw
+/// bytes.
 struct Catalog_Entry {
   uint32_t source = 0;           ///< number of the source in the commit record
   std::string path;              ///< relative to the source, no '/' at either end; empty for the source's root
@@ -35,8 +36,8 @@ struct Catalog_Entry {
 };
 
 /**
- * The order of walks, media and catalogs: by source; in a directory its own entry, then its non-directories by name, then
- * its subdirectories by name, each with all below it. Names are compared as bytes.
+ * The order of walks, media and catalogs: by source; in a directory its own entry, then its non-directories by name,
+ * then its subdirectories by name, each with all below it. Names are compared as bytes.
  *
  * @return less than, equal to or greater than 0, as the first entry comes before, at or behind the second.
  */

@@ -89,7 +89,8 @@ class Catalog_Reader::Impl {
     for (const bool directory : {true, false}) {
       if (path.empty() && !directory) continue;
       if (!seek(source, path, directory)) return -1;
-      if (held_ && entry_.source == source && entry_.path == path && entry_.is_directory() == directory) return next(entry);
+      if (held_ && entry_.source == source && entry_.path == path && entry_.is_directory() == directory)
+        return next(entry);
     }
     return 0;
   }
@@ -113,12 +114,13 @@ class Catalog_Reader::Impl {
     const bool first = first_in_block_;
     if (first) entry_.path.clear();
     if (const char* reason = get_entry(block_, entry_)) return fail(reason);
-    if (have_last_ && catalog_order(last_source, last_path, last_directory, entry_.source, entry_.path,
-                                    entry_.is_directory()) >= 0)
+    if (have_last_ &&
+        catalog_order(last_source, last_path, last_directory, entry_.source, entry_.path, entry_.is_directory()) >= 0)
       return fail("an entry is out of order");
     have_last_ = true;
     first_in_block_ = false;
-    if (block_entries_ == 0 || (--block_entries_ == 0) != block_.empty()) return fail("a block has not as many entries as it says");
+    if (block_entries_ == 0 || (--block_entries_ == 0) != block_.empty())
+      return fail("a block has not as many entries as it says");
     return 1;
   }
 
@@ -133,7 +135,8 @@ class Catalog_Reader::Impl {
   }
 
   bool check_header() {
-    if (size_ < catalog_header_size + catalog_trailer_size) return tell_damage(key_, 0, "it is too short for a catalog");
+    if (size_ < catalog_header_size + catalog_trailer_size)
+      return tell_damage(key_, 0, "it is too short for a catalog");
     char bytes[catalog_header_size];
     if (!read_exactly(*reader_, key_, 0, bytes, sizeof bytes)) return false;
     const std::string_view header(bytes, sizeof bytes);
@@ -148,8 +151,8 @@ class Catalog_Reader::Impl {
     const std::string_view trailer(bytes, sizeof bytes);
     if (!sealed(trailer)) return tell_damage(key_, at, "its trailer is not that of this set's catalog");
     index_offset_ = get_at<uint64_t>(trailer, 0);
-    if (index_offset_ < catalog_header_size || index_offset_ > at || at - index_offset_ != get_at<uint64_t>(trailer, 8) ||
-        at - index_offset_ < check_size)
+    if (index_offset_ < catalog_header_size || index_offset_ > at ||
+        at - index_offset_ != get_at<uint64_t>(trailer, 8) || at - index_offset_ < check_size)
       return tell_damage(key_, at, "its index of blocks is not where it should be");
     blocks_ = get_at<uint64_t>(trailer, 16);
     entries_ = get_at<uint64_t>(trailer, 24);
@@ -190,7 +193,8 @@ class Catalog_Reader::Impl {
 
   bool decompress(size_t plain_size) {
     plain_.resize(plain_size);
-    const size_t got = ZSTD_decompressDCtx(decompressor_.get(), plain_.data(), plain_size, packed_.data(), packed_.size());
+    const size_t got =
+        ZSTD_decompressDCtx(decompressor_.get(), plain_.data(), plain_size, packed_.data(), packed_.size());
     block_ = plain_;
     return plain_size > 0 && got == plain_size;
   }
@@ -245,8 +249,8 @@ class Catalog_Reader::Impl {
   uint64_t entries_ = 0;
   std::vector<Block_Place> index_;  // once load_index() was called
 
-  uint64_t number_ = 0;  // of the block to load next
-  uint64_t offset_ = 0;  // where it lies
+  uint64_t number_ = 0;        // of the block to load next
+  uint64_t offset_ = 0;        // where it lies
   uint64_t block_offset_ = 0;  // of the block loaded last
   std::string packed_;
   std::string plain_;
@@ -265,14 +269,20 @@ Catalog_Reader::Catalog_Reader(Client_IO_Base& storage, const std::string& set_d
 
 Catalog_Reader::~Catalog_Reader() = default;
 
-bool Catalog_Reader::open() { return impl_->open(); }
-int Catalog_Reader::next(Catalog_Entry& entry) { return impl_->next(entry); }
+bool Catalog_Reader::open() {
+  return impl_->open();
+}
+int Catalog_Reader::next(Catalog_Entry& entry) {
+  return impl_->next(entry);
+}
 bool Catalog_Reader::seek(uint32_t source, const std::string& path, bool directory) {
   return impl_->seek(source, path, directory);
 }
 int Catalog_Reader::find(uint32_t source, const std::string& path, Catalog_Entry& entry) {
   return impl_->find(source, path, entry);
 }
-uint64_t Catalog_Reader::entries() const { return impl_->entries(); }
+uint64_t Catalog_Reader::entries() const {
+  return impl_->entries();
+}
 
 }  // namespace MTF_BACKUP

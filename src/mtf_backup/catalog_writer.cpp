@@ -97,8 +97,8 @@ class Catalog_Writer::Impl {
 
   bool compress(const std::string& plain) {
     packed_.resize(ZSTD_compressBound(plain.size()));
-    const size_t size = ZSTD_compressCCtx(compressor_.get(), packed_.data(), packed_.size(), plain.data(), plain.size(),
-                                          catalog_level);
+    const size_t size =
+        ZSTD_compressCCtx(compressor_.get(), packed_.data(), packed_.size(), plain.data(), plain.size(), catalog_level);
     if (ZSTD_isError(size)) {
       ACE_ERROR((LM_ERROR, ACE_TEXT("Failed to compress a block of the catalog: %C.\n"), ZSTD_getErrorName(size)));
       errno = ENOMEM;
@@ -142,10 +142,20 @@ Catalog_Writer::Catalog_Writer(Client_IO_Base& storage, const std::string& set_d
 
 Catalog_Writer::~Catalog_Writer() = default;
 
-bool Catalog_Writer::open() { return impl_->open(); }
-bool Catalog_Writer::append(const Catalog_Entry& entry) { return impl_->append(entry); }
-bool Catalog_Writer::finish() { return impl_->finish(); }
-uint64_t Catalog_Writer::entries() const { return impl_->entries(); }
-const Stored_Object& Catalog_Writer::object() const { return impl_->object(); }
+bool Catalog_Writer::open() {
+  return impl_->open();
+}
+bool Catalog_Writer::append(const Catalog_Entry& entry) {
+  return impl_->append(entry);
+}
+bool Catalog_Writer::finish() {
+  return impl_->finish();
+}
+uint64_t Catalog_Writer::entries() const {
+  return impl_->entries();
+}
+const Stored_Object& Catalog_Writer::object() const {
+  return impl_->object();
+}
 
 }  // namespace MTF_BACKUP

@@ -24,7 +24,8 @@ class TESSARIN_API Catalog_Writer {
   ~Catalog_Writer();
 
   [[nodiscard]] bool open();
-  /// Adds an entry, which comes behind all others in catalog order; otherwise false, errno EINVAL, one line at LM_ERROR.
+  /// Adds an entry, which comes behind all others in catalog order; otherwise false, errno EINVAL, one line at
+  /// LM_ERROR.
   [[nodiscard]] bool append(const Catalog_Entry& entry);
   /// Makes the catalog durable and visible. Called once.
   [[nodiscard]] bool finish();

@@ -22,8 +22,8 @@ using json_spirit::Array;
 using json_spirit::Object;
 using json_spirit::Value;
 
-// The document is {"checksum":"<digits>","record":<record>} and a line end, exactly so: the checksum is over the bytes of
-// <record> as they stand.
+// The document is {"checksum":"<digits>","record":<record>} and a line end, exactly so: the checksum is over the bytes
+// of <record> as they stand.
 constexpr std::string_view head = "{\"checksum\":\"";
 constexpr std::string_view middle = "\",\"record\":";
 constexpr std::string_view tail = "}\n";
@@ -31,7 +31,9 @@ constexpr size_t digits = 32;
 
 constexpr uint64_t most_channels = 10000;
 
-std::string digest(std::string_view record) { return hash_text(XXH3_128bits(record.data(), record.size())); }
+std::string digest(std::string_view record) {
+  return hash_text(XXH3_128bits(record.data(), record.size()));
+}
 
 bool is_digest(std::string_view text) {
   return text.size() == digits && text.find_first_not_of("0123456789abcdef") == text.npos;
@@ -118,7 +120,8 @@ bool read_record(const Object& object, Commit_Record& record) {
                             .array("sources", sources)
                             .object("summary", summary)
                             .complete();
-  if (!complete || compression >= COMPR_MAX || channels > most_channels || record.incarnation == 0 || record.name.empty())
+  if (!complete || compression >= COMPR_MAX || channels > most_channels || record.incarnation == 0 ||
+      record.name.empty())
     return false;
   record.compression = static_cast<Compression_Method>(compression);
   record.channels = static_cast<unsigned>(channels);
@@ -174,12 +177,14 @@ bool Commit_Record::from_text(const std::string& text, const std::string& where)
   if (!json_spirit::loads_json(checked, document) || document.type() != json_spirit::obj_type)
     return tell_damage(where, 0, "it is no JSON object");
   if (is_newer(document.get_obj())) {
-    ACE_ERROR((LM_ERROR, ACE_TEXT("Object \"%C\" has a format that is newer than this program.\n"), printable(where).c_str()));
+    ACE_ERROR((LM_ERROR, ACE_TEXT("Object \"%C\" has a format that is newer than this program.\n"),
+               printable(where).c_str()));
     errno = ENOTSUP;
     return false;
   }
   Commit_Record record;
-  if (!read_record(document.get_obj(), record)) return tell_damage(where, 0, "its content is not that of a commit record");
+  if (!read_record(document.get_obj(), record))
+    return tell_damage(where, 0, "its content is not that of a commit record");
   *this = std::move(record);
   return true;
 }

@@ -23,15 +23,16 @@ struct TESSARIN_API Commit_Record {
   std::string minor_resource_id;
   std::string name;
   uint32_t seq = 0;
-  uint32_t incarnation = 0;       ///< from 1
-  std::string base;               ///< directory of the set that this one builds on; empty: a full set
-  int64_t begin_time = 0;         ///< seconds since 1970, UTC
+  uint32_t incarnation = 0;  ///< from 1
+  std::string base;          ///< directory of the set that this one builds on; empty: a full set
+  int64_t begin_time = 0;    ///< seconds since 1970, UTC
   int64_t end_time = 0;
   Compression_Method compression = COMPR_NONE;
-  unsigned channels = 0;          ///< number of media
+  unsigned channels = 0;             ///< number of media
   std::vector<std::string> sources;  ///< paths, by source number
   MTF::Cat_Summary summary;
-  std::vector<Stored_Object> objects;  ///< all objects of the set but this record, in the order in which they were written
+  std::vector<Stored_Object>
+      objects;  ///< all objects of the set but this record, in the order in which they were written
 
   /// The object @a name of the set, null if it is not named.
   const Stored_Object* find(const std::string& name) const;

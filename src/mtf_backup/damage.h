@@ -13,7 +13,8 @@ struct Damage {
 
   /// Keeps the finding and sets errno to EBADMSG. @return false, for the caller to pass on.
   bool set(const std::string& where, uint64_t at, const std::string& why);
-  /// Logs "Object "<key>" is damaged at offset <offset>: <reason>." at LM_ERROR and sets errno to EBADMSG. @return false.
+  /// Logs "Object "<key>" is damaged at offset <offset>: <reason>." at LM_ERROR and sets errno to EBADMSG. @return
+  /// false.
   bool tell() const;
 };
 

@@ -104,8 +104,8 @@ Frame_Cache::Slot_var Frame_Cache::start(uint64_t number, bool asked_for) {
   return slot;
 }
 
-// Frames that were read go first, the one used longest ago before others. Whoever still views one keeps it in memory, so
-// these are passed over.
+// Frames that were read go first, the one used longest ago before others. Whoever still views one keeps it in memory,
+// so these are passed over.
 bool Frame_Cache::drop_oldest(bool also_unread) {
   auto oldest = slots_.end();
   const auto rank = [](const Slot& slot) { return slot.last_use == 0 ? UINT64_MAX - slot.number : slot.last_use; };

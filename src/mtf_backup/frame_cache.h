@@ -16,9 +16,8 @@
 namespace MTF_BACKUP {
 
 /**
- * The frames of one medium that lie in memory, verified and plain. Frames are loaded by the workers: those asked for first,
- * those ahead of a reader that goes forward while they have time.
- * Threads: after open(), any.
+ * The frames of one medium that lie in memory, verified and plain. Frames are loaded by the workers: those asked for
+ * first, those ahead of a reader that goes forward while they have time. Threads: after open(), any.
  */
 class Frame_Cache {
  public:
@@ -58,9 +57,9 @@ class Frame_Cache {
   std::map<uint64_t, Slot_var> slots_;  // guarded by lock_, as all below
   std::set<uint64_t> damaged_;          // told already
   size_t loading_ = 0;
-  uint64_t use_ = 0;    // counts calls of view(), for the age of slots
-  uint64_t next_ = 0;   // behind the furthest frame of a reader that goes forward
-  size_t depth_ = 1;    // how many frames are fetched ahead
+  uint64_t use_ = 0;   // counts calls of view(), for the age of slots
+  uint64_t next_ = 0;  // behind the furthest frame of a reader that goes forward
+  size_t depth_ = 1;   // how many frames are fetched ahead
 };
 
 }  // namespace MTF_BACKUP

@@ -24,8 +24,12 @@ bool tell_failure(const char* reason, int error) {
 
 }  // namespace
 
-void Frame_Codec::Free::operator()(ZSTD_CCtx_s* context) const { ZSTD_freeCCtx(context); }
-void Frame_Codec::Free::operator()(ZSTD_DCtx_s* context) const { ZSTD_freeDCtx(context); }
+void Frame_Codec::Free::operator()(ZSTD_CCtx_s* context) const {
+  ZSTD_freeCCtx(context);
+}
+void Frame_Codec::Free::operator()(ZSTD_DCtx_s* context) const {
+  ZSTD_freeDCtx(context);
+}
 
 Frame_Codec::Frame_Codec() = default;
 Frame_Codec::~Frame_Codec() = default;

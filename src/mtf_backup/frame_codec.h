@@ -19,9 +19,8 @@ struct Frame_Method {
 };
 
 /**
- * Compresses and decompresses frames, with contexts and a spare buffer that are used again. A frame goes in and comes out in
- * the same Frame_Buffer variable: the buffers are exchanged, nothing is copied.
- * Threads: each has its own.
+ * Compresses and decompresses frames, with contexts and a spare buffer that are used again. A frame goes in and comes
+ * out in the same Frame_Buffer variable: the buffers are exchanged, nothing is copied. Threads: each has its own.
  */
 class Frame_Codec {
  public:
@@ -32,8 +31,8 @@ class Frame_Codec {
   /// @retval false  errno is ENOMEM or EINVAL (level), after one line at LM_ERROR.
   bool compress(Frame_Buffer& frame, size_t& size, Frame_Method method);
 
-  /// Whether @a size stored bytes give exactly @a plain_size plain ones (at most frame_size), which then stand in @a frame.
-  /// Otherwise the frame is damaged, or memory ran out (errno ENOMEM, else EBADMSG); nothing is logged.
+  /// Whether @a size stored bytes give exactly @a plain_size plain ones (at most frame_size), which then stand in @a
+  /// frame. Otherwise the frame is damaged, or memory ran out (errno ENOMEM, else EBADMSG); nothing is logged.
   bool decompress(Frame_Buffer& frame, size_t size, size_t plain_size, Compression_Method compression);
 
  private:

@@ -17,8 +17,8 @@ namespace MTF_BACKUP {
 
 /**
  * Takes the full frames of one medium, has them compressed and hashed by the workers, side by side, and writes them and
- * their index records in order on a thread of its own: storage that is slow, or made slow by a rate limit, then holds up
- * nobody else.
+ * their index records in order on a thread of its own: storage that is slow, or made slow by a rate limit, then holds
+ * up nobody else.
  *
  * Errors: sticky; after the first one frames are taken and dropped, so that nobody waits for ever.
  * Threads: submit(), finish() and the destructor by one thread; error() and stored_size() by any.

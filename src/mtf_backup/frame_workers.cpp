@@ -15,14 +15,17 @@ namespace {
 
 constexpr size_t least_per_medium = 2;
 
-size_t default_threads() { return std::max<size_t>(2, std::thread::hardware_concurrency()); }
+size_t default_threads() {
+  return std::max<size_t>(2, std::thread::hardware_concurrency());
+}
 
 }  // namespace
 
 // Each thread keeps one buffer of its own, which comes out of the budget too.
 Frame_Workers::Frame_Workers(size_t threads, size_t budget)
     : thread_count_(threads == 0 ? default_threads() : threads),
-      buffer_count_(std::max(least_per_medium, budget / frame_capacity - std::min(thread_count_, budget / frame_capacity))),
+      buffer_count_(
+          std::max(least_per_medium, budget / frame_capacity - std::min(thread_count_, budget / frame_capacity))),
       context_(Task_Context::current()) {}
 
 Frame_Workers::~Frame_Workers() {

@@ -24,14 +24,15 @@ class Frame_Codec;
  * Memory: all open media share `budget` bytes in buffers of one frame. Each may hold its even part, and always two, so
  * that none waits for another for ever.
  *
- * Life: made before the media and destroyed after them. The threads work for the task of the thread that made the object.
- * Threads: all operations may be called from any thread.
+ * Life: made before the media and destroyed after them. The threads work for the task of the thread that made the
+ * object. Threads: all operations may be called from any thread.
  */
 class TESSARIN_API Frame_Workers {
  public:
   static constexpr size_t default_budget = size_t(24) << 20;
 
-  /// @param threads  how many; 0: one per processor, at least 2. A run with rate limits has at least one per channel, since
+  /// @param threads  how many; 0: one per processor, at least 2. A run with rate limits has at least one per channel,
+  /// since
   ///   a limited read holds its thread up.
   /// @param budget   bytes for frame buffers.
   explicit Frame_Workers(size_t threads = 0, size_t budget = default_budget);
@@ -91,11 +92,11 @@ class TESSARIN_API Frame_Workers {
   mutable std::mutex lock_;
   std::condition_variable job_came_;
   std::condition_variable buffer_came_;
-  std::deque<Job> jobs_;           // guarded by lock_
+  std::deque<Job> jobs_;             // guarded by lock_
   std::vector<Frame_Buffer> spare_;  // guarded by lock_
-  size_t taken_ = 0;               // guarded by lock_
-  size_t shares_ = 0;              // guarded by lock_
-  bool closing_ = false;           // guarded by lock_
+  size_t taken_ = 0;                 // guarded by lock_
+  size_t shares_ = 0;                // guarded by lock_
+  bool closing_ = false;             // guarded by lock_
 };
 
 }  // namespace MTF_BACKUP

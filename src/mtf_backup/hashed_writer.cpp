@@ -8,7 +8,9 @@
 
 namespace MTF_BACKUP {
 
-void Hashed_Writer::Free_State::operator()(XXH3_state_s* state) const { XXH3_freeState(state); }
+void Hashed_Writer::Free_State::operator()(XXH3_state_s* state) const {
+  XXH3_freeState(state);
+}
 
 Hashed_Writer::Hashed_Writer() = default;
 Hashed_Writer::~Hashed_Writer() = default;

@@ -1,8 +1,8 @@
 #pragma once
 
 #include <concepts>
-#include <utility>
 #include <string>
+#include <utility>
 
 #include "json_spirit/json_spirit_value.h"
 #include "mtf_backup/percent.h"
@@ -10,8 +10,8 @@
 namespace MTF_BACKUP {
 
 /**
- * Reads the members of an object strictly: each has to be there, of its kind and in the range of its destination, and there
- * are no others. (The extractors of json_spirit cut numbers to their destination.)
+ * Reads the members of an object strictly: each has to be there, of its kind and in the range of its destination, and
+ * there are no others. (The extractors of json_spirit cut numbers to their destination.)
  */
 class Json_Members {
  public:

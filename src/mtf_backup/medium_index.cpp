@@ -19,9 +19,13 @@ constexpr size_t page_records = 256;
 constexpr size_t flush_size = 64 * 1024;
 
 // The checks of header and trailer are seeded with the identity, those of the records with what follows it.
-uint64_t record_seed(uint64_t identity, uint64_t number) { return identity + 1 + number; }
+uint64_t record_seed(uint64_t identity, uint64_t number) {
+  return identity + 1 + number;
+}
 
-void seal(std::string& block, uint64_t seed) { put(block, hash64(block, seed)); }
+void seal(std::string& block, uint64_t seed) {
+  put(block, hash64(block, seed));
+}
 
 bool is_sealed(std::string_view block, uint64_t seed) {
   const std::string_view content = block.substr(0, block.size() - check_size);
@@ -85,7 +89,8 @@ bool Index_Reader::read_exactly(uint64_t offset, char* to, size_t n) {
 }
 
 bool Index_Reader::check_header() {
-  if (reader_->size() < index_header_size + index_trailer_size) return tell_damage(key_, 0, "it is too short for an index");
+  if (reader_->size() < index_header_size + index_trailer_size)
+    return tell_damage(key_, 0, "it is too short for an index");
   char bytes[index_header_size];
   if (!read_exactly(0, bytes, sizeof bytes)) return false;
   const std::string_view header(bytes, sizeof bytes);
@@ -134,7 +139,8 @@ bool Index_Reader::record(uint64_t number, Frame_Record& record, Damage& damage)
   const std::string_view block =
       std::string_view(page_).substr(number % page_records * index_record_size, index_record_size);
   const uint64_t at = index_header_size + number * index_record_size;
-  if (!is_sealed(block, record_seed(identity_, number))) return damage.set(key_, at, "a record is not what was written");
+  if (!is_sealed(block, record_seed(identity_, number)))
+    return damage.set(key_, at, "a record is not what was written");
   const Frame_Record found{get_at<uint64_t>(block, 0), get_at<uint32_t>(block, 8), get_at<uint32_t>(block, 12),
                            get_at<uint64_t>(block, 16)};
   if (const char* reason = fault(number, found)) return damage.set(key_, at, reason);

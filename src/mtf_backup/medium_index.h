@@ -77,7 +77,7 @@ class Index_Reader {
   std::unique_ptr<Client_IO_Base::Reader> reader_;
 
   std::mutex lock_;
-  std::string page_;         // guarded by lock_
+  std::string page_;          // guarded by lock_
   uint64_t page_number_ = 0;  // guarded by lock_; meaningful while page_ is not empty
 };
 

@@ -13,11 +13,17 @@ Medium_Reader::Medium_Reader(Client_IO_Base& storage, const Medium_Id& id, uint6
 
 Medium_Reader::~Medium_Reader() = default;
 
-bool Medium_Reader::open() { return cache_->open(medium_size_, index_size_); }
+bool Medium_Reader::open() {
+  return cache_->open(medium_size_, index_size_);
+}
 
-uint64_t Medium_Reader::size() const { return cache_->size(); }
+uint64_t Medium_Reader::size() const {
+  return cache_->size();
+}
 
-bool Medium_Reader::view(uint64_t offset, size_t n, Frame_View& view) { return cache_->view(offset, n, view); }
+bool Medium_Reader::view(uint64_t offset, size_t n, Frame_View& view) {
+  return cache_->view(offset, n, view);
+}
 
 ssize_t Medium_Reader::read(uint64_t offset, char* to, size_t n) {
   size_t done = 0;

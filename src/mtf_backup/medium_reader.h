@@ -26,15 +26,14 @@ class Frame_View {
 };
 
 /**
- * Reads the byte stream of one channel, at any plain offset. Every frame is verified against the index before a byte of it
- * is given out. Frames ahead of a reader that goes forward are fetched and decompressed by the workers.
+ * Reads the byte stream of one channel, at any plain offset. Every frame is verified against the index before a byte of
+ * it is given out. Frames ahead of a reader that goes forward are fetched and decompressed by the workers.
  *
- * Errors: -1 or false with errno EBADMSG for damage, after one line at LM_ERROR with object and offset (damage of one frame
- * is logged once, however often it is asked for), or what the storage said. A failed frame does not spoil the others.
- * Life: open(), then reads. May be destroyed at any time at which no call is under way; views may outlive it, not the workers.
- * Ownership: borrows storage and workers, which outlive it.
- * Threads: after open(), any number. A thread holds at most one view while it asks for the next: memory is bounded by the
- * number of views held.
+ * Errors: -1 or false with errno EBADMSG for damage, after one line at LM_ERROR with object and offset (damage of one
+ * frame is logged once, however often it is asked for), or what the storage said. A failed frame does not spoil the
+ * others. Life: open(), then reads. May be destroyed at any time at which no call is under way; views may outlive it,
+ * not the workers. Ownership: borrows storage and workers, which outlive it. Threads: after open(), any number. A
+ * thread holds at most one view while it asks for the next: memory is bounded by the number of views held.
  */
 class TESSARIN_API Medium_Reader : public MTF::Byte_Source {
  public:
@@ -53,8 +52,8 @@ class TESSARIN_API Medium_Reader : public MTF::Byte_Source {
   [[nodiscard]] ssize_t read(uint64_t offset, char* to, size_t n) override;
 
   /**
-   * Shows bytes from @a offset on without copying them: at most @a n, up to the end of their frame; at least one, but for
-   * n of 0 and at or behind the end of the medium. On failure @a view is empty.
+   * Shows bytes from @a offset on without copying them: at most @a n, up to the end of their frame; at least one, but
+   * for n of 0 and at or behind the end of the medium. On failure @a view is empty.
    */
   [[nodiscard]] bool view(uint64_t offset, size_t n, Frame_View& view);
 

@@ -10,8 +10,7 @@ namespace MTF_BACKUP {
 
 // In the order in which they are made: each of them uses those above it.
 struct Medium_Writer::State {
-  State(Frame_Workers& workers, Frame_Method method)
-      : share(workers), output(workers, share, method, medium, index) {}
+  State(Frame_Workers& workers, Frame_Method method) : share(workers), output(workers, share, method, medium, index) {}
 
   Frame_Workers::Share share;
   Hashed_Writer medium;
@@ -84,6 +83,8 @@ bool Medium_Writer::finish() {
   return true;
 }
 
-uint64_t Medium_Writer::stored_size() const { return state_ ? state_->output.stored_size() : 0; }
+uint64_t Medium_Writer::stored_size() const {
+  return state_ ? state_->output.stored_size() : 0;
+}
 
 }  // namespace MTF_BACKUP

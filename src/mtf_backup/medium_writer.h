@@ -14,10 +14,11 @@ namespace MTF_BACKUP {
 /**
  * Writes the byte stream of one channel into the pool: the medium, cut into frames, and its index.
  *
- * Full frames go to the workers, which compress and checksum them side by side; a thread of the medium writes them in order.
+ * Full frames go to the workers, which compress and checksum them side by side; a thread of the medium writes them in
+ * order.
  *
- * Life: open(); space() and advance() any number of times; finish(); objects(). One that is destroyed without a successful
- * finish() leaves nothing in the pool, and may be destroyed at any point, also while frames are under way.
+ * Life: open(); space() and advance() any number of times; finish(); objects(). One that is destroyed without a
+ * successful finish() leaves nothing in the pool, and may be destroyed at any point, also while frames are under way.
  * Errors: sticky. The first failure (logged where it is found) is what every later call fails with.
  * Ownership: borrows storage and workers, which outlive it.
  * Threads: one at a time.
@@ -28,8 +29,8 @@ class TESSARIN_API Medium_Writer : public MTF::Byte_Sink {
   Medium_Writer(Client_IO_Base& storage, const Medium_Id& id, int level, Frame_Workers& workers);
   ~Medium_Writer() override;
 
-  /// Begins both objects and starts the medium's thread. False with errno; a compression method other than none, auto and
-  /// zstd is ENOTSUP with one line at LM_ERROR.
+  /// Begins both objects and starts the medium's thread. False with errno; a compression method other than none, auto
+  /// and zstd is ENOTSUP with one line at LM_ERROR.
   [[nodiscard]] bool open();
 
   /**
@@ -42,7 +43,8 @@ class TESSARIN_API Medium_Writer : public MTF::Byte_Sink {
   /// Plain bytes taken so far.
   uint64_t offset() const override { return offset_; }
 
-  /// Writes what is left, waits for all frames and makes medium and index durable and visible, in this order. Called once.
+  /// Writes what is left, waits for all frames and makes medium and index durable and visible, in this order. Called
+  /// once.
   [[nodiscard]] bool finish();
 
   /// The medium and its index; empty before finish().

@@ -43,7 +43,9 @@ std::string make_dir(const std::string& encoded_name, uint32_t seq, uint32_t inc
   return encoded_name + "/" + number_part(seq) + std::to_string(incarnation);
 }
 
-std::string Set_Key::dir() const { return make_dir(name, seq, incarnation); }
+std::string Set_Key::dir() const {
+  return make_dir(name, seq, incarnation);
+}
 
 bool parse_number(std::string_view text, uint32_t& number) {
   const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
@@ -80,7 +82,9 @@ bool list_commits(Client_IO_Base& storage, const std::string& prefix, std::vecto
   return true;
 }
 
-std::string prefix_of(const std::string& name, uint32_t seq) { return encode_name(name) + "/" + number_part(seq); }
+std::string prefix_of(const std::string& name, uint32_t seq) {
+  return encode_name(name) + "/" + number_part(seq);
+}
 
 // Reads a record and makes sure that it is the one of this place.
 bool read_commit(Client_IO_Base& storage, const Set_Key& key, Commit_Record& record) {
@@ -118,7 +122,9 @@ bool ended_by_callback() {
 
 }  // namespace
 
-std::string Set_Id::dir() const { return make_dir(encode_name(name), seq, incarnation); }
+std::string Set_Id::dir() const {
+  return make_dir(encode_name(name), seq, incarnation);
+}
 
 std::string encode_name(const std::string& name) {
   std::string encoded = percent_encode(name, " !\"#$&'()*+,/:;<=>?@[\\]^`{|}~");

@@ -21,8 +21,8 @@ struct TESSARIN_API Set_Id {
   std::string dir() const;
 };
 
-/// A name as one component of a key: all bytes but letters, digits and "_-." as %XX, and a '.' in the first place too. What
-/// then has more than 255 bytes is cut to 222 and ends in '%' and the XXH3-128 of the name.
+/// A name as one component of a key: all bytes but letters, digits and "_-." as %XX, and a '.' in the first place too.
+/// What then has more than 255 bytes is cut to 222 and ends in '%' and the XXH3-128 of the name.
 TESSARIN_API std::string encode_name(const std::string& name);
 
 /**
@@ -39,8 +39,8 @@ class TESSARIN_API Set_Store {
   typedef std::function<bool(const Set_Id&, const Commit_Record&)> Callback;
 
   /**
-   * Calls @a each per set, ordered by encoded name, then sequence number, then incarnation as a number. A record that is
-   * damaged is logged and passed over, and the listing ends false (errno EBADMSG) after all others were shown.
+   * Calls @a each per set, ordered by encoded name, then sequence number, then incarnation as a number. A record that
+   * is damaged is logged and passed over, and the listing ends false (errno EBADMSG) after all others were shown.
    * @retval false  also when the callback gave false (errno ECANCELED).
    */
   [[nodiscard]] bool list(const Callback& each);
@@ -49,14 +49,15 @@ class TESSARIN_API Set_Store {
    * The set written under @a name and @a seq; @a incarnation 0 is the newest.
    * @retval false  errno is ENOENT, not logged, where there is none; or a failure. The outputs are then unchanged.
    */
-  [[nodiscard]] bool find(const std::string& name, uint32_t seq, uint32_t incarnation, Set_Id& id, Commit_Record& record);
+  [[nodiscard]] bool find(const std::string& name, uint32_t seq, uint32_t incarnation, Set_Id& id,
+                          Commit_Record& record);
 
   /// The id for a new set: the incarnation after the highest that left anything in the pool. Writes nothing.
   [[nodiscard]] bool begin(const std::string& name, uint32_t seq, Set_Id& id);
 
   /**
-   * Writes the commit record, with the name and the numbers of @a id, which makes the set. All objects it names are finished
-   * by then; one that is missing or has another size is a failure.
+   * Writes the commit record, with the name and the numbers of @a id, which makes the set. All objects it names are
+   * finished by then; one that is missing or has another size is a failure.
    * @retval false  the set does not exist; errno EEXIST when a set of this id does.
    */
   [[nodiscard]] bool commit(const Set_Id& id, const Commit_Record& record);

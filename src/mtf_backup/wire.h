@@ -28,8 +28,8 @@ Number get_at(std::string_view from, size_t offset) {
   return value;
 }
 
-/// Takes numbers and texts off the front of bytes that nobody vouches for. After the first that does not fit ok() is false
-/// and all that follow are 0 or empty.
+/// Takes numbers and texts off the front of bytes that nobody vouches for. After the first that does not fit ok() is
+/// false and all that follow are 0 or empty.
 class Wire_Reader {
  public:
   explicit Wire_Reader(std::string_view bytes) : left_(bytes) {}

@@ -24,7 +24,8 @@ constexpr size_t pool_queue = 512;
 /// does not understand, passes it over and reports success.
 class Error_Counter : public ACE_Log_Msg_Callback {
  public:
-  Error_Counter() : previous_(ACE_LOG_MSG->msg_callback(this)), had_flag_(ACE_LOG_MSG->flags() & ACE_Log_Msg::MSG_CALLBACK) {
+  Error_Counter()
+      : previous_(ACE_LOG_MSG->msg_callback(this)), had_flag_(ACE_LOG_MSG->flags() & ACE_Log_Msg::MSG_CALLBACK) {
     ACE_LOG_MSG->set_flags(ACE_Log_Msg::MSG_CALLBACK);
   }
   ~Error_Counter() override {
@@ -79,7 +80,8 @@ int Agent::bind_own_methods() {
   if (!plugins.empty()) info.plugin = *plugins.begin();
   info_ = std::make_unique<Agent_Method>(info);
   tasks_ = std::make_unique<Agent_Method>(agent_tasks);
-  return dispatcher->bind("agent.info", info_.get()) == -1 || dispatcher->bind("agent.tasks", tasks_.get()) == -1 ? -1 : 0;
+  return dispatcher->bind("agent.info", info_.get()) == -1 || dispatcher->bind("agent.tasks", tasks_.get()) == -1 ? -1
+                                                                                                                  : 0;
 }
 
 // The debug flag of the configuration is ignored: it would change which priorities are logged.

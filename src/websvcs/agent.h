@@ -10,8 +10,8 @@
 #include "websvcs/state_dir.h"
 
 /**
- * The agent's process put together: state directory, task manager, JSON-RPC pool, methods from the service configuration,
- * and the channel.
+ * The agent's process put together: state directory, task manager, JSON-RPC pool, methods from the service
+ * configuration, and the channel.
  *
  * Life: open(), run(), close(), once each and in one thread; close() also after an open() that failed. One per process.
  */

@@ -33,6 +33,6 @@ struct Agent_Info {
   bool operator()(const json_spirit::Value& params, json_spirit::Value& result) const;
 };
 
-/// "agent.tasks": the tasks of the task manager, newest first; with a string `id` in params that one alone, with a number
-/// `limit` at most so many.
+/// "agent.tasks": the tasks of the task manager, newest first; with a string `id` in params that one alone, with a
+/// number `limit` at most so many.
 bool agent_tasks(const json_spirit::Value& params, json_spirit::Value& result);

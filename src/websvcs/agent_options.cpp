@@ -3,7 +3,6 @@
 #include <CLI/CLI.hpp>
 #include <filesystem>
 
-
 namespace {
 
 const CLI::Validator absolute_path(
@@ -38,7 +37,8 @@ bool Agent_Options::parse(int argc, char* argv[], int& exit_code) {
   app.set_version_flag("--version", TESSARIN_VERSION);
   app.add_option("--svc-conf", svc_conf, "ACE service configuration file")->check(absolute_path)->capture_default_str();
   app.add_option("--state-dir", state_dir, "Tasks, token and socket")->check(absolute_path)->capture_default_str();
-  app.add_option("--socket", socket, "Unix socket to listen on [agent.sock in the state directory]")->check(absolute_path);
+  app.add_option("--socket", socket, "Unix socket to listen on [agent.sock in the state directory]")
+      ->check(absolute_path);
   app.add_option("--listen", listen, "Loopback address to listen on too, for callers with the token")
       ->type_name("ADDRESS:PORT");
   app.add_option("--answer-timeout", answer_timeout, "Seconds after which a request is answered with 504; 0: never")

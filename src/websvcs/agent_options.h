@@ -4,13 +4,14 @@
 
 /// What the agent's command line says. All paths are absolute.
 struct Agent_Options {
-  std::string svc_conf;                     ///< which methods to bind; by default ../etc/svc.conf beside the program
+  std::string svc_conf;  ///< which methods to bind; by default ../etc/svc.conf beside the program
   std::string state_dir = "/var/lib/tessarin";
-  std::string socket;                       ///< by default agent.sock in the state directory
-  std::string listen_address;               ///< empty: no TCP
+  std::string socket;          ///< by default agent.sock in the state directory
+  std::string listen_address;  ///< empty: no TCP
   unsigned short listen_port = 0;
-  int answer_timeout = 600;                 ///< seconds; 0: no limit
+  int answer_timeout = 600;  ///< seconds; 0: no limit
 
-  /// @retval false  the program ends with @a exit_code: help was asked for, or the line is wrong; both have been printed.
+  /// @retval false  the program ends with @a exit_code: help was asked for, or the line is wrong; both have been
+  /// printed.
   bool parse(int argc, char* argv[], int& exit_code);
 };

@@ -15,7 +15,8 @@
 
 namespace {
 
-/// Takes down the mounts that the table names, deepest first. @return how many went; @a failed is the last that did not.
+/// Takes down the mounts that the table names, deepest first. @return how many went; @a failed is the last that did
+/// not.
 int take_down_once(const std::vector<std::string>& mounts, std::string& failed) {
   int gone = 0;
   for (const std::string& mount : mounts) {

@@ -39,11 +39,17 @@ Log_Sink::~Log_Sink() {
   ACE_LOG_MSG->msg_backend(nullptr);
 }
 
-int Log_Sink::open(const ACE_TCHAR*) { return 0; }
+int Log_Sink::open(const ACE_TCHAR*) {
+  return 0;
+}
 
-int Log_Sink::reset() { return 0; }
+int Log_Sink::reset() {
+  return 0;
+}
 
-int Log_Sink::close() { return 0; }
+int Log_Sink::close() {
+  return 0;
+}
 
 ssize_t Log_Sink::log(ACE_Log_Record& record) {
   std::string line = head_of(record) + redact_secrets(record.msg_data());

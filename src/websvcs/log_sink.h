@@ -2,8 +2,8 @@
 
 #include "ace/Log_Msg_Backend.h"
 
-/// The one place where the agent's log leaves the process: each line goes to a descriptor with time (UTC) and priority, and
-/// with secrets masked, whatever its priority. Threads: any; a line is written in one piece.
+/// The one place where the agent's log leaves the process: each line goes to a descriptor with time (UTC) and priority,
+/// and with secrets masked, whatever its priority. Threads: any; a line is written in one piece.
 class Log_Sink : public ACE_Log_Msg_Backend {
  public:
   explicit Log_Sink(int fd) : fd_(fd) {}

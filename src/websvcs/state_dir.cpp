@@ -16,7 +16,9 @@ namespace {
 
 constexpr size_t longest_content = 4096;
 
-bool is_private(const struct stat& status) { return status.st_uid == ::geteuid() && (status.st_mode & 077) == 0; }
+bool is_private(const struct stat& status) {
+  return status.st_uid == ::geteuid() && (status.st_mode & 077) == 0;
+}
 
 std::string random_text(size_t length, unsigned set) {
   std::string text(length, '\0');
@@ -24,7 +26,9 @@ std::string random_text(size_t length, unsigned set) {
   return text;
 }
 
-std::string make_token() { return random_text(43, kolt::RCS_ALNUM); }
+std::string make_token() {
+  return random_text(43, kolt::RCS_ALNUM);
+}
 
 // A random UUID (version 4): 122 random bits and 6 fixed ones.
 std::string make_uuid() {
@@ -82,8 +86,8 @@ int State_Dir::open(const std::string& path) {
     ACE_ERROR_RETURN((LM_ERROR, ACE_TEXT("Failed to make the state directory '%C': %m\n"), path.c_str()), -1);
   }
   if (status.st_uid != ::geteuid() || (status.st_mode & 022)) {
-    ACE_ERROR_RETURN((LM_ERROR, ACE_TEXT("The state directory '%C' belongs to or can be written by others.\n"), path.c_str()),
-                     -1);
+    ACE_ERROR_RETURN(
+        (LM_ERROR, ACE_TEXT("The state directory '%C' belongs to or can be written by others.\n"), path.c_str()), -1);
   }
   const std::string lock = path + "/lock";
   lock_.reset(::open(lock.c_str(), O_RDWR | O_CREAT | O_NOFOLLOW | O_CLOEXEC, S_IRUSR | S_IWUSR));
@@ -99,16 +103,20 @@ int State_Dir::open(const std::string& path) {
   return 0;
 }
 
-int State_Dir::host_uuid(std::string& uuid) const { return read_or_make("host_uuid", make_uuid, uuid); }
+int State_Dir::host_uuid(std::string& uuid) const {
+  return read_or_make("host_uuid", make_uuid, uuid);
+}
 
-int State_Dir::token(std::string& token) const { return read_or_make("token", make_token, token); }
+int State_Dir::token(std::string& token) const {
+  return read_or_make("token", make_token, token);
+}
 
 int State_Dir::read_or_make(const std::string& name, std::string (*make)(), std::string& content) const {
   const std::string path = file(name);
   if (read_private(path, content) == 0) return 0;
   if (errno == EPERM) {
-    ACE_ERROR_RETURN((LM_ERROR, ACE_TEXT("'%C' must be a file of the agent's user that no one else may read.\n"), path.c_str()),
-                     -1);
+    ACE_ERROR_RETURN(
+        (LM_ERROR, ACE_TEXT("'%C' must be a file of the agent's user that no one else may read.\n"), path.c_str()), -1);
   }
   if (errno != ENOENT) ACE_ERROR_RETURN((LM_ERROR, ACE_TEXT("Failed to read '%C': %m\n"), path.c_str()), -1);
   const std::string made = make();

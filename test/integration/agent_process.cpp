@@ -54,20 +54,22 @@ bool Agent_Process::start() {
     _exit(127);
   }
   client_.reset();
-  return poll(life_timeout, [&] {
-    if (waitpid(pid_, nullptr, WNOHANG) == pid_) {
-      pid_ = -1;
-      return true;
-    }
-    try {
-      client_ = std::make_unique<ctl::Agent>("unix://" + state_dir_ + "/agent.sock", "");
-      client_->call("agent.info", Object());
-      return true;
-    } catch (const std::exception&) {
-      client_.reset();
-      return false;
-    }
-  }) && client_ != nullptr;
+  return poll(life_timeout,
+              [&] {
+                if (waitpid(pid_, nullptr, WNOHANG) == pid_) {
+                  pid_ = -1;
+                  return true;
+                }
+                try {
+                  client_ = std::make_unique<ctl::Agent>("unix://" + state_dir_ + "/agent.sock", "");
+                  client_->call("agent.info", Object());
+                  return true;
+                } catch (const std::exception&) {
+                  client_.reset();
+                  return false;
+                }
+              }) &&
+         client_ != nullptr;
 }
 
 int Agent_Process::terminate() {
@@ -86,7 +88,9 @@ void Agent_Process::kill() {
   pid_ = -1;
 }
 
-Value Agent_Process::call(const std::string& method, const Object& params) { return client_->call(method, params); }
+Value Agent_Process::call(const std::string& method, const Object& params) {
+  return client_->call(method, params);
+}
 
 std::string Agent_Process::submit(const std::string& method, const Object& params) {
   return call(method, params).get_str();
@@ -107,15 +111,20 @@ std::string Agent_Process::wait(const std::string& id) {
   return state;
 }
 
-std::string Agent_Process::log() const { return read_file(log_path()); }
+std::string Agent_Process::log() const {
+  return read_file(log_path());
+}
 
 namespace {
 
-Value pool_info(const std::string& pool_dir) { return Object_Maker()("url", "file://" + pool_dir); }
+Value pool_info(const std::string& pool_dir) {
+  return Object_Maker()("url", "file://" + pool_dir);
+}
 
 void insert_storage(Object& params, const std::string& pool_dir, int seq) {
-  json_spirit::insert(params)("minor_resource_id", Value("resource"))("seq", Value(seq))("access_key", Value("canary-key"))(
-      "pool_info", pool_info(pool_dir))("max_seconds_retry", Value(60))("resumption_buffer_size", Value(10485760));
+  json_spirit::insert(params)("minor_resource_id", Value("resource"))("seq", Value(seq))(
+      "access_key", Value("canary-key"))("pool_info", pool_info(pool_dir))("max_seconds_retry", Value(60))(
+      "resumption_buffer_size", Value(10485760));
 }
 
 }  // namespace

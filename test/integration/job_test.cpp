@@ -45,7 +45,8 @@ class Job : public ::testing::Test {
   unsigned long long size_of(const std::string& job) {
     unsigned long size = 0;
     const Object task = agent_.task(job);
-    if (const Object* result = json_spirit::object_get_object(task, "result")) json_spirit::extract(*result)("size", size);
+    if (const Object* result = json_spirit::object_get_object(task, "result"))
+      json_spirit::extract (*result)("size", size);
     return size;
   }
 

@@ -46,7 +46,8 @@ TEST_F(Kill, AtFiftyRandomMomentsLeavesNoMountNoHalfSetAndTheSourceUntouched) {
   for (int round = 1; round <= rounds; ++round) {
     ASSERT_TRUE(agent_.start()) << agent_.log();
     EXPECT_THAT(private_mounts(), ::testing::IsEmpty()) << "round " << round;
-    const std::string job = agent_.submit("k8s.backup", backup_params(dir_ / "pool", volumes, round, round % 2 ? 3 : 0));
+    const std::string job =
+        agent_.submit("k8s.backup", backup_params(dir_ / "pool", volumes, round, round % 2 ? 3 : 0));
     std::this_thread::sleep_for(std::chrono::microseconds(random() % 700'000));
     agent_.kill();
 

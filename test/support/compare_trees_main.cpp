@@ -14,7 +14,8 @@ int main(int argc, char** argv) {
     std::printf("the trees differ in %zu places, of %zu entries\n", report.differences.size(), report.entries);
     return 1;
   }
-  std::printf("%zu entries, %llu bytes: the trees are identical in bytes, types, links, modes, owners, times and xattrs\n",
-              report.entries, report.bytes);
+  std::printf(
+      "%zu entries, %llu bytes: the trees are identical in bytes, types, links, modes, owners, times and xattrs\n",
+      report.entries, report.bytes);
   return 0;
 }

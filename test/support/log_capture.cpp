@@ -56,9 +56,15 @@ void Log_Capture::clear() {
   lines_.clear();
 }
 
-int Log_Capture::open(const ACE_TCHAR*) { return 0; }
-int Log_Capture::reset() { return 0; }
-int Log_Capture::close() { return 0; }
+int Log_Capture::open(const ACE_TCHAR*) {
+  return 0;
+}
+int Log_Capture::reset() {
+  return 0;
+}
+int Log_Capture::close() {
+  return 0;
+}
 
 ssize_t Log_Capture::log(ACE_Log_Record& record) {
   std::lock_guard<std::mutex> guard(lock_);

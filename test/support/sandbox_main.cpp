@@ -22,8 +22,8 @@ bool may_unshare(const char* flags) {
 }
 
 void run_again(const char* flags, char** argv) {
-  std::vector<char*> args = {const_cast<char*>("unshare"), const_cast<char*>(flags),
-                             const_cast<char*>("--propagation"), const_cast<char*>("private")};
+  std::vector<char*> args = {const_cast<char*>("unshare"), const_cast<char*>(flags), const_cast<char*>("--propagation"),
+                             const_cast<char*>("private")};
   for (char** arg = argv; *arg != nullptr; ++arg) args.push_back(*arg);
   args.push_back(nullptr);
   setenv(inside_mark, "1", 1);

@@ -177,6 +177,8 @@ class Comparison {
 
 }  // namespace
 
-Tree_Report compare_trees(const std::string& left, const std::string& right) { return Comparison().run(left, right); }
+Tree_Report compare_trees(const std::string& left, const std::string& right) {
+  return Comparison().run(left, right);
+}
 
 }  // namespace test_support

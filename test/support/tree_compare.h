@@ -8,8 +8,8 @@ namespace test_support {
 
 /// What two trees were found to differ in. Shares no code with what it judges: plain system calls only.
 struct Tree_Report {
-  std::size_t entries = 0;  ///< compared, the roots among them
-  unsigned long long bytes = 0;  ///< of file content, compared byte by byte
+  std::size_t entries = 0;               ///< compared, the roots among them
+  unsigned long long bytes = 0;          ///< of file content, compared byte by byte
   std::vector<std::string> differences;  ///< "path: what differs", at most 1000
 };
 

@@ -87,8 +87,8 @@ void links(const std::string& root, Content& content) {
 }
 
 void odd_names(const std::string& root, Content& content) {
-  for (const char* name : {"new\nline", "tab\tand space ", "not-utf8-\xff\xfe", "\xc3\xa4\xc3\xb6\xc3\xbc", "-dash", "*[star]?",
-                           "quote\"'\\back", "\x01\x02", "\xf0\x9f\x92\xbe", "..hidden", "..."})
+  for (const char* name : {"new\nline", "tab\tand space ", "not-utf8-\xff\xfe", "\xc3\xa4\xc3\xb6\xc3\xbc", "-dash",
+                           "*[star]?", "quote\"'\\back", "\x01\x02", "\xf0\x9f\x92\xbe", "..hidden", "..."})
     content.write(root + "/odd/" + name, 100);
   content.write(root + "/odd/" + std::string(255, 'n'), 10);
   fs::create_directories(root + "/odd/directory with\nline/empty");

@@ -80,15 +80,16 @@ TEST_F(TreeCompare, AnotherLinkTargetIsSeen) {
 }
 
 TEST_F(TreeCompare, AnAttributeTooManyIsSeen) {
-  if (setxattr(victim_.c_str(), "user.more", "1", 1, 0) != 0) GTEST_SKIP() << "no extended attributes on this filesystem";
+  if (setxattr(victim_.c_str(), "user.more", "1", 1, 0) != 0)
+    GTEST_SKIP() << "no extended attributes on this filesystem";
   EXPECT_THAT(differences(), ::testing::Contains("./links/first: extended attributes"));
 }
 
 TEST_F(TreeCompare, MissingAndSurplusNamesAreSeen) {
   ASSERT_EQ(unlink((right() + "/special/empty").c_str()), 0);
   ASSERT_EQ(mkdir((right() + "/special/more").c_str(), 0700), 0);
-  EXPECT_THAT(differences(), ::testing::IsSupersetOf({"./special/empty: only on the left",
-                                                      "./special/more: only on the right"}));
+  EXPECT_THAT(differences(),
+              ::testing::IsSupersetOf({"./special/empty: only on the left", "./special/more: only on the right"}));
 }
 
 TEST_F(TreeCompare, AFileInPlaceOfADirectoryIsSeen) {

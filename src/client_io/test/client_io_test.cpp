@@ -92,18 +92,22 @@ TEST_F(Make_Client, OtherSchemesAreRefusedByName) {
 TEST_F(Make_Client, AUrlThatIsNoneIsRefused) {
   expect_refused("", "a/b", ENOTSUP, "Storage pools of this kind are not supported: \"\".\n");
   expect_refused("file://", "a/b", EINVAL, "The storage pool's URL has no absolute directory: \"file://\".\n");
-  expect_refused("file://host/x", "a/b", EINVAL, "The storage pool's URL has no absolute directory: \"file://host/x\".\n");
+  expect_refused("file://host/x", "a/b", EINVAL,
+                 "The storage pool's URL has no absolute directory: \"file://host/x\".\n");
 }
 
 TEST_F(Make_Client, APathOutOfThePoolIsRefused) {
-  expect_refused("file://" + dir_.path(), "a/../b", EINVAL, "The path in the storage pool is not allowed: \"a/../b\".\n");
+  expect_refused("file://" + dir_.path(), "a/../b", EINVAL,
+                 "The path in the storage pool is not allowed: \"a/../b\".\n");
 }
 
 TEST_F(Make_Client, APoolWithACipherIsRefused) {
   pool_.cipher = ENCRYPT_AES_128_CBC;
-  expect_refused("file://" + dir_.path(), "a/b", ENOTSUP, "Encrypted storage pools are not supported, cipher: \"1\".\n");
+  expect_refused("file://" + dir_.path(), "a/b", ENOTSUP,
+                 "Encrypted storage pools are not supported, cipher: \"1\".\n");
   pool_.cipher = ENCRYPT_UNKNOWN;
-  expect_refused("file://" + dir_.path(), "a/b", ENOTSUP, "Encrypted storage pools are not supported, cipher: \"-1\".\n");
+  expect_refused("file://" + dir_.path(), "a/b", ENOTSUP,
+                 "Encrypted storage pools are not supported, cipher: \"-1\".\n");
 }
 
 }  // namespace

@@ -209,7 +209,9 @@ TEST_P(Driver_Conformance, AListedObjectMayBeRemovedOnTheWay) {
   EXPECT_EQ(keys(), Keys{});
 }
 
-TEST_P(Driver_Conformance, AnEmptyPoolIsAnEmptyList) { EXPECT_EQ(keys(), Keys{}); }
+TEST_P(Driver_Conformance, AnEmptyPoolIsAnEmptyList) {
+  EXPECT_EQ(keys(), Keys{});
+}
 
 TEST_P(Driver_Conformance, RemovingTwiceIsAsGoodAsOnce) {
   ASSERT_TRUE(store("a/b/object", "x"));

@@ -169,7 +169,8 @@ TEST_F(File_Client_IO_Test, AFailureNamesOperationKeyAndReasonOnce) {
   test_support::Log_Capture log;
   EXPECT_EQ(client_.create("a/object"), nullptr);
   EXPECT_EQ(errno, ENOTDIR);
-  EXPECT_TRUE(log.has(LM_ERROR, "Failed to create object \"a/object\" in \"" + root_ + "\": Not a directory.\n")) << log.all();
+  EXPECT_TRUE(log.has(LM_ERROR, "Failed to create object \"a/object\" in \"" + root_ + "\": Not a directory.\n"))
+      << log.all();
   EXPECT_EQ(log.lines().size(), 1u);
 }
 

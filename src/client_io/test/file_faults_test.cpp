@@ -39,7 +39,9 @@ class File_Faults : public ::testing::Test {
       ++failures;
       EXPECT_EQ(found, error);
       ASSERT_EQ(log.lines().size(), 1u) << log.all();
-      EXPECT_TRUE(log.has_containing(LM_ERROR, "object \"a/b/object\" in \"" + root_ + "\": " + strerror(error) + ".\n")) << log.all();
+      EXPECT_TRUE(
+          log.has_containing(LM_ERROR, "object \"a/b/object\" in \"" + root_ + "\": " + strerror(error) + ".\n"))
+          << log.all();
       EXPECT_TRUE(is_empty()) << "call " << nth;
     }
   }
@@ -49,11 +51,19 @@ class File_Faults : public ::testing::Test {
   File_Client_IO client_{root_, Client_IO_Base::Options()};
 };
 
-TEST_F(File_Faults, AFailedWriteLeavesNothing) { expect_clean_failures(posix_faults::WRITE, ENOSPC, 1); }
+TEST_F(File_Faults, AFailedWriteLeavesNothing) {
+  expect_clean_failures(posix_faults::WRITE, ENOSPC, 1);
+}
 // Of two directories, their parents' and at the end the file's and its directory's.
-TEST_F(File_Faults, AFailedSyncLeavesNothing) { expect_clean_failures(posix_faults::FSYNC, EIO, 4); }
-TEST_F(File_Faults, AFailureAtCloseLeavesNothing) { expect_clean_failures(posix_faults::CLOSE, EDQUOT, 1); }
-TEST_F(File_Faults, AFailedRenameLeavesNothing) { expect_clean_failures(posix_faults::RENAME, EIO, 1); }
+TEST_F(File_Faults, AFailedSyncLeavesNothing) {
+  expect_clean_failures(posix_faults::FSYNC, EIO, 4);
+}
+TEST_F(File_Faults, AFailureAtCloseLeavesNothing) {
+  expect_clean_failures(posix_faults::CLOSE, EDQUOT, 1);
+}
+TEST_F(File_Faults, AFailedRenameLeavesNothing) {
+  expect_clean_failures(posix_faults::RENAME, EIO, 1);
+}
 
 TEST_F(File_Faults, AFilesystemWithoutExclusiveRenameLinks) {
   posix_faults::fail(posix_faults::RENAME, 0, EINVAL);
@@ -97,7 +107,8 @@ TEST_F(File_Faults, AFailedReadIsToldWithItsReason) {
   EXPECT_EQ(reader->read(0, bytes, 5), -1);
   EXPECT_EQ(errno, EIO);
   posix_faults::stop();
-  EXPECT_TRUE(log.has(LM_ERROR, "Failed to read object \"object\" in \"" + root_ + "\": Input/output error.\n")) << log.all();
+  EXPECT_TRUE(log.has(LM_ERROR, "Failed to read object \"object\" in \"" + root_ + "\": Input/output error.\n"))
+      << log.all();
 }
 
 TEST_F(File_Faults, WithoutFlushNothingIsSyncedAtTheCommit) {

@@ -37,7 +37,8 @@ TEST_F(Small_Pool, AFullPoolFailsTheObjectAndKeepsWhatIsThere) {
   EXPECT_EQ(errno, ENOSPC);
   EXPECT_FALSE(writer->commit());
   EXPECT_EQ(errno, ENOSPC);
-  EXPECT_TRUE(log.has(LM_ERROR, "Failed to write object \"new/object\" in \"" + dir_.path() + "\": No space left on device.\n"))
+  EXPECT_TRUE(
+      log.has(LM_ERROR, "Failed to write object \"new/object\" in \"" + dir_.path() + "\": No space left on device.\n"))
       << log.all();
   EXPECT_EQ(log.lines().size(), 1u);
   EXPECT_FALSE(fs::exists(dir_ / "new"));

@@ -40,8 +40,12 @@ bool stop() {
   return struck;
 }
 
-void count(Call call) { fail(call, -1, 0); }
-int calls() { return made; }
+void count(Call call) {
+  fail(call, -1, 0);
+}
+int calls() {
+  return made;
+}
 
 }  // namespace posix_faults
 
@@ -51,7 +55,9 @@ ssize_t write(int fd, const void* data, size_t n) {
   return strikes(posix_faults::WRITE) ? -1 : syscall(SYS_write, fd, data, n);
 }
 
-int fsync(int fd) { return strikes(posix_faults::FSYNC) ? -1 : static_cast<int>(syscall(SYS_fsync, fd)); }
+int fsync(int fd) {
+  return strikes(posix_faults::FSYNC) ? -1 : static_cast<int>(syscall(SYS_fsync, fd));
+}
 
 // As the kernel does it: the descriptor is closed also when the call fails.
 int close(int fd) {

@@ -84,7 +84,7 @@ TEST(Rate_Limiter, AWindowThatBeginsOrEndsIsFeltAtOnce) {
   clock.start_ = 90;
   Rate_Limiter limiter({{100, 109, 1000}}, clock);
   EXPECT_EQ(seconds_for(limiter, clock, 1 << 20), 0.0);
-  clock.now_ = seconds(10);                                        // the window begins
+  clock.now_ = seconds(10);                                      // the window begins
   EXPECT_NEAR(seconds_for(limiter, clock, 1 << 20), 10.0, 1.0);  // a megabyte takes no longer than the window lasts
 }
 

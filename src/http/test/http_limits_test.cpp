@@ -51,7 +51,8 @@ INSTANTIATE_TEST_SUITE_P(
                     Malformed{"LengthNegative", line + "Content-Length: -1\r\n\r\nx"},
                     Malformed{"LengthBeyond64Bit", line + "Content-Length: 99999999999999999999\r\n\r\nx"},
                     Malformed{"TwoLengths", line + "Content-Length: 1\r\nContent-Length: 2\r\n\r\nxx"},
-                    Malformed{"LengthAndChunks", line + "Content-Length: 1\r\nTransfer-Encoding: chunked\r\n\r\n0\r\n\r\n"},
+                    Malformed{"LengthAndChunks",
+                              line + "Content-Length: 1\r\nTransfer-Encoding: chunked\r\n\r\n0\r\n\r\n"},
                     Malformed{"UnknownTransferEncoding", line + "Transfer-Encoding: gzip\r\n\r\nx"},
                     Malformed{"ChunkSizeNotHex", line + "Transfer-Encoding: chunked\r\n\r\nzz\r\nx\r\n0\r\n\r\n"},
                     Malformed{"ChunkSizeTooLong", line + "Transfer-Encoding: chunked\r\n\r\n11111111111111111\r\nx"},
@@ -100,7 +101,8 @@ TEST_F(HTTP_Limits_Test, ChunksBeyondTheLimitOfTheBodyAre413) {
 
 TEST_F(HTTP_Limits_Test, OneHugeChunkIs413) {
   start();
-  EXPECT_THAT(conversation(line + "Transfer-Encoding: chunked\r\n\r\nffffffffffffffff\r\nx"), StartsWith("HTTP/1.1 413 "));
+  EXPECT_THAT(conversation(line + "Transfer-Encoding: chunked\r\n\r\nffffffffffffffff\r\nx"),
+              StartsWith("HTTP/1.1 413 "));
 }
 
 TEST_F(HTTP_Limits_Test, SlowHeadIsCutOff) {

@@ -44,7 +44,8 @@ TEST_F(HTTP_Server_Test, PipelinedRequestsAreAnsweredInTheirOrder) {
   Raw_Peer peer = this->peer();
   peer.say(post("keep") + post("second") + post("third"));
   service_.kept()->reply(200, "first");
-  for (const char* body : {"first", "second", "third"}) EXPECT_THAT(peer.hear(), EndsWith(std::string("\r\n\r\n") + body));
+  for (const char* body : {"first", "second", "third"})
+    EXPECT_THAT(peer.hear(), EndsWith(std::string("\r\n\r\n") + body));
 }
 
 TEST_F(HTTP_Server_Test, ConnectionEndsWhenThePeerAsksForIt) {
@@ -234,8 +235,8 @@ TEST_F(HTTP_Server_Test, WithoutATokenTCPIsNotOpened) {
 
 TEST_F(HTTP_Server_Test, CallerByTCPNeedsTheToken) {
   start();
-  for (const char* field : {"", "Authorization: Bearer wrong\r\n", "Authorization: Basic secret\r\n",
-                            "Authorization: Bearer\r\n"}) {
+  for (const char* field :
+       {"", "Authorization: Bearer wrong\r\n", "Authorization: Basic secret\r\n", "Authorization: Bearer\r\n"}) {
     Raw_Peer peer = tcp_peer();
     peer.say(post("x", field));
     const std::string answer = peer.hear_all();

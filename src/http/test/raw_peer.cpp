@@ -15,7 +15,9 @@ Raw_Peer::Raw_Peer(int fd) : fd_(fd) {
   setsockopt(fd_, SOL_SOCKET, SO_SNDTIMEO, &patience, sizeof patience);
 }
 
-Raw_Peer::~Raw_Peer() { hang_up(); }
+Raw_Peer::~Raw_Peer() {
+  hang_up();
+}
 
 Raw_Peer Raw_Peer::to_unix(const std::string& path) {
   Raw_Peer peer(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
@@ -77,7 +79,9 @@ std::string Raw_Peer::hear(size_t bytes) {
   return heard;
 }
 
-std::string Raw_Peer::hear_all() { return hear(std::string::npos); }
+std::string Raw_Peer::hear_all() {
+  return hear(std::string::npos);
+}
 
 bool Raw_Peer::ends() {
   char byte;
@@ -91,7 +95,8 @@ std::string post(const std::string& body, const std::string& fields) {
 }
 
 std::string upgrade(const std::string& fields) {
-  return "GET /d2/jr HTTP/1.1\r\nHost: x\r\nConnection: Upgrade\r\nUpgrade: websocket\r\nSec-WebSocket-Version: 13\r\n" +
+  return "GET /d2/jr HTTP/1.1\r\nHost: x\r\nConnection: Upgrade\r\nUpgrade: websocket\r\nSec-WebSocket-Version: "
+         "13\r\n" +
          fields + "Sec-WebSocket-Key: dGhlIHNhbXBsZSBub25jZQ==\r\n\r\n";
 }
 

@@ -9,8 +9,8 @@
 #include "http/http_service.h"
 
 /**
- * Answers a POST with its body, at once; the body "keep" is kept to be answered by the test, "empty" is answered with 204.
- * A WebSocket gets each message back.
+ * Answers a POST with its body, at once; the body "keep" is kept to be answered by the test, "empty" is answered with
+ * 204. A WebSocket gets each message back.
  */
 class Scripted_Service : public HTTP_Service {
  public:

@@ -108,10 +108,12 @@ TEST_F(JSON_RPC_Exchange_Test, ParamsOfAnyTypeReachTheHandler) {
 
 TEST_F(JSON_RPC_Exchange_Test, TextThatIsNoJSONIsAParseError) {
   const std::string nul("{\"jsonrpc\":\"2.0\",\"id\":1,\"method\":\"echo\"}\0", 41);
-  for (const std::string& text : {std::string(), std::string("{"), std::string("\xff"), std::string(100000, '['), nul}) {
+  for (const std::string& text :
+       {std::string(), std::string("{"), std::string("\xff"), std::string(100000, '['), nul}) {
     answers_.clear();
     serve(text);
-    EXPECT_THAT(answers_, ElementsAre(R"({"error":{"code":-32700,"message":"Parse error."},"id":null,"jsonrpc":"2.0"})"));
+    EXPECT_THAT(answers_,
+                ElementsAre(R"({"error":{"code":-32700,"message":"Parse error."},"id":null,"jsonrpc":"2.0"})"));
   }
   EXPECT_EQ(0, echo_.calls);
 }
@@ -174,17 +176,15 @@ TEST_F(JSON_RPC_Exchange_Test, EmptyBatchAndOneTooLongAreSingleErrorsAndNothingI
   const std::string one = R"({"jsonrpc":"2.0","id":1,"method":"echo"})";
   serve("[]");
   serve("[" + one + "," + one + "," + one + "," + one + "]");
-  EXPECT_THAT(answers_,
-              ElementsAre(R"({"error":{"code":-32600,"message":"Invalid request: the batch is empty."},)"
-                          R"("id":null,"jsonrpc":"2.0"})",
-                          R"({"error":{"code":-32600,"message":"Invalid request: the batch is too long."},)"
-                          R"("id":null,"jsonrpc":"2.0"})"));
+  EXPECT_THAT(answers_, ElementsAre(R"({"error":{"code":-32600,"message":"Invalid request: the batch is empty."},)"
+                                    R"("id":null,"jsonrpc":"2.0"})",
+                                    R"({"error":{"code":-32600,"message":"Invalid request: the batch is too long."},)"
+                                    R"("id":null,"jsonrpc":"2.0"})"));
   EXPECT_EQ(0, echo_.calls);
 }
 
 TEST_F(JSON_RPC_Exchange_Test, BatchWaitsForItsLastAnswer) {
-  const auto exchange =
-      serve(R"([{"jsonrpc":"2.0","id":1,"method":"keep"},{"jsonrpc":"2.0","id":2,"method":"keep"}])");
+  const auto exchange = serve(R"([{"jsonrpc":"2.0","id":1,"method":"keep"},{"jsonrpc":"2.0","id":2,"method":"keep"}])");
   EXPECT_EQ(0, keeper_.answer(1));
   EXPECT_THAT(answers_, IsEmpty());
   EXPECT_EQ(0, keeper_.answer(0));
@@ -193,8 +193,7 @@ TEST_F(JSON_RPC_Exchange_Test, BatchWaitsForItsLastAnswer) {
 }
 
 TEST_F(JSON_RPC_Exchange_Test, SecondAnswerToARequestIsRefused) {
-  const auto exchange =
-      serve(R"([{"jsonrpc":"2.0","id":1,"method":"keep"},{"jsonrpc":"2.0","id":2,"method":"keep"}])");
+  const auto exchange = serve(R"([{"jsonrpc":"2.0","id":1,"method":"keep"},{"jsonrpc":"2.0","id":2,"method":"keep"}])");
   EXPECT_EQ(0, keeper_.answer(0));
   EXPECT_EQ(-1, keeper_.answer(0));
   EXPECT_THAT(answers_, IsEmpty());

@@ -87,17 +87,21 @@ template <typename T>
 JSON_RPC_Object* make() {
   return new T;
 }
-JSON_RPC_Object* make_response() { return new JSON_RPC_Response(nullptr); }
-JSON_RPC_Object* make_error() { return new JSON_RPC_Response_Error(1, Value::null, "", Value::null); }
+JSON_RPC_Object* make_response() {
+  return new JSON_RPC_Response(nullptr);
+}
+JSON_RPC_Object* make_error() {
+  return new JSON_RPC_Response_Error(1, Value::null, "", Value::null);
+}
 
-INSTANTIATE_TEST_SUITE_P(
-    Kinds, Dispatch_By_Kind,
-    testing::Values(Dispatch_Case{"Request", make<JSON_RPC_Request>, "request", "request_or_notify"},
-                    Dispatch_Case{"Notify", make<JSON_RPC_Notify>, "notify", "request_or_notify"},
-                    Dispatch_Case{"YAJL", make<JSON_RPC_YAJL_Request>, "yajl", "yajl or notify"},
-                    Dispatch_Case{"Response", make_response, "response", "response"},
-                    Dispatch_Case{"Error", make_error, "error", "error"}),
-    [](const auto& info) { return info.param.name; });
+INSTANTIATE_TEST_SUITE_P(Kinds, Dispatch_By_Kind,
+                         testing::Values(Dispatch_Case{"Request", make<JSON_RPC_Request>, "request",
+                                                       "request_or_notify"},
+                                         Dispatch_Case{"Notify", make<JSON_RPC_Notify>, "notify", "request_or_notify"},
+                                         Dispatch_Case{"YAJL", make<JSON_RPC_YAJL_Request>, "yajl", "yajl or notify"},
+                                         Dispatch_Case{"Response", make_response, "response", "response"},
+                                         Dispatch_Case{"Error", make_error, "error", "error"}),
+                         [](const auto& info) { return info.param.name; });
 
 TEST(JSON_RPC_Handler_Impl_Base_Test, RequestThatNobodyOverridesIsNotFound) {
   auto* const recorder = new Recording_Channel;

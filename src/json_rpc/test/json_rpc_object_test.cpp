@@ -10,7 +10,9 @@ using json_spirit::Value;
 
 namespace {
 
-std::string text(const JSON_RPC_Object& object) { return JSON_RPC_Object_Dump(object, 0).c_str(); }
+std::string text(const JSON_RPC_Object& object) {
+  return JSON_RPC_Object_Dump(object, 0).c_str();
+}
 
 TEST(JSON_RPC_Object_Test, RequestShowsVersionIdMethodAndParams) {
   JSON_RPC_Request request;

@@ -48,6 +48,7 @@ TESSARIN_API JSON_RPC_Handler* _make_No_Handler(JSON_RPC_Handler_Exterminator* g
   return nullptr;
 }
 
-TESSARIN_API int living_handlers() { return living; }
-
+TESSARIN_API int living_handlers() {
+  return living;
+}
 }

@@ -98,8 +98,9 @@ TEST_F(JSON_RPC_Thread_Pool_Handler_Test, WithoutWorkersTheRequestIsLostWithTwoL
 TEST_F(JSON_RPC_Thread_Pool_Handler_Test, WithoutOpenPoolTheRequestIsLostWithTwoLines) {
   EXPECT_EQ(0, handler_.handle(JSON_RPC_Channel_ptr(channel_), request_));
   ASSERT_EQ(1u, log_.texts(LM_EMERGENCY).size());
-  EXPECT_THAT(log_.texts(LM_EMERGENCY)[0],
-              testing::MatchesRegex("Unexpected error in .*json_rpc_thread_pool\\.cpp:[0-9]+, pool_ is NULL:\n(.|\n)*\n"));
+  EXPECT_THAT(
+      log_.texts(LM_EMERGENCY)[0],
+      testing::MatchesRegex("Unexpected error in .*json_rpc_thread_pool\\.cpp:[0-9]+, pool_ is NULL:\n(.|\n)*\n"));
   EXPECT_EQ(1u, log_.texts(LM_ERROR).size());
   EXPECT_THAT(recorder_->sent(), IsEmpty());
 }
@@ -107,7 +108,10 @@ TEST_F(JSON_RPC_Thread_Pool_Handler_Test, WithoutOpenPoolTheRequestIsLostWithTwo
 TEST_F(JSON_RPC_Thread_Pool_Handler_Test, FullQueueRefusesAtOnce) {
   open(1, 1);
   std::promise<void> begun, go;
-  JSON_RPC_Thread_Pool::instance()->schedule(ACE_Time_Value::zero, [&] { begun.set_value(); go.get_future().wait(); });
+  JSON_RPC_Thread_Pool::instance()->schedule(ACE_Time_Value::zero, [&] {
+    begun.set_value();
+    go.get_future().wait();
+  });
   begun.get_future().wait();
   JSON_RPC_Thread_Pool::instance()->schedule(ACE_Time_Value::zero, [] {});
   EXPECT_EQ(0, handler_.handle(JSON_RPC_Channel_ptr(channel_), request_));

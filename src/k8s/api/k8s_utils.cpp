@@ -17,7 +17,9 @@ constexpr mode_t target_mode = 0750;
 constexpr unsigned long bind_flags = MS_BIND | MS_REC;
 constexpr unsigned long read_only_flags = bind_flags | MS_REMOUNT | MS_RDONLY;
 
-bool is_directory_mode(mode_t mode) { return (mode & S_IFMT) == S_IFDIR; }
+bool is_directory_mode(mode_t mode) {
+  return (mode & S_IFMT) == S_IFDIR;
+}
 
 }  // namespace
 
@@ -30,8 +32,8 @@ bool mount_bind(const std::string& src, const std::string& target) {
   Mount_Calls& calls = Mount_Calls::instance();
   const bool bound = calls.mount(src.c_str(), target.c_str(), bind_flags) == 0;
   const bool read_only = bound && calls.mount(src.c_str(), target.c_str(), read_only_flags) == 0;
-  // The remount changes the top mount only. Also, a tree that is still shared with its source would take the source's own
-  // submounts along when it is detached, so it is sealed even where the remount failed and the job is about to end.
+  // The remount changes the top mount only. Also, a tree that is still shared with its source would take the source's
+  // own submounts along when it is detached, so it is sealed even where the remount failed and the job is about to end.
   const bool sealed = bound && calls.seal(target.c_str()) == 0;
   if (!read_only) {
     ACE_ERROR((LM_ERROR, ACE_TEXT("Failed to mount data directory '%s' to '%s'.\n"), src.c_str(), target.c_str()));

@@ -17,8 +17,8 @@ namespace k8s {
 [[nodiscard]] bool mount_bind(const std::string& src, const std::string& target);
 
 /**
- * Detaches whatever is mounted at the direct children of the directory @a path; deeper mount points of their own are not
- * looked for. A child that can't be unmounted gets a line at LM_WARNING, and the walk goes on.
+ * Detaches whatever is mounted at the direct children of the directory @a path; deeper mount points of their own are
+ * not looked for. A child that can't be unmounted gets a line at LM_WARNING, and the walk goes on.
  *
  * @retval true   @a path is a directory, whatever became of its children.
  * @retval false  @a path is no directory; nothing is logged.

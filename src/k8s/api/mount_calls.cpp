@@ -23,10 +23,16 @@ int Mount_Calls::seal(const char* target) {
   return mount_setattr(AT_FDCWD, target, AT_RECURSIVE, &attributes, sizeof attributes);
 }
 
-int Mount_Calls::umount(const char* target, int flags) { return ::umount2(target, flags); }
+int Mount_Calls::umount(const char* target, int flags) {
+  return ::umount2(target, flags);
+}
 
-Mount_Calls& Mount_Calls::instance() { return *calls_in_use; }
+Mount_Calls& Mount_Calls::instance() {
+  return *calls_in_use;
+}
 
-void Mount_Calls::install(Mount_Calls* calls) { calls_in_use = calls != nullptr ? calls : &system_calls; }
+void Mount_Calls::install(Mount_Calls* calls) {
+  calls_in_use = calls != nullptr ? calls : &system_calls;
+}
 
 }  // namespace k8s

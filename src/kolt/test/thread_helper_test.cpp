@@ -65,7 +65,12 @@ class Busy_Worker {
  public:
   explicit Busy_Worker(Thread_Pool_Helper& pool) {
     const auto begun = std::make_shared<std::promise<void>>();
-    pool.putq([begun, go = go_.get_future().share()] { begun->set_value(); go.wait(); }, false, nullptr);
+    pool.putq(
+        [begun, go = go_.get_future().share()] {
+          begun->set_value();
+          go.wait();
+        },
+        false, nullptr);
     begun->get_future().wait();
   }
   void release() { go_.set_value(); }
@@ -180,7 +185,8 @@ TEST_F(Thread_Pool_Helper_Test, FrontIsRunAheadOfAllThatWaits) {
   Busy_Worker busy(pool);
   std::vector<std::string> order;
   put(pool, [&order] { order.push_back("tail"); });
-  put(pool, [&order] { order.push_back("front"); }, true);
+  put(
+      pool, [&order] { order.push_back("front"); }, true);
   busy.release();
   pool.shutdown();
   EXPECT_THAT(order, ElementsAre("front", "tail"));

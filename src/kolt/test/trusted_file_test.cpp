@@ -59,7 +59,9 @@ TEST_F(Trusted_File_Test, LinkIsJudgedByWhereItLeads) {
   EXPECT_FALSE(is_trusted_file(dir_ / "link"));
 }
 
-TEST_F(Trusted_File_Test, DirectoryIsRefused) { EXPECT_FALSE(is_trusted_file(dir_.path())); }
+TEST_F(Trusted_File_Test, DirectoryIsRefused) {
+  EXPECT_FALSE(is_trusted_file(dir_.path()));
+}
 
 TEST_F(Trusted_File_Test, FileOfAnotherUserIsRefused) {
   if (geteuid() != 0) GTEST_SKIP() << "needs root to give a file away";

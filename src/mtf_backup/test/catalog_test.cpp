@@ -7,8 +7,8 @@
 
 namespace {
 
-using MTF_BACKUP::catalog_order;
 using MTF_BACKUP::Catalog_Entry;
+using MTF_BACKUP::catalog_order;
 using MTF_BACKUP::Catalog_Reader;
 using MTF_BACKUP::Catalog_Writer;
 using test_support::Fault_Plan;
@@ -89,14 +89,19 @@ class Catalog : public Store_Fixture {
 
 TEST(Catalog_Order, InADirectoryItsFilesComeBeforeItsSubdirectories) {
   const std::vector<Catalog_Entry> ordered = {
-      entry("", true),           entry("z", false),           entry("a", true),      entry("a/x", false),
-      entry("a/y", false),       entry("a/b", true),          entry("a/b/c", false), entry("a/b-", true),
-      entry("a.b", true),        entry("b", true),            entry("b\xff", true),  entry("", true, 1),
-      entry("a", false, 1),      entry("", true, 2)};
+      entry("", true),      entry("z", false),     entry("a", true),     entry("a/x", false), entry("a/y", false),
+      entry("a/b", true),   entry("a/b/c", false), entry("a/b-", true),  entry("a.b", true),  entry("b", true),
+      entry("b\xff", true), entry("", true, 1),    entry("a", false, 1), entry("", true, 2)};
   for (size_t i = 0; i < ordered.size(); ++i)
     for (size_t j = 0; j < ordered.size(); ++j) {
       const int order = catalog_order(ordered[i], ordered[j]);
-      EXPECT_EQ(i < j ? -1 : i > j ? 1 : 0, order < 0 ? -1 : order > 0 ? 1 : 0) << ordered[i].path << " " << ordered[j].path;
+      EXPECT_EQ(i < j   ? -1
+                : i > j ? 1
+                        : 0,
+                order < 0   ? -1
+                : order > 0 ? 1
+                            : 0)
+          << ordered[i].path << " " << ordered[j].path;
     }
 }
 
@@ -183,7 +188,9 @@ TEST_F(Catalog, EntriesOutOfOrderAreRefused) {
     ASSERT_TRUE(writer.open() && writer.append(first));
     EXPECT_FALSE(writer.append(second));
     EXPECT_EQ(errno, EINVAL);
-    EXPECT_TRUE(log.has(LM_ERROR, "Failed to add an entry to the catalog, it is out of order: \"" + second.path + "\".\n")) << log.all();
+    EXPECT_TRUE(
+        log.has(LM_ERROR, "Failed to add an entry to the catalog, it is out of order: \"" + second.path + "\".\n"))
+        << log.all();
     EXPECT_FALSE(writer.append(entry("zzz", true, 9)));  // the first failure stays
     EXPECT_FALSE(writer.finish());
     EXPECT_EQ(log.lines().size(), 1u);

@@ -63,7 +63,8 @@ TEST_P(Medium, ReadsAtAnyOffsetInAnyOrder) {
     const uint64_t offset = random() % bytes.size();
     const ssize_t got = reader->read(offset, part.data(), part.size());
     ASSERT_EQ(got, static_cast<ssize_t>(std::min<size_t>(part.size(), bytes.size() - offset)));
-    ASSERT_TRUE(std::string_view(part.data(), static_cast<size_t>(got)) == std::string_view(bytes).substr(offset, part.size()));
+    ASSERT_TRUE(std::string_view(part.data(), static_cast<size_t>(got)) ==
+                std::string_view(bytes).substr(offset, part.size()));
   }
   EXPECT_EQ(reader->read(bytes.size(), part.data(), 1), 0);
   EXPECT_EQ(reader->read(UINT64_MAX, part.data(), 1), 0);
@@ -105,14 +106,16 @@ TEST_P(Medium, MoreMediaThanBuffersDoNotWaitForEachOther) {
   ASSERT_TRUE(small.open());
   std::vector<std::unique_ptr<Medium_Writer>> writers;
   for (unsigned channel = 0; channel < 6; ++channel) {
-    writers.push_back(std::make_unique<Medium_Writer>(client_, Medium_Id{id_.set_dir, "uuid", channel, GetParam()}, 0, small));
+    writers.push_back(
+        std::make_unique<Medium_Writer>(client_, Medium_Id{id_.set_dir, "uuid", channel, GetParam()}, 0, small));
     ASSERT_TRUE(writers.back()->open());
   }
   const std::string bytes = some_bytes(5 * frame_size / 2);
   for (auto& writer : writers) ASSERT_TRUE(append(*writer, bytes));
   for (auto& writer : writers) EXPECT_TRUE(writer->finish());
   std::vector<std::unique_ptr<Medium_Reader>> readers;
-  for (unsigned channel = 0; channel < 6; ++channel) readers.push_back(open_medium({id_.set_dir, "uuid", channel, GetParam()}));
+  for (unsigned channel = 0; channel < 6; ++channel)
+    readers.push_back(open_medium({id_.set_dir, "uuid", channel, GetParam()}));
   for (auto& reader : readers) EXPECT_TRUE(read_all(reader.get()) == bytes);
 }
 
@@ -291,7 +294,8 @@ TEST_F(Stored_Medium, OtherMethodsAreRefused) {
     Medium_Writer writer(client_, medium_id(method), 0, workers_);
     EXPECT_FALSE(writer.open());
     EXPECT_EQ(errno, ENOTSUP);
-    EXPECT_TRUE(log.has(LM_ERROR, "Compression method " + std::to_string(method) + " is not supported.\n")) << log.all();
+    EXPECT_TRUE(log.has(LM_ERROR, "Compression method " + std::to_string(method) + " is not supported.\n"))
+        << log.all();
   }
 }
 
@@ -304,9 +308,10 @@ TEST_F(Stored_Medium, AFrameThatUnpacksToMoreThanItsPlaceIsRefused) {
   std::string bomb(ZSTD_compressBound(zeros.size()), '\0');
   bomb.resize(ZSTD_compress(bomb.data(), bomb.size(), zeros.data(), zeros.size(), 1));
   pool_->objects[medium_key(id)] = bomb;
-  ASSERT_TRUE(index.open(client_, id) &&
-              index.append({0, static_cast<uint32_t>(bomb.size()), frame_size, XXH3_64bits(bomb.data(), bomb.size())}) &&
-              index.finish(object));
+  ASSERT_TRUE(
+      index.open(client_, id) &&
+      index.append({0, static_cast<uint32_t>(bomb.size()), frame_size, XXH3_64bits(bomb.data(), bomb.size())}) &&
+      index.finish(object));
   Log_Capture log;
   EXPECT_EQ(read_all(open_medium(id).get()), "(failed)");
   EXPECT_TRUE(log.has_containing(LM_ERROR, "is damaged at offset 0: a frame cannot be decompressed.")) << log.all();

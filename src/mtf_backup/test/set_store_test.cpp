@@ -64,7 +64,8 @@ TEST(Commit_Record_Text, EveryDamageIsFoundAndLeavesTheRecordAlone) {
     EXPECT_FALSE(record.from_text(text, "dir/commit")) << text;
     EXPECT_EQ(errno, EBADMSG);
     EXPECT_EQ(record.set_uuid, "untouched");
-    EXPECT_TRUE(log.has(LM_ERROR, "Object \"dir/commit\" is damaged at offset 0: its checksum does not fit.\n")) << log.all();
+    EXPECT_TRUE(log.has(LM_ERROR, "Object \"dir/commit\" is damaged at offset 0: its checksum does not fit.\n"))
+        << log.all();
   };
   for (size_t bit = 0; bit < good.size() * 8; ++bit) {
     std::string bad = good;
@@ -82,7 +83,8 @@ std::string forged(const std::string& from, const std::string& to) {
   const size_t at = body.find(from);
   EXPECT_NE(at, std::string::npos) << from;
   body.replace(at, from.size(), to);
-  return "{\"checksum\":\"" + MTF_BACKUP::hash_text(XXH3_128bits(body.data(), body.size())) + "\",\"record\":" + body + "}\n";
+  return "{\"checksum\":\"" + MTF_BACKUP::hash_text(XXH3_128bits(body.data(), body.size())) + "\",\"record\":" + body +
+         "}\n";
 }
 
 TEST(Commit_Record_Text, AContentThatCannotBeIsRefused) {
@@ -276,7 +278,9 @@ TEST_F(Sets, ARecordInThePlaceOfAnotherIsFound) {
   pool_->objects["a/0000000001.1/commit"] = pool_->objects["a/0000000001.2/commit"];
   Log_Capture log;
   EXPECT_EQ(listed(), Strings{"a/0000000001.2"});
-  EXPECT_TRUE(log.has(LM_ERROR, "Object \"a/0000000001.1/commit\" is damaged at offset 0: it is that of another set.\n")) << log.all();
+  EXPECT_TRUE(
+      log.has(LM_ERROR, "Object \"a/0000000001.1/commit\" is damaged at offset 0: it is that of another set.\n"))
+      << log.all();
 }
 
 TEST_F(Sets, TheCallbackEndsAListing) {
@@ -304,11 +308,13 @@ TEST_F(Sets, ASweepTakesWhatHasNoRecordAndNothingElse) {
   ASSERT_TRUE(make_set("a", 1) && put("a/0000000001.2/catalog") && put("b/0000000001.1/channel-000.mtf"));
   ASSERT_TRUE(make_set("c", 1));
   pool_->objects["c/0000000001.1/commit"] = "damaged";
-  const Strings foreign = {"README", "a/notes", "a/0000000001.2/deeper/file", "a/1.1/x", "a/0000000001.0/x", "a/0000000001.01/x"};
+  const Strings foreign = {"README",  "a/notes",          "a/0000000001.2/deeper/file",
+                           "a/1.1/x", "a/0000000001.0/x", "a/0000000001.01/x"};
   for (const std::string& key : foreign) ASSERT_TRUE(put(key));
   ASSERT_TRUE(store_.sweep());
   Strings expected = foreign;
-  for (const char* key : {"a/0000000001.1/catalog", "a/0000000001.1/commit", "c/0000000001.1/catalog", "c/0000000001.1/commit"})
+  for (const char* key :
+       {"a/0000000001.1/catalog", "a/0000000001.1/commit", "c/0000000001.1/catalog", "c/0000000001.1/commit"})
     expected.push_back(key);
   std::sort(expected.begin(), expected.end());
   EXPECT_EQ(keys(), expected);
@@ -369,7 +375,8 @@ TEST_F(Make_Channel_Factory, GivesANewClientForEachChannel) {
 }
 
 TEST_F(Make_Channel_Factory, IsEmptyWithOneLineWhereThePoolIsRefused) {
-  for (const char* url : {"dedup://x", "dedups://x", "ws://x", "wss://x", "s3://bucket/prefix", "ftp://x", "", "/dir"}) {
+  for (const char* url :
+       {"dedup://x", "dedups://x", "ws://x", "wss://x", "s3://bucket/prefix", "ftp://x", "", "/dir"}) {
     pool_.url = url;
     Log_Capture log;
     EXPECT_EQ(MTF_BACKUP::make_channel_factory(pool_, "host/minor", {}), nullptr) << url;

@@ -61,7 +61,8 @@ class Store_Fixture : public ::testing::Test {
                                                               index_size, workers_);
     return reader->open() ? std::move(reader) : nullptr;
   }
-  std::unique_ptr<MTF_BACKUP::Medium_Reader> open_medium(const MTF_BACKUP::Medium_Id& id, Client_IO_Base* client = nullptr) {
+  std::unique_ptr<MTF_BACKUP::Medium_Reader> open_medium(const MTF_BACKUP::Medium_Id& id,
+                                                         Client_IO_Base* client = nullptr) {
     return open_medium(id, stored_size(medium_key(id)), stored_size(index_key(id)), client);
   }
 
@@ -75,7 +76,8 @@ class Store_Fixture : public ::testing::Test {
     return bytes;
   }
 
-  /// Calls @a each for the object with each of its bits turned over, and for it cut at every length; puts it right again.
+  /// Calls @a each for the object with each of its bits turned over, and for it cut at every length; puts it right
+  /// again.
   void damage_everywhere(const std::string& key, const std::function<void(const std::string& what)>& each) {
     const std::string good = pool_->objects.at(key);
     for (size_t bit = 0; bit < good.size() * 8; ++bit) {

@@ -51,10 +51,17 @@ TEST_F(Agent_Options_Test, AddressAndPortAreSplit) {
 }
 
 TEST_F(Agent_Options_Test, WrongLinesAreRefusedWithAnExitCode) {
-  for (const std::vector<std::string>& words :
-       {std::vector<std::string>{"--listen", "127.0.0.1"}, {"--listen", ":80"}, {"--listen", "127.0.0.1:"},
-        {"--listen", "127.0.0.1:65536"}, {"--listen", "127.0.0.1:8o"}, {"--state-dir", "relative"}, {"--svc-conf", "svc.conf"},
-        {"--socket", "x.sock"}, {"--answer-timeout", "-1"}, {"--nonsense"}, {"word"}}) {
+  for (const std::vector<std::string>& words : {std::vector<std::string>{"--listen", "127.0.0.1"},
+                                                {"--listen", ":80"},
+                                                {"--listen", "127.0.0.1:"},
+                                                {"--listen", "127.0.0.1:65536"},
+                                                {"--listen", "127.0.0.1:8o"},
+                                                {"--state-dir", "relative"},
+                                                {"--svc-conf", "svc.conf"},
+                                                {"--socket", "x.sock"},
+                                                {"--answer-timeout", "-1"},
+                                                {"--nonsense"},
+                                                {"word"}}) {
     EXPECT_FALSE(parse(words)) << words[0];
     EXPECT_GT(exit_code_, 0);
     EXPECT_NE("", printed_);

@@ -35,8 +35,8 @@ class Agent_Process_Test : public testing::Test {
   }
 
   std::string service(const std::string& name, const std::string& method, const std::string& factory) {
-    return "dynamic " + name + " Service_Object * " TESSARIN_LIBRARY ":_make_JSON_RPC_Method() \"-m " + method + " -f " +
-           plugin_ + ":" + factory + "\"\n";
+    return "dynamic " + name + " Service_Object * " TESSARIN_LIBRARY ":_make_JSON_RPC_Method() \"-m " + method +
+           " -f " + plugin_ + ":" + factory + "\"\n";
   }
   void write_config(const std::string& text) { ASSERT_EQ(0, chmod(dir_.write("svc.conf", text).c_str(), 0644)); }
 
@@ -212,11 +212,13 @@ void replace_config(const std::string& config, const std::string& text) {
 INSTANTIATE_TEST_SUITE_P(
     Faults, Agent_Refuses,
     testing::Values(
-        Bad_Start{"ConfigOthersMayWrite", [](auto& config, auto&) { chmod(config.c_str(), 0666); }, "others may write it"},
+        Bad_Start{"ConfigOthersMayWrite", [](auto& config, auto&) { chmod(config.c_str(), 0666); },
+                  "others may write it"},
         Bad_Start{"NoConfig", [](auto& config, auto&) { unlink(config.c_str()); }, "No such file"},
         Bad_Start{"BrokenConfig", [](auto& config, auto&) { replace_config(config, "dynamic of nonsense\n"); },
                   "Failed to load all services"},
-        Bad_Start{"PluginOthersMayWrite", [](auto&, auto& plugin) { chmod(plugin.c_str(), 0777); }, "others may write it"},
+        Bad_Start{"PluginOthersMayWrite", [](auto&, auto& plugin) { chmod(plugin.c_str(), 0777); },
+                  "others may write it"},
         Bad_Start{"NoPlugin", [](auto&, auto& plugin) { unlink(plugin.c_str()); }, "Failed to load all services"}),
     [](const auto& info) { return info.param.name; });
 

@@ -14,7 +14,9 @@ namespace {
 
 std::atomic<bool> cancel_is_asked{false};
 
-void tell(const std::string& line) { (void)!::write(STDERR_FILENO, line.data(), line.size()); }
+void tell(const std::string& line) {
+  (void)!::write(STDERR_FILENO, line.data(), line.size());
+}
 
 /// Destroyed when the plug-in is unloaded.
 struct Unload_Witness {
@@ -61,7 +63,9 @@ class Cancel_Handler : public JSON_RPC_Thread_Pool_Handler_Impl {
   }
 };
 
-void gobble(void* handler) { delete static_cast<JSON_RPC_Handler*>(handler); }
+void gobble(void* handler) {
+  delete static_cast<JSON_RPC_Handler*>(handler);
+}
 
 }  // namespace
 
@@ -76,5 +80,4 @@ TESSARIN_API JSON_RPC_Handler* _make_Cancel_Handler(JSON_RPC_Handler_Exterminato
   *gobbler = gobble;
   return new Cancel_Handler;
 }
-
 }

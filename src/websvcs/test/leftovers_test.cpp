@@ -1,8 +1,8 @@
 #include "websvcs/leftovers.h"
 
+#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <fcntl.h>
 #include <sys/mount.h>
 #include <sys/stat.h>
 

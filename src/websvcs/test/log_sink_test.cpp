@@ -33,7 +33,8 @@ std::string logged(void (*lines)()) {
 
 TEST(Log_Sink_Test, LineHasTimePriorityAndText) {
   const std::string text = logged([] { ACE_ERROR((LM_ERROR, ACE_TEXT("Failed to do %d.\n"), 7)); });
-  EXPECT_THAT(text, testing::MatchesRegex("[0-9]+-[0-9]+-[0-9]+T[0-9]+:[0-9]+:[0-9]+\\.[0-9]+Z LM_ERROR Failed to do 7\\.\n"));
+  EXPECT_THAT(
+      text, testing::MatchesRegex("[0-9]+-[0-9]+-[0-9]+T[0-9]+:[0-9]+:[0-9]+\\.[0-9]+Z LM_ERROR Failed to do 7\\.\n"));
 }
 
 TEST(Log_Sink_Test, TextWithoutLineEndGetsOne) {
@@ -42,7 +43,8 @@ TEST(Log_Sink_Test, TextWithoutLineEndGetsOne) {
 
 TEST(Log_Sink_Test, SecretsAreMaskedAtEveryPriority) {
   const std::string text = logged([] {
-    for (const ACE_Log_Priority priority : {LM_DEBUG, LM_INFO, LM_NOTICE, LM_WARNING, LM_ERROR, LM_CRITICAL, LM_ALERT, LM_EMERGENCY}) {
+    for (const ACE_Log_Priority priority :
+         {LM_DEBUG, LM_INFO, LM_NOTICE, LM_WARNING, LM_ERROR, LM_CRITICAL, LM_ALERT, LM_EMERGENCY}) {
       ACE_Log_Msg::instance()->log(priority, ACE_TEXT("params {\"access_key\":\"canary\"} Bearer canary\n"));
     }
   });
@@ -52,9 +54,8 @@ TEST(Log_Sink_Test, SecretsAreMaskedAtEveryPriority) {
 }
 
 TEST(Log_Sink_Test, LinesOfOtherThreadsComeTheSameWay) {
-  const std::string text = logged([] {
-    std::thread([] { ACE_ERROR((LM_ERROR, ACE_TEXT("{\"key\":\"canary\"} of a thread\n"))); }).join();
-  });
+  const std::string text =
+      logged([] { std::thread([] { ACE_ERROR((LM_ERROR, ACE_TEXT("{\"key\":\"canary\"} of a thread\n"))); }).join(); });
   EXPECT_THAT(text, HasSubstr("of a thread"));
   EXPECT_THAT(text, Not(HasSubstr("canary")));
 }

@@ -12,7 +12,7 @@ namespace {
 class State_Dir_Test : public testing::Test {
  protected:
   mode_t mode(const std::string& path) {
-    struct stat status{};
+    struct stat status {};
     EXPECT_EQ(0, stat(path.c_str(), &status)) << path;
     return status.st_mode & 07777;
   }

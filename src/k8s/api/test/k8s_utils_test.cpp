@@ -120,9 +120,8 @@ TEST_F(Bind_Mounts, MissingTargetIsMadeWithItsParents) {
 TEST_F(Bind_Mounts, CallsGoOutInOrderWithTheirFlags) {
   Recorded_Mount_Calls system;
   ASSERT_TRUE(mount_bind(source, target));
-  EXPECT_THAT(system.calls,
-              ::testing::ElementsAre("mount " + source + " " + target + " 0x5000",
-                                     "mount " + source + " " + target + " 0x5021", "seal " + target));
+  EXPECT_THAT(system.calls, ::testing::ElementsAre("mount " + source + " " + target + " 0x5000",
+                                                   "mount " + source + " " + target + " 0x5021", "seal " + target));
 }
 
 TEST_F(Bind_Mounts, SourceStaysWritable) {
@@ -172,8 +171,7 @@ TEST_F(Bind_Mounts, TargetBelowAFileCannotBeMade) {
   Log_Capture log;
   Recorded_Mount_Calls system;
   EXPECT_FALSE(mount_bind(source, below));
-  EXPECT_THAT(log.texts(LM_ERROR),
-              ::testing::ElementsAre("Failed to create directory '" + below + "'.\n"));
+  EXPECT_THAT(log.texts(LM_ERROR), ::testing::ElementsAre("Failed to create directory '" + below + "'.\n"));
   EXPECT_THAT(system.calls, ::testing::IsEmpty());
 }
 
@@ -232,8 +230,7 @@ TEST_F(Bind_Mounts, EveryBindIsDetached) {
   ASSERT_TRUE(mount_bind(source, data + "/second"));
   Recorded_Mount_Calls system;
   EXPECT_TRUE(umounts(data));
-  EXPECT_THAT(system.calls,
-              ::testing::UnorderedElementsAre("umount " + target + " 2", "umount " + data + "/second 2"));
+  EXPECT_THAT(system.calls, ::testing::UnorderedElementsAre("umount " + target + " 2", "umount " + data + "/second 2"));
   EXPECT_FALSE(is_mount_point(target));
   EXPECT_FALSE(is_mount_point(data + "/second"));
 }
@@ -294,6 +291,8 @@ TEST_F(Bind_Mounts, PathThatIsNotThereIsRefusedSilently) {
   EXPECT_EQ("", log.all());
 }
 
-TEST_F(Bind_Mounts, FileInPlaceOfTheDirectoryIsRefused) { EXPECT_FALSE(umounts(source + "/file")); }
+TEST_F(Bind_Mounts, FileInPlaceOfTheDirectoryIsRefused) {
+  EXPECT_FALSE(umounts(source + "/file"));
+}
 
 }  // namespace

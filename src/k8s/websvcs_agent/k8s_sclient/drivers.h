@@ -22,7 +22,8 @@ class Metadata;
  * @param params  `meta`, `minor_resource_id`, `opts`, `seq`, `subtype`, `max_seconds_retry`, `resumption_buffer_size`,
  *                `access_key`, `pool_info`; optional `server_side_dedup` and the rate windows
  * @retval true   the set is in the pool; also where the directory held nothing to back up.
- * @retval false  at least one line tells why, but for a lack of memory (errno is ENOMEM); nothing is added to the totals.
+ * @retval false  at least one line tells why, but for a lack of memory (errno is ENOMEM); nothing is added to the
+ * totals.
  */
 bool mtf_backup(const std::string& job_id, const std::string& name, const std::string& path,
                 const json_spirit::Object& params);
@@ -33,8 +34,8 @@ bool mtf_backup(const std::string& job_id, const std::string& name, const std::s
  *
  * @retval false  one line at LM_ERROR tells why; @a bak may have been set up in part.
  */
-bool build_mtf_metadata(const MTF::Metadata& meta, const std::string& minor_resource_id, const json_spirit::Object& opts,
-                        const Pool_Info& pool, ACE_INT64 seq, MTF_Backup& bak);
+bool build_mtf_metadata(const MTF::Metadata& meta, const std::string& minor_resource_id,
+                        const json_spirit::Object& opts, const Pool_Info& pool, ACE_INT64 seq, MTF_Backup& bak);
 
 /**
  * Brings the set @a name back: what lies at or below the paths of @a entries, to where @a rules_map says.

@@ -19,8 +19,8 @@ K8S_SCLIENT_FACTORY_DEFINE(JSON_RPC_K8S_Process_Handler)
 
 namespace {
 
-/// Adds the final sizes of a completed task to the answer. What was reported last may be more than what was counted first.
-/// Throws std::exception where a size is missing.
+/// Adds the final sizes of a completed task to the answer. What was reported last may be more than what was counted
+/// first. Throws std::exception where a size is missing.
 void insert_sizes(const Object& task_result, const K8S_SClient_Toolkit::Progress& process, Object& result) {
   ACE_UINT64 size = 0;
   ACE_UINT64 set_size = 0;

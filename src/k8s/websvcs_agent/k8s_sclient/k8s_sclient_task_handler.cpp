@@ -32,10 +32,15 @@ typedef ACE_Unmanaged_Singleton<K8S_SClient_Task_Handler, ACE_Null_Mutex> K8S_SC
 typedef K8S_SClient_Volume_Event_Handler Totals;
 
 // Runs when the plug-in is unloaded.
-__attribute__((destructor)) static void K8S_SClient_Task_Handler_fini() { K8S_SClient_Task_Handler::close_instance(); }
+__attribute__((destructor)) static void K8S_SClient_Task_Handler_fini() {
+  K8S_SClient_Task_Handler::close_instance();
+}
 
-// The lock of the singleton is a null mutex: the instance is made while the plug-in is loaded, ahead of all job threads.
-__attribute__((constructor)) static void K8S_SClient_Task_Handler_init() { K8S_SClient_Task_Handler::instance(); }
+// The lock of the singleton is a null mutex: the instance is made while the plug-in is loaded, ahead of all job
+// threads.
+__attribute__((constructor)) static void K8S_SClient_Task_Handler_init() {
+  K8S_SClient_Task_Handler::instance();
+}
 
 K8S_SClient_Task_Handler::K8S_SClient_Task_Handler() : act_state_(JOB_STATE_NONE) {}
 
@@ -43,7 +48,9 @@ K8S_SClient_Task_Handler* K8S_SClient_Task_Handler::instance() {
   return K8S_SClient_Task_Handler_Singleton::instance();
 }
 
-void K8S_SClient_Task_Handler::close_instance() { K8S_SClient_Task_Handler_Singleton::close(); }
+void K8S_SClient_Task_Handler::close_instance() {
+  K8S_SClient_Task_Handler_Singleton::close();
+}
 
 bool K8S_SClient_Task_Handler::open() {
   Totals::total_size = 0;
@@ -54,9 +61,13 @@ bool K8S_SClient_Task_Handler::open() {
   return true;
 }
 
-bool K8S_SClient_Task_Handler::close() { return true; }
+bool K8S_SClient_Task_Handler::close() {
+  return true;
+}
 
-bool K8S_SClient_Task_Handler::remove(const std::string&) { return true; }
+bool K8S_SClient_Task_Handler::remove(const std::string&) {
+  return true;
+}
 
 bool K8S_SClient_Task_Handler::get(const std::string& id, Object& task) {
   if (Task_Manager::instance()->get(id, task)) return true;
@@ -64,9 +75,13 @@ bool K8S_SClient_Task_Handler::get(const std::string& id, Object& task) {
   return false;
 }
 
-void K8S_SClient_Task_Handler::set_act_state(Job_State state) { act_state_ = state; }
+void K8S_SClient_Task_Handler::set_act_state(Job_State state) {
+  act_state_ = state;
+}
 
-Job_State K8S_SClient_Task_Handler::get_act_state() const { return act_state_; }
+Job_State K8S_SClient_Task_Handler::get_act_state() const {
+  return act_state_;
+}
 
 bool K8S_SClient_Task_Handler::execute(const Object& task, Object& result) {
   const Object* data = nullptr;
@@ -75,7 +90,7 @@ bool K8S_SClient_Task_Handler::execute(const Object& task, Object& result) {
 
   const std::string* type = nullptr;
   const Object* params = nullptr;
-  json_spirit::extract(*data)("type", type)("params", params);
+  json_spirit::extract (*data)("type", type)("params", params);
   KOLT_RETURN_IF_EMPTY(type, false);
   KOLT_RETURN_IF_EMPTY(params, false);
 
@@ -144,8 +159,8 @@ bool K8S_SClient_Task_Handler::backup(const Object& params, const std::string& j
   try {
     json_spirit::extract_or_throw(params)("paths", paths);
   } catch (const std::exception&) {
-    ACE_ERROR((LM_ERROR, ACE_TEXT("Failed to extract backup information from\n%s.\n"),
-               JSON_Dump(params, false).c_str()));
+    ACE_ERROR(
+        (LM_ERROR, ACE_TEXT("Failed to extract backup information from\n%s.\n"), JSON_Dump(params, false).c_str()));
     return false;
   }
 
@@ -189,6 +204,7 @@ bool K8S_SClient_Task_Handler::restore(const Object& params, const std::string& 
     if (!mtf_restore(job_id, name, entries, rules_map, params)) return false;
   }
 
-  json_spirit::insert(result)("size", Totals::total_size.load())("set_size", Totals::set_size.load())("storage_size", 0);
+  json_spirit::insert(result)("size", Totals::total_size.load())("set_size", Totals::set_size.load())("storage_size",
+                                                                                                      0);
   return true;
 }

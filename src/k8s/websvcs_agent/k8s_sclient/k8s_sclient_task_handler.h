@@ -10,10 +10,10 @@
 /**
  * Runs a backup or a restore of persistent volumes as a task.
  *
- * Two kinds of instance stand side by side: one made per request, on which the task manager calls execute(), and the one
- * behind instance(), which alone holds whether a cancel is pending. The design holds one job at a time per process: the
- * totals, the pending cancel and the private data directory exist once.
- * Threads: execute() runs on a thread of the task manager; the act state may be set and read by any thread.
+ * Two kinds of instance stand side by side: one made per request, on which the task manager calls execute(), and the
+ * one behind instance(), which alone holds whether a cancel is pending. The design holds one job at a time per process:
+ * the totals, the pending cancel and the private data directory exist once. Threads: execute() runs on a thread of the
+ * task manager; the act state may be set and read by any thread.
  */
 class K8S_SClient_Task_Handler : public Task_Handler {
  public:

@@ -7,14 +7,23 @@
 typedef ACE_Unmanaged_Singleton<K8S_SClient_Toolkit, ACE_Null_Mutex> K8S_SClient_Toolkit_Singleton;
 
 // Runs when the plug-in is unloaded.
-__attribute__((destructor)) static void K8S_SClient_Toolkit_fini() { K8S_SClient_Toolkit::close_instance(); }
+__attribute__((destructor)) static void K8S_SClient_Toolkit_fini() {
+  K8S_SClient_Toolkit::close_instance();
+}
 
-// The lock of the singleton is a null mutex: the instance is made while the plug-in is loaded, ahead of all job threads.
-__attribute__((constructor)) static void K8S_SClient_Toolkit_init() { K8S_SClient_Toolkit::instance(); }
+// The lock of the singleton is a null mutex: the instance is made while the plug-in is loaded, ahead of all job
+// threads.
+__attribute__((constructor)) static void K8S_SClient_Toolkit_init() {
+  K8S_SClient_Toolkit::instance();
+}
 
-K8S_SClient_Toolkit* K8S_SClient_Toolkit::instance() { return K8S_SClient_Toolkit_Singleton::instance(); }
+K8S_SClient_Toolkit* K8S_SClient_Toolkit::instance() {
+  return K8S_SClient_Toolkit_Singleton::instance();
+}
 
-void K8S_SClient_Toolkit::close_instance() { K8S_SClient_Toolkit_Singleton::close(); }
+void K8S_SClient_Toolkit::close_instance() {
+  K8S_SClient_Toolkit_Singleton::close();
+}
 
 bool K8S_SClient_Toolkit::set_job_progress(const std::string& job_id, ACE_UINT64 speed, ACE_UINT64 total,
                                            ACE_UINT64 processed) {

@@ -10,8 +10,8 @@
  * Takes the data mover's reports on one volume of a job, leaves the job's progress in K8S_SClient_Toolkit and hands a
  * pending cancel on.
  *
- * The static members are the totals of the running job, in bytes. There is one job at a time in a process. They are read
- * and written one at a time: a reader may see one of them updated and the next not yet.
+ * The static members are the totals of the running job, in bytes. There is one job at a time in a process. They are
+ * read and written one at a time: a reader may see one of them updated and the next not yet.
  */
 class K8S_SClient_Volume_Event_Handler : public MTF::Event_Handler {
  public:

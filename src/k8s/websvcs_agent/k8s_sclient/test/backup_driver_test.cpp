@@ -4,8 +4,8 @@
 #include "json_text.h"
 #include "k8s/job/k8s_backup_callback.h"
 #include "k8s/websvcs_agent/k8s_sclient/drivers.h"
-#include "k8s/websvcs_agent/k8s_sclient/k8s_sclient_volume_event_handler.h"
 #include "k8s/websvcs_agent/k8s_sclient/k8s_sclient_toolkit.h"
+#include "k8s/websvcs_agent/k8s_sclient/k8s_sclient_volume_event_handler.h"
 #include "kolt/pool_info.h"
 #include "log_texts.h"
 #include "mtf/core/metadata.h"
@@ -274,8 +274,8 @@ TEST_P(Missing_Opt, FailsTheVolume) {
 TEST_F(Backup_Driver, WithoutChannelsTheVolumeFails) {
   mover.no_channels = true;
   EXPECT_FALSE(run());
-  EXPECT_TRUE(is_only_check_failure(log, "k8s/websvcs_agent/k8s_sclient/backup_driver.cpp",
-                                    "channel_factory is NULL:\n"));
+  EXPECT_TRUE(
+      is_only_check_failure(log, "k8s/websvcs_agent/k8s_sclient/backup_driver.cpp", "channel_factory is NULL:\n"));
   EXPECT_TRUE(mover.backups.empty());
 }
 

@@ -61,7 +61,8 @@ class Backup_Job : public ::testing::Test {
   bool backup(const std::string& paths) { return handler.backup(params(paths), "job", result); }
   static json_spirit::Object params(const std::string& paths) {
     return json_object(R"({
-      "paths": )" + paths + R"(,
+      "paths": )" + paths +
+                       R"(,
       "meta": {"pool_uuid": "P", "host_uuid": "H", "uuid": "S"}, "minor_resource_id": "R",
       "opts": {"compression": 3, "compression_level": 5, "channel_num": 4}, "seq": 8, "subtype": "full",
       "max_seconds_retry": 77, "resumption_buffer_size": 4096, "access_key": "secret",
@@ -194,9 +195,8 @@ TEST_F(Backup_Job, ElementsThatAreNoObjectsArePassedOver) {
 TEST_F(Backup_Job, OnlyTheFirstMatchInSortedOrderIsBound) {
   volumes.dir.write("vol-0/only", "0");
   std::string bound;
-  mover.runs.push_back({.during = [&](MTF::Event_Handler&) {
-    bound = test_support::read_file(Node_Volumes::bound("v") + "/only");
-  }});
+  mover.runs.push_back(
+      {.during = [&](MTF::Event_Handler&) { bound = test_support::read_file(Node_Volumes::bound("v") + "/only"); }});
   ASSERT_TRUE(backup(R"([{"data_path":")" + volumes.source("vol-*") + R"(","mount_path":")" + Node_Volumes::bound("v") +
                      "\"}]"));
   EXPECT_EQ("0", bound);
@@ -221,15 +221,13 @@ class Bad_Volume : public Backup_Job, public ::testing::WithParamInterface<Bad_P
 
 INSTANTIATE_TEST_SUITE_P(
     Each, Bad_Volume,
-    ::testing::Values(Bad_Path{"NoDataPath", R"({"mount_path":"/m"})", "data_path is NULL or empty:\n"},
-                      Bad_Path{"EmptyDataPath", R"({"data_path":"","mount_path":"/m"})",
-                               "data_path is NULL or empty:\n"},
-                      Bad_Path{"DataPathOfAnotherType", R"({"data_path":1,"mount_path":"/m"})",
-                               "data_path is NULL or empty:\n"},
-                      Bad_Path{"NoMountPath", R"({"data_path":"/d"})", "mount_path is NULL or empty:\n"},
-                      Bad_Path{"EmptyMountPath", R"({"data_path":"/d","mount_path":""})",
-                               "mount_path is NULL or empty:\n"},
-                      Bad_Path{"NeitherPath", "{}", "data_path is NULL or empty:\n"}),
+    ::testing::Values(
+        Bad_Path{"NoDataPath", R"({"mount_path":"/m"})", "data_path is NULL or empty:\n"},
+        Bad_Path{"EmptyDataPath", R"({"data_path":"","mount_path":"/m"})", "data_path is NULL or empty:\n"},
+        Bad_Path{"DataPathOfAnotherType", R"({"data_path":1,"mount_path":"/m"})", "data_path is NULL or empty:\n"},
+        Bad_Path{"NoMountPath", R"({"data_path":"/d"})", "mount_path is NULL or empty:\n"},
+        Bad_Path{"EmptyMountPath", R"({"data_path":"/d","mount_path":""})", "mount_path is NULL or empty:\n"},
+        Bad_Path{"NeitherPath", "{}", "data_path is NULL or empty:\n"}),
     [](const auto& info) { return info.param.name; });
 
 TEST_P(Bad_Volume, FailsTheJobAndUndoesTheBindsMadeSoFar) {
@@ -242,9 +240,8 @@ TEST_P(Bad_Volume, FailsTheJobAndUndoesTheBindsMadeSoFar) {
 TEST_F(Backup_Job, FailedBindFailsTheJob) {
   const Failing_Mount_Calls system(3, false);
   EXPECT_FALSE(backup(both()));
-  EXPECT_THAT(log.texts(LM_ERROR),
-              ::testing::ElementsAre("Failed to mount data directory '" + volumes.source("vol-b") + "' to '" +
-                                     Node_Volumes::bound("vol-b") + "'.\n"));
+  EXPECT_THAT(log.texts(LM_ERROR), ::testing::ElementsAre("Failed to mount data directory '" + volumes.source("vol-b") +
+                                                          "' to '" + Node_Volumes::bound("vol-b") + "'.\n"));
   EXPECT_TRUE(mover.backups.empty());
   EXPECT_TRUE(Node_Volumes::is_clean());
 }

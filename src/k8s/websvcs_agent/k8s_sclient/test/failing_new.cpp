@@ -15,9 +15,13 @@ Failing_New::Failing_New(std::size_t size) {
   failing_size = size;
 }
 
-Failing_New::~Failing_New() { failing_size = 0; }
+Failing_New::~Failing_New() {
+  failing_size = 0;
+}
 
-int Failing_New::count() const { return failed; }
+int Failing_New::count() const {
+  return failed;
+}
 
 // Goes through the throwing form, so that memory checkers see an ordinary allocation.
 void* operator new(std::size_t size, const std::nothrow_t&) noexcept {

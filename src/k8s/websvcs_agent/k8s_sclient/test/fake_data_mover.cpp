@@ -51,7 +51,9 @@ MTF_Restore::MTF_Restore(MTF::Event_Handler_var event_handler, ACE_Log_Msg_Callb
 
 MTF_Restore::~MTF_Restore() = default;
 
-void MTF_Restore::path_converter(MTF::IPath_Converter_var value) { settings_.path_converter = value; }
+void MTF_Restore::path_converter(MTF::IPath_Converter_var value) {
+  settings_.path_converter = value;
+}
 
 bool MTF_Restore::restore(const std::string& name) {
   Fake_Data_Mover& fake = Fake_Data_Mover::instance();
@@ -63,9 +65,15 @@ bool MTF_Restore::restore(const std::string& name) {
   return run.ok;
 }
 
-MTF::Error_Code MTF_Restore::err_code() const { return err_code_; }
-ACE_UINT64 MTF_Restore::size() const { return restore_->size; }
-ACE_UINT64 MTF_Restore::set_size() const { return restore_->set_size; }
+MTF::Error_Code MTF_Restore::err_code() const {
+  return err_code_;
+}
+ACE_UINT64 MTF_Restore::size() const {
+  return restore_->size;
+}
+ACE_UINT64 MTF_Restore::set_size() const {
+  return restore_->set_size;
+}
 
 namespace {
 

@@ -65,8 +65,7 @@ TEST_F(Cancel_Job_Handler, CancelJustBeforeAJobIsWiped) {
 
 TEST_F(Cancel_Job_Handler, GoneRequesterIsLoggedAndTheCancelIsNotRecorded) {
   EXPECT_EQ(-1, cancel(nullptr));
-  EXPECT_THAT(log.texts(LM_ERROR),
-              ::testing::ElementsAre("Abort handling JSON-RPC request, requester has gone.\n"));
+  EXPECT_THAT(log.texts(LM_ERROR), ::testing::ElementsAre("Abort handling JSON-RPC request, requester has gone.\n"));
   EXPECT_FALSE(is_pending());
 }
 
@@ -104,8 +103,7 @@ TEST_F(Cancel_Job_Handler, RequesterThatWentBeforeQueueingIsFoundGoneByTheWorker
   requester.go_away();
   EXPECT_EQ(0, handler.handle(requester.ptr(), Requester::request(json("{}"))));
   JSON_RPC_Thread_Pool::instance()->close();
-  EXPECT_THAT(log.texts(LM_ERROR),
-              ::testing::ElementsAre("Abort handling JSON-RPC request, requester has gone.\n"));
+  EXPECT_THAT(log.texts(LM_ERROR), ::testing::ElementsAre("Abort handling JSON-RPC request, requester has gone.\n"));
   EXPECT_FALSE(is_pending());
 }
 

@@ -1,7 +1,7 @@
 #include "k8s/websvcs_agent/k8s_sclient/json_rpc_k8s_factory.h"
 
-#include "failing_new.h"
 #include "factories.h"
+#include "failing_new.h"
 #include "k8s/websvcs_agent/k8s_sclient/json_rpc_k8s_backup_handler.h"
 #include "k8s/websvcs_agent/k8s_sclient/json_rpc_k8s_cancel_job_handler.h"
 #include "k8s/websvcs_agent/k8s_sclient/json_rpc_k8s_get_pvc_size_handler.h"
@@ -22,7 +22,8 @@ struct Made {
   bool (*is_right)(JSON_RPC_Handler*);
 };
 
-#define MADE(Handler) {#Handler, _make_##Handler, sizeof(Handler), is_a<Handler>}
+#define MADE(Handler) \
+  { #Handler, _make_##Handler, sizeof(Handler), is_a < Handler> }
 
 class Factory : public ::testing::TestWithParam<Made> {};
 

@@ -100,8 +100,7 @@ TEST_F(Get_PVC_Size_Handler, GoneRequesterIsLogged) {
   Log_Capture inner;
   JSON_RPC_Request request;
   EXPECT_EQ(-1, handler.handle_request(nullptr, request));
-  EXPECT_THAT(inner.texts(LM_ERROR),
-              ::testing::ElementsAre("Abort handling JSON-RPC request, requester has gone.\n"));
+  EXPECT_THAT(inner.texts(LM_ERROR), ::testing::ElementsAre("Abort handling JSON-RPC request, requester has gone.\n"));
 }
 
 TEST_F(Get_PVC_Size_Handler, RunsOnAWorkerOfThePool) {

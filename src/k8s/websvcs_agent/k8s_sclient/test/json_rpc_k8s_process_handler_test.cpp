@@ -115,8 +115,7 @@ TEST_F(Process_Handler, SizesBeyondSignedNumbersStand) {
 TEST_F(Process_Handler, GoneRequesterIsLogged) {
   requester.go_away();
   EXPECT_EQ(-1, poll());
-  EXPECT_THAT(log.texts(LM_ERROR),
-              ::testing::ElementsAre("Abort handling JSON-RPC request, requester has gone.\n"));
+  EXPECT_THAT(log.texts(LM_ERROR), ::testing::ElementsAre("Abort handling JSON-RPC request, requester has gone.\n"));
 }
 
 TEST_F(Process_Handler, MessageThatIsNoRequestIsRefused) {

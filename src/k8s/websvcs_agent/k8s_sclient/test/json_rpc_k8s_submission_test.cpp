@@ -76,8 +76,7 @@ TEST_P(Submission, EveryRequestRegistersATaskHandlerOfItsOwn) {
 TEST_P(Submission, GoneRequesterIsLoggedAndNothingIsSubmitted) {
   requester.go_away();
   EXPECT_EQ(-1, submit("{}"));
-  EXPECT_THAT(log.texts(LM_ERROR),
-              ::testing::ElementsAre("Abort handling JSON-RPC request, requester has gone.\n"));
+  EXPECT_THAT(log.texts(LM_ERROR), ::testing::ElementsAre("Abort handling JSON-RPC request, requester has gone.\n"));
   EXPECT_TRUE(tasks.registered.empty());
   EXPECT_TRUE(tasks.submitted.empty());
 }

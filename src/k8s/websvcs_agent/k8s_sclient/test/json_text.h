@@ -13,6 +13,10 @@ inline json_spirit::Value json(const std::string& text) {
   return value;
 }
 
-inline json_spirit::Object json_object(const std::string& text) { return json(text).get_obj(); }
+inline json_spirit::Object json_object(const std::string& text) {
+  return json(text).get_obj();
+}
 
-inline std::string text_of(const json_spirit::Value& value) { return json_spirit::JSON_Dump(value, false).str(); }
+inline std::string text_of(const json_spirit::Value& value) {
+  return json_spirit::JSON_Dump(value, false).str();
+}

@@ -94,8 +94,8 @@ TEST_F(Execute, BackupTypeRunsTheBackup) {
 }
 
 TEST_F(Execute, RestoreTypeRunsTheRestore) {
-  EXPECT_TRUE(execute(
-      R"({"id":"1","data":{"type":"restore","params":{"rules":{},"total_size":5,"node_name_hex":"6e"}}})"));
+  EXPECT_TRUE(
+      execute(R"({"id":"1","data":{"type":"restore","params":{"rules":{},"total_size":5,"node_name_hex":"6e"}}})"));
   EXPECT_THAT(log.texts(LM_DEBUG), ::testing::ElementsAre("Restore task '1' start.\n"));
   EXPECT_EQ(R"({"set_size":0,"size":5,"storage_size":0})", text_of(result));
 }

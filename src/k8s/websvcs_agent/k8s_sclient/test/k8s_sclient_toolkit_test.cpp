@@ -15,7 +15,9 @@ class Toolkit : public ::testing::Test {
   K8S_SClient_Toolkit toolkit;
 };
 
-TEST_F(Toolkit, UnknownJobHasThreeZeros) { EXPECT_EQ("0 0 0", progress_of("job")); }
+TEST_F(Toolkit, UnknownJobHasThreeZeros) {
+  EXPECT_EQ("0 0 0", progress_of("job"));
+}
 
 TEST_F(Toolkit, ProgressIsKeptPerJob) {
   EXPECT_TRUE(toolkit.set_job_progress("a", 1, 2, 3));

@@ -66,6 +66,8 @@ TEST_F(Volume_Event_Handler, OnlyTheStateOfTheProcessWideInstanceCounts) {
   EXPECT_FALSE(handler.canceling());
 }
 
-TEST_F(Volume_Event_Handler, NeverPauses) { EXPECT_FALSE(handler.pausing()); }
+TEST_F(Volume_Event_Handler, NeverPauses) {
+  EXPECT_FALSE(handler.pausing());
+}
 
 }  // namespace

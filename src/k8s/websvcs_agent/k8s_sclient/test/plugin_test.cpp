@@ -9,10 +9,9 @@
 
 namespace {
 
-const std::set<std::string> factories = {
-    "_make_JSON_RPC_K8S_Backup_Handler", "_make_JSON_RPC_K8S_Cancel_Job_Handler",
-    "_make_JSON_RPC_K8S_Get_PVC_Size_Handler", "_make_JSON_RPC_K8S_Process_Handler",
-    "_make_JSON_RPC_K8S_Restore_Handler"};
+const std::set<std::string> factories = {"_make_JSON_RPC_K8S_Backup_Handler", "_make_JSON_RPC_K8S_Cancel_Job_Handler",
+                                         "_make_JSON_RPC_K8S_Get_PVC_Size_Handler",
+                                         "_make_JSON_RPC_K8S_Process_Handler", "_make_JSON_RPC_K8S_Restore_Handler"};
 
 std::string output_of(const std::string& command) {
   std::string text;

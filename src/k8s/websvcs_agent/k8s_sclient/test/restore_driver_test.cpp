@@ -167,8 +167,8 @@ TEST_P(Missing_Restore_Param, OfAnotherTypeFails) {
 TEST_F(Restore_Driver, WithoutChannelsTheRestoreFails) {
   mover.no_channels = true;
   EXPECT_FALSE(run());
-  EXPECT_TRUE(is_only_check_failure(log, "k8s/websvcs_agent/k8s_sclient/restore_driver.cpp",
-                                    "channel_factory is NULL:\n"));
+  EXPECT_TRUE(
+      is_only_check_failure(log, "k8s/websvcs_agent/k8s_sclient/restore_driver.cpp", "channel_factory is NULL:\n"));
   EXPECT_TRUE(mover.restores.empty());
 }
 

@@ -25,7 +25,8 @@ class Restore_Job : public ::testing::Test {
   }
   static json_spirit::Object params(const std::string& rules, const std::string& total_size = "500") {
     return json_object(R"({
-      "rules": )" + rules + R"(, "total_size": )" + total_size + R"(, "node_name_hex": "6e6f6465",
+      "rules": )" + rules +
+                       R"(, "total_size": )" + total_size + R"(, "node_name_hex": "6e6f6465",
       "minor_resource_id": "R", "pool_uuid": "P", "host_uuid": "H", "seq": 8, "incarnation": 0, "channel_num": 4,
       "concurrent": 6, "access_key": "secret", "pool_info": {"url": "file:///pool"}, "max_seconds_retry": 77,
       "resumption_buffer_size": 4096})");
@@ -154,8 +155,7 @@ TEST_F(Restore_Job, RuleThatIsNoStringFailsBeforeTheFirstRestore) {
 
 TEST_F(Restore_Job, PatternWithoutAMatchFailsBeforeTheFirstRestore) {
   EXPECT_FALSE(restore(R"({"/data/a":")" + dir.path() + R"(","/data/b":")" + (dir / "none-*") + "\"}"));
-  EXPECT_THAT(log.texts(LM_ERROR),
-              ::testing::ElementsAre("Failed to get restore path " + (dir / "none-*") + ".\n"));
+  EXPECT_THAT(log.texts(LM_ERROR), ::testing::ElementsAre("Failed to get restore path " + (dir / "none-*") + ".\n"));
   EXPECT_TRUE(mover.restores.empty());
 }
 

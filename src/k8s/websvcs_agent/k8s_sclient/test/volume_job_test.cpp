@@ -37,13 +37,17 @@ class Volume_Job : public ::testing::Test {
   /// The storage members that both kinds of job have.
   std::string storage(const std::string& more) const {
     return R"("minor_resource_id":"R","seq":5,"max_seconds_retry":5,"resumption_buffer_size":1048576,"access_key":"K",
-              "pool_info":{"uuid":"P","url":"file://)" + pool_dir() + "\"}," + more;
+              "pool_info":{"uuid":"P","url":"file://)" +
+           pool_dir() + "\"}," + more;
   }
   Object backup_params(const std::vector<std::string>& names, const std::string& more = "") const {
     std::string paths;
     for (const std::string& name : names) paths += (paths.empty() ? "" : ",") + volumes.path(name);
-    return json_object("{" + storage(R"("meta":{"pool_uuid":"P","host_uuid":"H","uuid":"S"},"subtype":"full",
-        "opts":{"compression":3,"compression_level":1,"channel_num":2},"paths":[)" + paths + "]" + more) + "}");
+    return json_object("{" +
+                       storage(R"("meta":{"pool_uuid":"P","host_uuid":"H","uuid":"S"},"subtype":"full",
+        "opts":{"compression":3,"compression_level":1,"channel_num":2},"paths":[)" +
+                               paths + "]" + more) +
+                       "}");
   }
   /// Rules that bring each volume back to a new directory.
   Object restore_params(const std::vector<std::string>& names) const {
@@ -52,8 +56,11 @@ class Volume_Job : public ::testing::Test {
       fs::create_directories(target(name));
       rules += (rules.empty() ? "\"" : ",\"") + Node_Volumes::bound(name) + "\":\"" + target(name) + "\"";
     }
-    return json_object("{" + storage(R"("pool_uuid":"P","host_uuid":"H","incarnation":0,"channel_num":2,"concurrent":2,
-        "node_name_hex":"6e","total_size":1000,"rules":{)" + rules + "}") + "}");
+    return json_object("{" +
+                       storage(R"("pool_uuid":"P","host_uuid":"H","incarnation":0,"channel_num":2,"concurrent":2,
+        "node_name_hex":"6e","total_size":1000,"rules":{)" +
+                               rules + "}") +
+                       "}");
   }
   std::string target(const std::string& name) const { return volumes.dir / ("new/" + name); }
 
@@ -69,7 +76,8 @@ class Volume_Job : public ::testing::Test {
     return json_object(requester.result());
   }
   /// Polls until the job has ended, calling @a each with every answer. Gives the last answer.
-  Object wait(const std::string& id, const std::function<void(const Object&)>& each = [](const Object&) {}) {
+  Object wait(
+      const std::string& id, const std::function<void(const Object&)>& each = [](const Object&) {}) {
     for (;;) {
       const Object answer = poll(id);
       each(answer);
@@ -162,7 +170,8 @@ TEST_F(Volume_Job, ProgressOfTwoVolumesRunsOverOneTotal) {
   EXPECT_THAT(totals, ::testing::ElementsAre(all));
   EXPECT_TRUE(std::is_sorted(processed.begin(), processed.end()));
   EXPECT_TRUE(std::any_of(processed.begin(), processed.end(), [&](auto bytes) { return bytes > 0 && bytes <= first; }));
-  EXPECT_TRUE(std::any_of(processed.begin(), processed.end(), [&](auto bytes) { return bytes > first && bytes <= all; }));
+  EXPECT_TRUE(
+      std::any_of(processed.begin(), processed.end(), [&](auto bytes) { return bytes > first && bytes <= all; }));
   EXPECT_EQ(all, processed.back());
 }
 
