@@ -50,7 +50,7 @@ if(TESSARIN_SANITIZER STREQUAL "asan-ubsan")
   target_compile_options(tessarin_flags INTERFACE -fsanitize=address,undefined -fno-sanitize-recover=all -fno-omit-frame-pointer)
   target_link_options(tessarin_flags INTERFACE -fsanitize=address,undefined)
 elseif(TESSARIN_SANITIZER STREQUAL "tsan")
-  # The standard mutexes of GCC 12 are seen by TSan; -Wtsan only warns about fences, which our code does not use.
+  # GCC 12 sees strings written out of bounds where calls of TSan stand between its own checks.
   target_compile_options(tessarin_flags INTERFACE -fsanitize=thread -fno-omit-frame-pointer
     $<$<CXX_COMPILER_ID:GNU>:-Wno-array-bounds> $<$<CXX_COMPILER_ID:GNU>:-Wno-stringop-overflow>)  # false alarms of GCC 12 on concatenated strings
   target_link_options(tessarin_flags INTERFACE -fsanitize=thread)
