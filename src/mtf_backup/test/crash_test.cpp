@@ -102,10 +102,15 @@ TEST_F(Killed_Run, RestoreKilledAtAnyMomentConvergesWhenItIsRunAgain) {
   EXPECT_EQ("", differences());
 }
 
-TEST_F(Killed_Run, LargeFileIsMovedInBoundedMemory) {
+// What a run may take at its peak, in MiB. Sanitizers keep freed memory and shadows of their own: with them the bound
+// still tells a run that holds a file from one that does not.
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-  GTEST_SKIP() << "sanitizers take memory of their own";
+constexpr long peak_bound = 512;
 #else
+constexpr long peak_bound = 100;
+#endif
+
+TEST_F(Killed_Run, LargeFileIsMovedInBoundedMemory) {
   ASSERT_EQ(0, truncate(write("large", "").c_str(), off_t(1) << 30));
   const auto peak_of = [](const std::function<bool()>& run) {
     const pid_t child = fork();
@@ -116,9 +121,8 @@ TEST_F(Killed_Run, LargeFileIsMovedInBoundedMemory) {
     EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
     return used.ru_maxrss / 1024;
   };
-  EXPECT_LT(peak_of([this] { return run_backup(); }), 100);
-  EXPECT_LT(peak_of([this] { return run_restore(); }), 100);
-#endif
+  EXPECT_LT(peak_of([this] { return run_backup(); }), peak_bound);
+  EXPECT_LT(peak_of([this] { return run_restore(); }), peak_bound);
 }
 
 }  // namespace
