@@ -1,16 +1,21 @@
 // The main of tests that bind-mount or use the fixed paths below /var/cache. It runs the test program again in a mount
-// namespace of its own (and a user namespace, where we are not root or may not mount), in which /var/cache is empty.
+// namespace of its own (and a user namespace, where we are not root or may not mount), in which /var/cache and
+// /run/secrets are empty and writable.
 #include <gmock/gmock.h>
 #include <sys/mount.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <filesystem>
 #include <string>
 #include <vector>
 
 #include "ace/Log_Msg.h"
+
+namespace fs = std::filesystem;
 
 namespace {
 
@@ -30,6 +35,39 @@ void run_again(const char* flags, char** argv) {
   execvp("unshare", args.data());
 }
 
+bool mount_tmpfs(const char* path) {
+  if (mount("tmpfs", path, "tmpfs", 0, "mode=755") == 0) return true;
+  std::perror(path);
+  return false;
+}
+
+/// Makes @a entry of /run appear below @a copy as well. What cannot be shown (a mount point that is gone) is left out.
+void show_again(const fs::directory_entry& entry, const fs::path& copy) {
+  const fs::path target = copy / entry.path().filename();
+  std::error_code ignored;
+  if (entry.is_symlink(ignored)) {
+    fs::copy_symlink(entry.path(), target, ignored);
+    return;
+  }
+  if (entry.is_directory(ignored))
+    fs::create_directory(target, ignored);
+  else
+    mknod(target.c_str(), S_IFREG | 0600, 0);
+  mount(entry.path().c_str(), target.c_str(), nullptr, MS_BIND | MS_REC, nullptr);
+}
+
+/// Puts an empty /run/secrets in place. Where there is none and we may make none, or may not leave it behind on the
+/// host, /run becomes a tmpfs of ours that shows all else that it held. It is put together on /var/cache.
+bool make_run_secrets() {
+  if (fs::is_directory("/run/secrets")) return mount_tmpfs("/run/secrets");
+  if (!mount_tmpfs("/var/cache")) return false;
+  for (const fs::directory_entry& entry : fs::directory_iterator("/run")) show_again(entry, "/var/cache");
+  fs::create_directory("/var/cache/secrets");
+  if (mount("/var/cache", "/run", nullptr, MS_MOVE, nullptr) == 0) return true;
+  std::perror("mount /run");
+  return false;
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -41,10 +79,7 @@ int main(int argc, char** argv) {
     std::printf("SKIPPED: this machine forbids user and mount namespaces, so nothing here was tested\n");
     return 0;
   }
-  if (mount("tmpfs", "/var/cache", "tmpfs", 0, nullptr) != 0) {
-    std::perror("mount /var/cache");
-    return 1;
-  }
+  if (!make_run_secrets() || !mount_tmpfs("/var/cache")) return 1;
   ::testing::InitGoogleMock(&argc, argv);
   return RUN_ALL_TESTS();
 }
