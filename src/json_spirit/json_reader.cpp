@@ -24,8 +24,17 @@ class Builder {
   static constexpr std::size_t max_string_size = max_array_size;
   static constexpr std::size_t max_key_size = max_array_size;
 
-  /// The document is made in @a root from @a text.
-  Builder(Value& root, std::string_view text) : root_(root), input_(text) {}
+  /// The document is made in @a root.
+  explicit Builder(Value& root) : root_(root) {}
+
+  /// What is told from now on lies in @a chunk.
+  void begin(std::string_view chunk) { input_ = chunk; }
+  /// The chunk goes away; a key whose value has not come yet stays.
+  void end() {
+    if (!lies_in_input(key_)) return;
+    key_text_ = key_;
+    key_ = key_text_;
+  }
 
   bool on_document_begin(error_code&) { return true; }
   bool on_document_end(error_code&) { return true; }
@@ -137,7 +146,7 @@ class Builder {
     text_.append(s.data(), s.size());
     return true;
   }
-  bool lies_in_input(bj::string_view s) const {
+  bool lies_in_input(std::string_view s) const {
     return std::less_equal<>()(input_.data(), s.data()) && std::less<>()(s.data(), input_.data() + input_.size());
   }
   bool open(Value& container) {
@@ -150,7 +159,7 @@ class Builder {
   }
 
   Value& root_;
-  const std::string_view input_;
+  std::string_view input_;
   std::vector<Level> levels_;
   std::string_view key_;  // of the next value; lies in the input or in key_text_
   String_type key_text_;
@@ -159,13 +168,46 @@ class Builder {
 
 }  // namespace
 
+class Text_Reader::Impl {
+ public:
+  explicit Impl(Value& out) : parser_(options(), out) {}
+
+  /// @param more  whether the text may go on behind @a chunk.
+  bool write(std::string_view chunk, bool more) {
+    if (!good_) return false;
+    error_code fault;
+    parser_.handler().begin(chunk);
+    const std::size_t read = parser_.write_some(more, chunk.data(), chunk.size(), fault);
+    good_ = !fault && read == chunk.size();
+    if (more) parser_.handler().end();
+    return good_;
+  }
+
+ private:
+  static bj::parse_options options() {
+    bj::parse_options options;
+    options.max_depth = MAX_DEPTH;
+    return options;
+  }
+
+  bj::basic_parser<Builder> parser_;
+  bool good_ = true;
+};
+
+Text_Reader::Text_Reader(Value& out) : impl_(std::make_unique<Impl>(out)) {}
+Text_Reader::~Text_Reader() = default;
+
+bool Text_Reader::write(std::string_view chunk) {
+  return impl_->write(chunk, true);
+}
+
+bool Text_Reader::finish() {
+  return impl_->write("", false);
+}
+
 bool read_text(std::string_view text, Value& out) {
-  bj::parse_options options;
-  options.max_depth = MAX_DEPTH;
-  bj::basic_parser<Builder> parser(options, out, text);
-  error_code fault;
-  const std::size_t read = parser.write_some(false, text.data(), text.size(), fault);
-  return !fault && read == text.size();
+  Text_Reader reader(out);
+  return reader.write(text) && reader.finish();
 }
 
 }  // namespace json_spirit
