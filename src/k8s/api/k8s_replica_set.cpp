@@ -1,0 +1,9 @@
+#include "k8s/api/k8s_replica_set.h"
+
+#include "kolt/string_sprintf.h"
+
+K8S_Replica_Set::K8S_Replica_Set(K8S_Client_var client, const std::string& ns)
+    : K8S_Workload(std::move(client), string_sprintf("/apis/apps/v1/namespaces/%s/replicasets", ns.c_str()),
+                   "/apis/apps/v1/replicasets", "/spec/template/spec/volumes") {}
+
+K8S_Replica_Set::~K8S_Replica_Set() = default;
