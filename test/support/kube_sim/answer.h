@@ -11,9 +11,9 @@ struct Answer {
   int status = 200;
   /// Not sent when empty.
   std::string content_type = "application/json";
-  std::string body;
+  std::string body = "";
   /// Further headers, as sent.
-  std::vector<std::pair<std::string, std::string>> headers;
+  std::vector<std::pair<std::string, std::string>> headers = {};
   /// Sent in chunks instead of with a length, as real servers send lists.
   bool chunked = false;
 };

@@ -16,9 +16,9 @@ namespace kube_sim {
 /// Which requests a fault hits.
 struct Match {
   /// Empty: any.
-  std::string method;
+  std::string method = "";
   /// A regular expression that has to match the decoded path as a whole. Empty: any.
-  std::string path;
+  std::string path = "";
   /// The first request hit, counted from 1 among those that match after `Front::fail` was called.
   int nth = 1;
   /// How many are hit from there on; 0: all.
@@ -30,7 +30,7 @@ struct Fault {
   /// Before anything is answered. A front that is destroyed meanwhile does not wait for the end of it.
   std::chrono::milliseconds delay{0};
   /// Sent in place of the API's answer; the API is not asked.
-  std::optional<Answer> answer;
+  std::optional<Answer> answer = std::nullopt;
 
   /// How the connection ends in mid-answer. The API has been asked, so that the request may have changed the cluster.
   enum class End {
@@ -74,7 +74,7 @@ class Front {
   unsigned short port() const;
   /// "https://127.0.0.1:port"
   std::string url() const;
-  /// The certificate, PEM, of the CA that the server certificate claims to come from.
+  /// The CA certificate, PEM, that clients are to know; it vouches for the server where `certificate` is GOOD.
   const std::string& ca() const;
 
   /// All requests in the order in which they were read, upgrades and those hit by a fault included.

@@ -44,7 +44,8 @@ class Scripted_Api : public Api {
     std::function<std::unique_ptr<Exec>()> make_exec;
   };
 
-  bool next_is(Kind kind, const Request& request) const;
+  /// Moves the next step out if it is this one.
+  bool take(Kind kind, const Request& request, Step& step);
   Answer unexpected(const Request& request);
 
   mutable std::mutex lock_;
