@@ -10,6 +10,7 @@
 #include "ace/Log_Msg_Callback.h"
 #include "ace/Log_Record.h"
 #include "ace/Service_Config.h"
+#include "host/host_manager.h"
 #include "json_rpc/json_rpc_dispatcher.h"
 #include "json_rpc/json_rpc_thread_pool.h"
 #include "kolt/trusted_file.h"
@@ -59,6 +60,7 @@ void cancel_running_job() {
 
 int Agent::open() {
   if (!is_trusted_file(options_.svc_conf)) return -1;
+  if (!options_.host_key.empty() && !Host_Manager::instance()->load_rsa_prvkey(options_.host_key)) return -1;
   if (state_.open(options_.state_dir) == -1) return -1;
   leftovers_.sweep();
   if (!Task_Manager::instance()->open(state_.file("tasks.db"))) return -1;

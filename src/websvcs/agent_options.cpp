@@ -44,6 +44,8 @@ bool Agent_Options::parse(int argc, char* argv[], int& exit_code) {
   app.add_option("--answer-timeout", answer_timeout, "Seconds after which a request is answered with 504; 0: never")
       ->check(CLI::Range(0, 86400))
       ->capture_default_str();
+  app.add_option("--host-key", host_key, "PEM file with the RSA key that secrets in requests are enciphered for")
+      ->check(absolute_path);
   try {
     app.parse(argc, argv);
     const std::string fault = listen.empty() ? "" : split_address(listen, listen_address, listen_port);

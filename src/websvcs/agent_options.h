@@ -10,6 +10,7 @@ struct Agent_Options {
   std::string listen_address;  ///< empty: no TCP
   unsigned short listen_port = 0;
   int answer_timeout = 600;  ///< seconds; 0: no limit
+  std::string host_key;      ///< PEM file of the host's private key; empty: none
 
   /// @retval false  the program ends with @a exit_code: help was asked for, or the line is wrong; both have been
   /// printed.

@@ -41,6 +41,14 @@ TEST_F(Agent_Options_Test, SocketFollowsTheStateDirectory) {
   EXPECT_EQ("/run/x", options_.socket);
 }
 
+TEST_F(Agent_Options_Test, HostKeyIsAnAbsolutePathOrNone) {
+  ASSERT_TRUE(parse({}));
+  EXPECT_EQ("", options_.host_key);
+  ASSERT_TRUE(parse({"--host-key", "/etc/tessarin/host.pem"}));
+  EXPECT_EQ("/etc/tessarin/host.pem", options_.host_key);
+  EXPECT_FALSE(parse({"--host-key", "host.pem"}));
+}
+
 TEST_F(Agent_Options_Test, AddressAndPortAreSplit) {
   ASSERT_TRUE(parse({"--listen", "127.0.0.1:8080"}));
   EXPECT_EQ("127.0.0.1", options_.listen_address);

@@ -15,6 +15,7 @@
 
 #include "http/test/raw_peer.h"
 #include "kolt/mount_table.h"
+#include "support/rsa_key_pair.h"
 #include "support/temp_dir.h"
 
 using testing::HasSubstr;
@@ -47,7 +48,7 @@ class Agent_Process_Test : public testing::Test {
     dup2(fd, STDERR_FILENO);
     if (chdir(work_.path().c_str()) == -1) _exit(126);
     execl(AGENT_PROGRAM, "tessarin-agent", "--svc-conf", (dir_ / "svc.conf").c_str(), "--state-dir", state_.c_str(),
-          "--listen", "127.0.0.1:0", nullptr);
+          "--listen", "127.0.0.1:0", host_key_.empty() ? nullptr : "--host-key", host_key_.c_str(), nullptr);
     _exit(127);
   }
 
@@ -87,6 +88,7 @@ class Agent_Process_Test : public testing::Test {
   const std::string plugin_ = dir_ / "plugin.so";
   const std::string state_ = dir_ / "state";
   const std::string log_path_ = dir_ / "log";
+  std::string host_key_;
   pid_t pid_ = 0;
 };
 
@@ -119,6 +121,24 @@ TEST_F(Agent_Process_Test, TermCancelsTheRunningJobUnloadsThePluginAndRemovesThe
   EXPECT_LT(text.find("job ends\n"), text.find("plug-in unloaded\n"));
   EXPECT_NE(std::string::npos, text.find("plug-in unloaded\n"));
   EXPECT_FALSE(std::filesystem::exists(state_ + "/agent.sock"));
+}
+
+TEST_F(Agent_Process_Test, HostKeyIsLoadedAtTheStart) {
+  const test_support::RSA_Key_Pair keys;
+  host_key_ = dir_.write("host.pem", keys.private_pem);
+  ASSERT_EQ(0, chmod(host_key_.c_str(), 0400));
+  start();
+  EXPECT_THAT(log(), HasSubstr("Host key with 2048 bits loaded from '" + host_key_ + "'"));
+  EXPECT_THAT(log(), Not(HasSubstr(keys.private_pem.substr(60, 20))));
+  EXPECT_EQ(0, end(SIGTERM)) << log();
+}
+
+TEST_F(Agent_Process_Test, DoesNotStartWithAHostKeyThatOthersMayRead) {
+  host_key_ = dir_.write("host.pem", test_support::RSA_Key_Pair().private_pem);
+  ASSERT_EQ(0, chmod(host_key_.c_str(), 0644));
+  pid_ = spawn(log_path_);
+  EXPECT_EQ(1, end(0)) << log();
+  EXPECT_THAT(log(), HasSubstr("The host key '" + host_key_ + "' is refused: others may access it (mode 644)."));
 }
 
 TEST_F(Agent_Process_Test, IntEndsItToo) {
