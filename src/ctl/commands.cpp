@@ -1,5 +1,7 @@
 #include "ctl/commands.h"
 
+#include <unistd.h>
+
 #include <fstream>
 #include <map>
 #include <string>
@@ -13,6 +15,7 @@
 #include "ctl/job_params.h"
 #include "ctl/pool_sets.h"
 #include "ctl/progress_view.h"
+#include "ctl/secret.h"
 #include "ctl/table.h"
 #include "json_spirit/assign.h"
 #include "json_spirit/dump.h"
@@ -250,12 +253,25 @@ Exit_Code info(const Options& options, std::ostream& out, std::ostream&) {
   return exit_ok;
 }
 
+Exit_Code secret_encrypt(const Options& options, std::ostream& out, std::ostream&) {
+  const std::string secret = encrypt_secret(options.public_key, STDIN_FILENO);
+  if (options.json) {
+    Object document;
+    document["secret"] = secret;
+    print_json(out, document);
+  } else {
+    out << secret << '\n';
+  }
+  return exit_ok;
+}
+
 }  // namespace
 
 Exit_Code run_command(const Options& options, std::ostream& out, std::ostream& err) {
   static const std::map<std::string, Exit_Code (*)(const Options&, std::ostream&, std::ostream&)> commands = {
-      {"backup", backup}, {"restore", restore}, {"jobs", jobs}, {"status", status},
-      {"cancel", cancel}, {"size", size},       {"sets", sets}, {"info", info}};
+      {"backup", backup}, {"restore", restore}, {"jobs", jobs},
+      {"status", status}, {"cancel", cancel},   {"size", size},
+      {"sets", sets},     {"info", info},       {"secret encrypt", secret_encrypt}};
   return commands.at(options.command)(options, out, err);
 }
 

@@ -109,6 +109,16 @@ void add_others(CLI::App& app, Options& options) {
   add_command(app, options, "info", "Show the agent");
 }
 
+void add_secret(CLI::App& app, Options& options) {
+  CLI::App* const secret = app.add_subcommand("secret", "Secrets in requests");
+  secret->require_subcommand(1);
+  CLI::App* const encrypt =
+      secret->add_subcommand("encrypt", "Encipher the secret on the standard input for a host, and print it as base64");
+  encrypt->callback([&options] { options.command = "secret encrypt"; });
+  encrypt->add_option("--public-key", options.public_key, "PEM file with the host's RSA public key")->required();
+  encrypt->add_flag("--json", options.json, "one JSON document on the standard output");
+}
+
 }  // namespace
 
 bool parse_options(int argc, const char* const* argv, Options& options, int& exit_code, std::ostream& out,
@@ -123,6 +133,7 @@ bool parse_options(int argc, const char* const* argv, Options& options, int& exi
   add_backup(app, options);
   add_restore(app, options);
   add_others(app, options);
+  add_secret(app, options);
   try {
     app.parse(reversed_arguments(argc, argv));
   } catch (const CLI::ParseError& e) {

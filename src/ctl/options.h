@@ -10,7 +10,7 @@ namespace ctl {
 
 /// What a command line says. Members that the command does not take keep their defaults.
 struct Options {
-  std::string command;  ///< "backup", "restore", "jobs", "status", "cancel", "size", "sets" or "info"
+  std::string command;  ///< "backup", "restore", "jobs", "status", "cancel", "size", "sets", "info" or "secret encrypt"
 
   std::string agent;
   std::string token_file;
@@ -32,6 +32,8 @@ struct Options {
   std::string job;
   bool watch = false;
   unsigned limit = 20;
+
+  std::string public_key;  ///< of "secret encrypt": PEM file
 };
 
 /**

@@ -171,4 +171,23 @@ TEST_F(Options_Test, The_version_is_printed_and_ends_with_0) {
   EXPECT_NE(out_.str(), "");
 }
 
+TEST_F(Options_Test, A_secret_is_enciphered_with_a_key_from_a_file) {
+  ASSERT_TRUE(parse({"secret", "encrypt", "--public-key", "host.pub", "--json"}));
+  EXPECT_EQ(options_.command, "secret encrypt");
+  EXPECT_EQ(options_.public_key, "host.pub");
+  EXPECT_TRUE(options_.json);
+}
+
+TEST_F(Options_Test, A_secret_is_never_an_argument) {
+  EXPECT_FALSE(parse({"secret", "encrypt", "--public-key", "host.pub", "s3cret"}));
+  EXPECT_EQ(exit_code_, 2);
+}
+
+TEST_F(Options_Test, Secret_needs_to_know_what_to_do_and_with_which_key) {
+  EXPECT_FALSE(parse({"secret"}));
+  EXPECT_EQ(exit_code_, 2);
+  EXPECT_FALSE(parse({"secret", "encrypt"}));
+  EXPECT_EQ(exit_code_, 2);
+}
+
 }  // namespace
