@@ -59,10 +59,13 @@ class TESSARIN_API JSON_HTTP_Session {
   bool delete_(HTTP_Request& request, HTTP_Response& response, json_spirit::Value* reply);
 
  private:
-  bool send(HTTP_Request& request, const json_spirit::Value* body, HTTP_Response& response, json_spirit::Value* reply);
+  enum class Result { FAILED, TEXT, JSON };
+
+  Result send(HTTP_Request& request, const json_spirit::Value* body, HTTP_Response& response,
+              json_spirit::Value* reply);
 
   HTTP_Session_var session_;
   int retries_;
   int retry_timeout_;
-  int flags_;
+  [[maybe_unused]] int flags_;
 };

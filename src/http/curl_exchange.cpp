@@ -1,0 +1,108 @@
+#include "http/curl_exchange.h"
+
+#include <cctype>
+
+namespace {
+
+std::string_view trimmed(std::string_view text) {
+  constexpr char blanks[] = " \t\r\n";
+  const std::size_t begin = text.find_first_not_of(blanks);
+  if (begin == text.npos) return {};
+  return text.substr(begin, text.find_last_not_of(blanks) - begin + 1);
+}
+
+HTTP_Outcome outcome_before_sending(CURLcode code) {
+  switch (code) {
+    case CURLE_COULDNT_RESOLVE_HOST:
+    case CURLE_COULDNT_CONNECT:
+    case CURLE_OPERATION_TIMEDOUT:
+    case CURLE_SSL_CONNECT_ERROR:
+      return HTTP_OUTCOME_NOT_SENT;
+    default:
+      return HTTP_OUTCOME_FAILED;
+  }
+}
+
+HTTP_Outcome outcome_after_sending(CURLcode code) {
+  switch (code) {
+    case CURLE_GOT_NOTHING:
+    case CURLE_SEND_ERROR:
+    case CURLE_RECV_ERROR:
+    case CURLE_PARTIAL_FILE:
+      return HTTP_OUTCOME_BROKEN;
+    default:
+      return HTTP_OUTCOME_FAILED;
+  }
+}
+
+}  // namespace
+
+void Curl_Exchange::attach(CURL* handle) {
+  const auto set = [handle](CURLoption option, auto value) { ::curl_easy_setopt(handle, option, value); };
+  set(CURLOPT_ERRORBUFFER, reason_);
+  set(CURLOPT_PREREQFUNCTION, &on_connected);
+  set(CURLOPT_PREREQDATA, this);
+  set(CURLOPT_HEADERFUNCTION, &on_header);
+  set(CURLOPT_HEADERDATA, this);
+  set(CURLOPT_WRITEFUNCTION, &on_body);
+  set(CURLOPT_WRITEDATA, this);
+  set(CURLOPT_XFERINFOFUNCTION, &on_progress);
+  set(CURLOPT_XFERINFODATA, this);
+  set(CURLOPT_NOPROGRESS, 0L);
+}
+
+HTTP_Exchange_Result Curl_Exchange::result(CURLcode code) const {
+  if (code == CURLE_OK) return {HTTP_OUTCOME_ANSWERED, {}};
+  if (silent_) return {HTTP_OUTCOME_FAILED, "timed out in silence"};
+  if (connections_ > 1) return {HTTP_OUTCOME_BROKEN, "the server closed the connection"};
+  const HTTP_Outcome outcome = connections_ == 0 ? outcome_before_sending(code) : outcome_after_sending(code);
+  return {outcome, reason_[0] != '\0' ? reason_ : ::curl_easy_strerror(code)};
+}
+
+/// libcurl makes a second connection by itself when a kept one turns out to be closed, and sends the request again.
+/// That is not for it to decide: the server may have read the first one.
+int Curl_Exchange::on_connected(void* self, char*, char*, int, int) {
+  auto& exchange = *static_cast<Curl_Exchange*>(self);
+  exchange.moved();
+  return ++exchange.connections_ == 1 ? CURL_PREREQFUNC_OK : CURL_PREREQFUNC_ABORT;
+}
+
+int Curl_Exchange::on_progress(void* self, curl_off_t, curl_off_t received, curl_off_t to_send, curl_off_t sent) {
+  auto& exchange = *static_cast<Curl_Exchange*>(self);
+  if (exchange.connections_ == 0) return 0;  // until then the time-out of the connection counts
+  if (received + sent != exchange.bytes_) {
+    exchange.bytes_ = received + sent;
+    exchange.moved();
+  }
+  const int timeout = sent < to_send ? exchange.send_timeout_ : exchange.recv_timeout_;
+  const auto still = std::chrono::steady_clock::now() - exchange.last_move_;
+  exchange.silent_ = timeout > 0 && still >= std::chrono::seconds(timeout);
+  return exchange.silent_ ? 1 : 0;
+}
+
+std::size_t Curl_Exchange::on_header(const char* line, std::size_t size, std::size_t count, void* self) {
+  auto& exchange = *static_cast<Curl_Exchange*>(self);
+  exchange.moved();
+  exchange.header({line, size * count});
+  return size * count;
+}
+
+void Curl_Exchange::header(std::string_view line) {
+  if (line.starts_with("HTTP/")) {  // also behind an interim answer
+    response_.reset();
+    response_.minor_version(line.starts_with("HTTP/1.0") ? 0 : 1);
+    return;
+  }
+  const std::size_t colon = line.find(':');
+  if (colon == line.npos) return;
+  const std::string name(trimmed(line.substr(0, colon)));
+  const std::string value(trimmed(line.substr(colon + 1)));
+  response_.headers().put(name.c_str(), value.c_str(), false);
+}
+
+std::size_t Curl_Exchange::on_body(const char* chunk, std::size_t size, std::size_t count, void* self) {
+  auto& exchange = *static_cast<Curl_Exchange*>(self);
+  exchange.moved();
+  exchange.sink_.write({chunk, size * count});
+  return size * count;
+}

@@ -1,0 +1,110 @@
+#pragma once
+
+#include <boost/asio/io_context.hpp>
+#include <boost/asio/ip/tcp.hpp>
+#include <boost/asio/ssl/context.hpp>
+#include <boost/beast/core/basic_stream.hpp>
+#include <boost/beast/core/flat_buffer.hpp>
+#include <boost/beast/ssl/ssl_stream.hpp>
+#include <boost/beast/websocket/stream.hpp>
+#include <optional>
+#include <string>
+
+#include "http/websocket_connection.h"
+#include "http/websocket_traffic.h"
+
+// Slow to compile: for the sources of the WebSocket client alone.
+
+namespace websocket_client {
+
+namespace net = boost::asio;
+namespace beast = boost::beast;
+namespace websocket = boost::beast::websocket;
+using boost::system::error_code;
+typedef WebSocket_Traffic::Clock Clock;
+
+typedef beast::basic_stream<net::ip::tcp, net::any_io_executor, WebSocket_Traffic> Plain_Stream;
+typedef beast::ssl_stream<Plain_Stream> TLS_Stream;
+
+struct Target {
+  /// As in a URL: an IPv6 address has brackets.
+  std::string host;
+  unsigned short port;
+  /// Empty: any.
+  std::string local_address;
+  std::chrono::seconds timeout;
+};
+
+/// The context of one connection, with the issuers that are trusted now. @a error is set on failure.
+net::ssl::context tls_context(error_code& error);
+/// Before the handshake: whom the certificate has to name.
+void expect_name(TLS_Stream& stream, const std::string& host);
+/// Why a handshake failed.
+std::string tls_reason(TLS_Stream& stream, const error_code& error);
+/// @a host without the brackets of an IPv6 address.
+std::string bare_host(const std::string& host);
+
+/**
+ * The WebSocket client on Boost.Beast. What is asynchronous there is started and waited for here, so that every wait
+ * has a deadline; the event loop runs only inside of the calls.
+ */
+template <typename Stream>
+class Client : public WebSocket_Connection {
+ public:
+  explicit Client(const Target& target) : target_(target) {}
+
+  void configure(int idle_seconds) override { idle_ = std::chrono::seconds(idle_seconds); }
+  HTTP_Request& request() override { return request_; }
+  int connect() override;
+  int handshake() override;
+  HTTP_SOCK_State state() const override { return state_; }
+  ssize_t receive(const char*& data, std::size_t& length, unsigned char& opcode,
+                  const ACE_Time_Value* timeout) override;
+  void close() override;
+
+ private:
+  static constexpr bool tls = std::is_same_v<Stream, TLS_Stream>;
+  typedef std::optional<error_code> Result;
+
+  bool make_socket();
+  error_code connect_tcp(Clock::time_point deadline);
+  error_code connect_tcp(const net::ip::tcp::endpoint& endpoint, Clock::time_point deadline);
+  int connect_tls(Clock::time_point deadline);
+  void prepare_handshake();
+  bool takes_protocol() const;
+  int log_refusal();
+
+  /// Waits until @a done has a value. False, with the failure logged, when there is no sense in waiting longer.
+  bool wait_for_message(const Result& done, Clock::time_point begin, Clock::time_point deadline);
+  void ping_if_due();
+  ssize_t end_of_messages(const error_code& error);
+  Clock::duration ping_period() const;
+
+  /// Starts an operation and runs it to its end, or to the deadline: then the connection is closed.
+  template <typename Start>
+  error_code run(Clock::time_point deadline, Start start);
+  Clock::time_point limit() const { return Clock::now() + target_.timeout; }
+  WebSocket_Traffic& traffic() { return beast::get_lowest_layer(*socket_).rate_policy(); }
+  void drop();
+  int fail(const char* what, const std::string& why);
+
+  const Target target_;
+  std::chrono::seconds idle_{0};
+  HTTP_Request request_;
+  HTTP_SOCK_State state_ = HTTP_SOCK_STATE_CLOSED;
+
+  net::io_context io_{1};
+  std::optional<net::ssl::context> context_;
+  std::optional<websocket::stream<Stream>> socket_;
+  websocket::response_type response_;
+  beast::flat_buffer message_;
+  bool pinging_ = false;
+  Clock::time_point next_ping_;
+  /// When the server's close frame has come: until then its end of the connection is waited for.
+  std::optional<Clock::time_point> closed_until_;
+};
+
+extern template class Client<Plain_Stream>;
+extern template class Client<TLS_Stream>;
+
+}  // namespace websocket_client

@@ -1,0 +1,32 @@
+#include "http/websocket_connection_factory.h"
+
+#include <cerrno>
+#include <new>
+
+#include "ace/Log_Msg.h"
+#include "http/host_in_url.h"
+#include "http/websocket_client.h"
+
+using namespace websocket_client;
+
+std::unique_ptr<WebSocket_Connection> WebSocket_Connection_Factory::create(const std::string& host, unsigned short port,
+                                                                           bool ssl, const char* local_address,
+                                                                           ACE_SSL_Context* ssl_context,
+                                                                           bool /* delete_context */, int timeout) {
+  if (ssl_context) {
+    ACE_ERROR((LM_ERROR, ACE_TEXT("A WebSocket takes no SSL context.\n")));
+    return {};
+  }
+  const Target target{host_in_url(host), port, local_address ? local_address : "", std::chrono::seconds(timeout)};
+  if (target.host.empty()) {
+    ACE_ERROR((LM_ERROR, ACE_TEXT("'%C' is no host of a WebSocket.\n"), host.c_str()));
+    return {};
+  }
+  std::unique_ptr<WebSocket_Connection> connection;
+  if (ssl)
+    connection.reset(new (std::nothrow) Client<TLS_Stream>(target));
+  else
+    connection.reset(new (std::nothrow) Client<Plain_Stream>(target));
+  if (!connection) errno = ENOMEM;
+  return connection;
+}
