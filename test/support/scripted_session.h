@@ -37,7 +37,7 @@ class Scripted_Server {
   /// A client whose session is this script.
   K8S_Client_var client();
   void expect(Step step) { steps_.push_back(std::move(step)); }
-  void expect(const std::vector<Step>& steps) { steps_.insert(steps_.end(), steps.begin(), steps.end()); }
+  void expect_all(const std::vector<Step>& steps) { steps_.insert(steps_.end(), steps.begin(), steps.end()); }
 
   /// The requests so far, as the steps name them.
   const std::vector<std::string>& requests() const { return requests_; }

@@ -64,7 +64,7 @@ TEST_F(Resource, GetWithoutAnExchangeFailsWithStatus0) {
 }
 
 TEST_F(Resource, NamesAreJoinedWithOneSlash) {
-  server.expect({{"GET /x/a", 200, "{}"}, {"GET /x/a", 200, "{}"}, {"GET /x/a", 200, "{}"}});
+  server.expect_all({{"GET /x/a", 200, "{}"}, {"GET /x/a", 200, "{}"}, {"GET /x/a", 200, "{}"}});
   EXPECT_TRUE(K8S_General_Resource(server.client(), "/x/").get("a", val, true));
   EXPECT_TRUE(K8S_General_Resource(server.client(), "/x").get("/a", val, true));
   EXPECT_TRUE(K8S_General_Resource(server.client(), "/x/").get("/a", val, true));
@@ -149,20 +149,20 @@ TEST_F(Resource, DeleteTakesABrokenProbeForAMissingObject) {
 }
 
 TEST_F(Resource, DeleteOfAnObjectThatGoesAtOnceDoesNotSleep) {
-  server.expect({{"GET /api/v1/widgets/a", 200, "{}"},
-                 {"DELETE /api/v1/widgets/a", 200},
-                 {"GET /api/v1/widgets/a", 404, not_found}});
+  server.expect_all({{"GET /api/v1/widgets/a", 200, "{}"},
+                     {"DELETE /api/v1/widgets/a", 200},
+                     {"GET /api/v1/widgets/a", 404, not_found}});
   EXPECT_TRUE(widgets().delete_("a", true, 100));
   EXPECT_EQ(sleeps(), 0u);
   EXPECT_TRUE(log.lines().empty());
 }
 
 TEST_F(Resource, DeleteWaitsUntilTheObjectIsGone) {
-  server.expect({{"GET /api/v1/widgets/a", 200, "{}"},
-                 {"DELETE /api/v1/widgets/a", 200},
-                 {"GET /api/v1/widgets/a", 200, "{}"},
-                 {"GET /api/v1/widgets/a", 200, "{}"},
-                 {"GET /api/v1/widgets/a", 404, not_found}});
+  server.expect_all({{"GET /api/v1/widgets/a", 200, "{}"},
+                     {"DELETE /api/v1/widgets/a", 200},
+                     {"GET /api/v1/widgets/a", 200, "{}"},
+                     {"GET /api/v1/widgets/a", 200, "{}"},
+                     {"GET /api/v1/widgets/a", 404, not_found}});
   EXPECT_TRUE(widgets().delete_("a", true, 100));
   EXPECT_EQ(sleeps(), 2u);
   EXPECT_THAT(log.texts(LM_INFO), ElementsAre(testing::MatchesRegex("Retry\\(1\\) k8s/api/k8s_resource.cpp:[0-9]+ at 1 "
@@ -171,17 +171,17 @@ TEST_F(Resource, DeleteWaitsUntilTheObjectIsGone) {
 }
 
 TEST_F(Resource, DeleteOfAnObjectThatStaysLooksOnceMorePerRetry) {
-  server.expect({{"GET /api/v1/widgets/a", 200, "{}"},
-                 {"DELETE /api/v1/widgets/a", 200},
-                 {"GET /api/v1/widgets/a", 200, "{}"},
-                 {"GET /api/v1/widgets/a", 200, "{}"}});
+  server.expect_all({{"GET /api/v1/widgets/a", 200, "{}"},
+                     {"DELETE /api/v1/widgets/a", 200},
+                     {"GET /api/v1/widgets/a", 200, "{}"},
+                     {"GET /api/v1/widgets/a", 200, "{}"}});
   EXPECT_FALSE(widgets().delete_("a", true, 1));
   EXPECT_EQ(sleeps(), 1u);
   EXPECT_THAT(errors(), ElementsAre(string_sprintf("Type %s name a exists after delete\n", typeid(Widget).name())));
 }
 
 TEST_F(Resource, DeleteOfAnObjectThatStaysLogsNothingWhenToldSo) {
-  server.expect(
+  server.expect_all(
       {{"GET /api/v1/widgets/a", 200, "{}"}, {"DELETE /api/v1/widgets/a", 200}, {"GET /api/v1/widgets/a", 200, "{}"}});
   EXPECT_FALSE(widgets().delete_("a", false, 0));
   EXPECT_EQ(sleeps(), 0u);
@@ -189,9 +189,9 @@ TEST_F(Resource, DeleteOfAnObjectThatStaysLogsNothingWhenToldSo) {
 }
 
 TEST_F(Resource, DeleteGivesUpAfterAboutTenMinutes) {
-  server.expect({{"GET /api/v1/widgets/a", 200, "{}"},
-                 {"DELETE /api/v1/widgets/a", 200},
-                 {.request = "GET /api/v1/widgets/a", .status = 200, .reply = "{}", .again = true}});
+  server.expect_all({{"GET /api/v1/widgets/a", 200, "{}"},
+                     {"DELETE /api/v1/widgets/a", 200},
+                     {.request = "GET /api/v1/widgets/a", .status = 200, .reply = "{}", .again = true}});
   EXPECT_FALSE(widgets().delete_("a", true, -1));
   EXPECT_GE(slept_sec(), 600);
   EXPECT_LT(slept_sec(), 660);
@@ -199,9 +199,9 @@ TEST_F(Resource, DeleteGivesUpAfterAboutTenMinutes) {
 
 TEST_F(Resource, DeleteIgnoresTheStatusOfTheDeleteItself) {
   for (const int status : {202, 401, 403, 409, 422, 429, 500, 503}) {
-    server.expect({{"GET /api/v1/widgets/a", 200, "{}"},
-                   {"DELETE /api/v1/widgets/a", status},
-                   {"GET /api/v1/widgets/a", 404, not_found}});
+    server.expect_all({{"GET /api/v1/widgets/a", 200, "{}"},
+                       {"DELETE /api/v1/widgets/a", status},
+                       {"GET /api/v1/widgets/a", 404, not_found}});
     EXPECT_TRUE(widgets().delete_("a", true, 0)) << status;
   }
   EXPECT_TRUE(nothing_logged());
@@ -209,7 +209,7 @@ TEST_F(Resource, DeleteIgnoresTheStatusOfTheDeleteItself) {
 
 TEST_F(Resource, DeleteIsJudgedByTheProbeAndLoggedWithItsOwnStatus) {
   for (const int probe : {201, 401, 403, 429, 500, 503}) {
-    server.expect({{"GET /api/v1/widgets/a", probe, forbidden}, {"DELETE /api/v1/widgets/a", 410}});
+    server.expect_all({{"GET /api/v1/widgets/a", probe, forbidden}, {"DELETE /api/v1/widgets/a", 410}});
     log.clear();
     EXPECT_FALSE(widgets().delete_("a", true, 1)) << probe;
     EXPECT_THAT(errors(),
@@ -218,7 +218,7 @@ TEST_F(Resource, DeleteIsJudgedByTheProbeAndLoggedWithItsOwnStatus) {
 }
 
 TEST_F(Resource, DeleteThatIsNotSentIsLoggedAlsoWithoutLogging) {
-  server.expect({{"GET /api/v1/widgets/a", 200, "{}"}, {"DELETE /api/v1/widgets/a"}});
+  server.expect_all({{"GET /api/v1/widgets/a", 200, "{}"}, {"DELETE /api/v1/widgets/a"}});
   EXPECT_FALSE(widgets().delete_("a", false, 1));
   EXPECT_THAT(errors(),
               ElementsAre(string_sprintf("Failed to delete type %s name a status 0\n", typeid(Widget).name())));
@@ -227,9 +227,9 @@ TEST_F(Resource, DeleteThatIsNotSentIsLoggedAlsoWithoutLogging) {
 TEST_F(Resource, DeleteEndsQuietlyWhenTheWaitCannotRead) {
   const std::pair<int, const char*> replies[] = {{0, ""}, {404, ""}, {200, "[]"}};
   for (const auto& [status, reply] : replies) {
-    server.expect({{"GET /api/v1/widgets/a", 200, "{}"},
-                   {"DELETE /api/v1/widgets/a", 200},
-                   {"GET /api/v1/widgets/a", status, reply}});
+    server.expect_all({{"GET /api/v1/widgets/a", 200, "{}"},
+                       {"DELETE /api/v1/widgets/a", 200},
+                       {"GET /api/v1/widgets/a", status, reply}});
     EXPECT_FALSE(widgets().delete_("a", true, 100)) << status;
   }
   EXPECT_EQ(sleeps(), 0u);
@@ -237,10 +237,10 @@ TEST_F(Resource, DeleteEndsQuietlyWhenTheWaitCannotRead) {
 }
 
 TEST_F(Resource, DeleteGoesOnWaitingOverARefusedRead) {
-  server.expect({{"GET /api/v1/widgets/a", 200, "{}"},
-                 {"DELETE /api/v1/widgets/a", 200},
-                 {"GET /api/v1/widgets/a", 503, forbidden},
-                 {"GET /api/v1/widgets/a", 404, not_found}});
+  server.expect_all({{"GET /api/v1/widgets/a", 200, "{}"},
+                     {"DELETE /api/v1/widgets/a", 200},
+                     {"GET /api/v1/widgets/a", 503, forbidden},
+                     {"GET /api/v1/widgets/a", 404, not_found}});
   EXPECT_TRUE(widgets().delete_("a", true, 100));
   EXPECT_EQ(sleeps(), 1u);
 }
@@ -259,10 +259,10 @@ TEST_F(Resource, DeleteOfWhatWouldBeTheWholeCollectionSendsNothing) {
 }
 
 TEST_F(Resource, DeleteOfARecordedClaimWaitsForItsFinalizer) {
-  server.expect({recorded("pvc-protection", "get the claim while it is terminating"),
-                 recorded("pvc-protection", "delete the claim again"),
-                 recorded("pvc-protection", "get the claim while it is terminating, three seconds later"),
-                 recorded("pvc-protection", "get the claim after the pod is gone")});
+  server.expect_all({recorded("pvc-protection", "get the claim while it is terminating"),
+                     recorded("pvc-protection", "delete the claim again"),
+                     recorded("pvc-protection", "get the claim while it is terminating, three seconds later"),
+                     recorded("pvc-protection", "get the claim after the pod is gone")});
   K8S_General_Resource claims(server.client(), "/api/v1/namespaces/prot-demo/persistentvolumeclaims");
   EXPECT_TRUE(claims.delete_("data", true, 100));
   EXPECT_EQ(sleeps(), 1u);
