@@ -157,13 +157,14 @@ TEST_F(Front_Test, what_it_compresses_another_program_reads) {
     answer.chunked = true;
     return answer;
   };
-  const std::string command = "curl -sk --compressed " + front.url() + "/a";
+  const Front other(api);
+  const std::string command = "curl -sk --compressed " + other.url() + "/a";
   FILE* pipe = popen(command.c_str(), "r");
   std::string read(body.size() + 1, '\0');
   read.resize(fread(read.data(), 1, read.size(), pipe));
   EXPECT_EQ(pclose(pipe), 0);
   EXPECT_TRUE(read == body);
-  EXPECT_EQ(front.requests().at(0).header("accept-encoding").find("gzip") == std::string::npos, false);
+  EXPECT_EQ(other.requests().at(0).header("accept-encoding").find("gzip") == std::string::npos, false);
 }
 
 TEST_F(Front_Test, counts_open_connections) {

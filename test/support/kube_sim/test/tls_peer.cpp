@@ -76,9 +76,12 @@ void Tls_Peer::get(const std::string& target, const std::string& more) {
 
 bool Tls_Peer::fill() {
   char bytes[64 * 1024];
-  ERR_clear_error();
-  errno = 0;
-  const int count = SSL_read(ssl_.get(), bytes, sizeof bytes);
+  int count;
+  do {
+    ERR_clear_error();
+    errno = 0;
+    count = SSL_read(ssl_.get(), bytes, sizeof bytes);
+  } while (count <= 0 && errno == EINTR);
   if (count > 0) {
     buffer_.append(bytes, count);
     return true;
