@@ -190,7 +190,7 @@ TEST(Retry, EachSleepIsToldWithItsRoundAndDelay) {
   const Log_Capture log;
   const int line = __LINE__ + 1;
   QVX_RETRY(2, 600, , false, );
-  const std::string at = " kolt/test/retry_test.cpp:" + std::to_string(line) + " at ";
+  const std::string at = " " __FILE__ ":" + std::to_string(line) + " at ";
   const std::string second = std::to_string(clock.sleeps().at(1).count() / 1000);
   EXPECT_THAT(log.texts(LM_INFO),
               ElementsAre("Retry(1)" + at + "1 second(s) later.\n", "Retry(2)" + at + second + " second(s) later.\n"));
