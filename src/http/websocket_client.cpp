@@ -21,6 +21,12 @@ constexpr std::size_t head_bytes = 512;
 constexpr std::chrono::seconds usual_ping_period(30);
 constexpr std::chrono::seconds closing_time(2);
 
+/// A time-out may be larger than what a clock can add; a year is long enough for all of them.
+Clock::duration span_of(const ACE_Time_Value& timeout) {
+  constexpr time_t year = 365 * 24 * 3600;
+  return std::chrono::seconds(std::min(timeout.sec(), year)) + std::chrono::microseconds(timeout.usec());
+}
+
 std::string beginning(const std::string& text) {
   return printable(std::string_view(text).substr(0, head_bytes));
 }
@@ -185,9 +191,7 @@ ssize_t Client<Stream>::receive(const char*& data, std::size_t& length, unsigned
                                 const ACE_Time_Value* timeout) {
   if (state_ != HTTP_SOCK_STATE_WEBSOCKET_HANDSHAKED) return fail("receive from", "there is no WebSocket");
   const Clock::time_point begin = Clock::now();
-  const auto deadline = timeout
-                            ? begin + std::chrono::seconds(timeout->sec()) + std::chrono::microseconds(timeout->usec())
-                            : Clock::time_point::max();
+  const Clock::time_point deadline = timeout ? begin + span_of(*timeout) : Clock::time_point::max();
   message_.clear();
   do {
     const auto done = std::make_shared<Result>();
