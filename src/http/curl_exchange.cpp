@@ -52,7 +52,9 @@ void Curl_Exchange::attach(CURL* handle) {
 }
 
 HTTP_Exchange_Result Curl_Exchange::result(CURLcode code) const {
-  if (code == CURLE_OK) return {HTTP_OUTCOME_ANSWERED, {}};
+  if (code == CURLE_OK && whole_head_) return {HTTP_OUTCOME_ANSWERED, {}};
+  if (code == CURLE_OK)
+    return {HTTP_OUTCOME_BROKEN, "the answer ends in its head"};  // libcurl takes it for a whole one
   if (silent_) return {HTTP_OUTCOME_FAILED, "timed out in silence"};
   if (connections_ > 1) return {HTTP_OUTCOME_BROKEN, "the server closed the connection"};
   const HTTP_Outcome outcome = connections_ == 0 ? outcome_before_sending(code) : outcome_after_sending(code);
@@ -89,10 +91,12 @@ std::size_t Curl_Exchange::on_header(const char* line, std::size_t size, std::si
 
 void Curl_Exchange::header(std::string_view line) {
   if (line.starts_with("HTTP/")) {  // also behind an interim answer
+    whole_head_ = false;
     response_.reset();
     response_.minor_version(line.starts_with("HTTP/1.0") ? 0 : 1);
     return;
   }
+  if (trimmed(line).empty()) whole_head_ = true;
   const std::size_t colon = line.find(':');
   if (colon == line.npos) return;
   const std::string name(trimmed(line.substr(0, colon)));

@@ -33,6 +33,7 @@ class Curl_Exchange {
   const int recv_timeout_;
   int connections_ = 0;  // on which the request was sent, or was about to be
   bool silent_ = false;
+  bool whole_head_ = false;
   curl_off_t bytes_ = 0;
   std::chrono::steady_clock::time_point last_move_;
   char reason_[CURL_ERROR_SIZE] = "";

@@ -64,7 +64,9 @@ std::unique_ptr<Curl_Session> Curl_Session::create(const HTTP_Target& target) {
 Curl_Session::Curl_Session(Handle handle, const HTTP_Target& target)
     : handle_(std::move(handle)),
       target_(target),
-      url_((target.ssl ? "https://" : "http://") + target.host + ':' + std::to_string(target.port) + '/') {}
+      url_((target.ssl ? "https://" : "http://") + target.host + ':' + std::to_string(target.port) + '/') {
+  set(CURLOPT_COOKIEJAR, "");  // has cookies kept in memory; the reset before each exchange forgets the file alone
+}
 
 template <typename Argument>
 void Curl_Session::set(int option, Argument value) {
@@ -109,7 +111,6 @@ void Curl_Session::set_connection() {
   set(CURLOPT_FORBID_REUSE, target_.idle_connections > 0 ? 0L : 1L);
   set(CURLOPT_TCP_KEEPALIVE, 1L);
   set(CURLOPT_BUFFERSIZE, receive_buffer);
-  set(CURLOPT_COOKIEFILE, "");
 }
 
 /// No connection is made on the word of an earlier one: neither issuers nor TLS sessions are remembered.
