@@ -1,5 +1,6 @@
 #include "support/kube_sim/defaults.h"
 
+#include <algorithm>
 #include <ctime>
 #include <mutex>
 #include <random>
@@ -32,6 +33,25 @@ void set_default(Object& object, const char* key, Value value) {
   object.emplace(key, std::move(value));
 }
 
+void add_finalizer(Object& object, const char* name) {
+  Array& finalizers = object["metadata"].to_object()["finalizers"].to_array();
+  if (std::find(finalizers.begin(), finalizers.end(), Value(name)) == finalizers.end()) finalizers << Value(name);
+}
+
+const char token_path[] = "/var/run/secrets/kubernetes.io/serviceaccount";
+
+bool mounts_token(const Object& spec) {
+  const Array* containers = json_spirit::object_get_array(spec, "containers");
+  if (!containers) return false;
+  for (const Object& container : *containers | json_spirit::get_obj)
+    if (const Array* mounts = json_spirit::object_get_array(container, "volumeMounts"))
+      for (const Object& mount : *mounts | json_spirit::get_obj) {
+        const auto* path = object_get_str(mount, "mountPath");
+        if (path && *path == token_path) return true;
+      }
+  return false;
+}
+
 /// The token that each container gets, as a volume.
 void mount_token(Object& spec, const std::string& volume) {
   Array sources;
@@ -48,8 +68,7 @@ void mount_token(Object& spec, const std::string& volume) {
     Array* containers = json_spirit::object_get_array(spec, list);
     if (!containers) continue;
     for (Object& container : *containers | json_spirit::get_obj)
-      container["volumeMounts"].to_array() << Object_Maker()("name", volume)("readOnly", true)(
-          "mountPath", "/var/run/secrets/kubernetes.io/serviceaccount");
+      container["volumeMounts"].to_array() << Object_Maker()("name", volume)("readOnly", true)("mountPath", token_path);
   }
 }
 
@@ -95,24 +114,26 @@ void default_pod(Object& pod) {
   set_default(spec, "priority", 0);
   bool wanted = true;
   json_spirit::object_get(spec, "automountServiceAccountToken", wanted);
-  if (wanted) mount_token(spec, "kube-api-access-" + random_suffix());
+  if (wanted && !mounts_token(spec)) mount_token(spec, "kube-api-access-" + random_suffix());
   Object& status = pod["status"].to_object();
   set_default(status, "phase", "Pending");
   set_default(status, "qosClass", "BestEffort");
 }
 
 void default_claim(Object& claim, bool stored) {
-  if (stored) claim["metadata"].to_object()["finalizers"].to_array() << Value("kubernetes.io/pvc-protection");
+  if (stored) add_finalizer(claim, "kubernetes.io/pvc-protection");
   set_default(claim["spec"].to_object(), "volumeMode", "Filesystem");
   set_default(claim["status"].to_object(), "phase", "Pending");
 }
 
 void default_volume(Object& volume) {
-  volume["metadata"].to_object()["finalizers"].to_array() << Value("kubernetes.io/pv-protection");
+  add_finalizer(volume, "kubernetes.io/pv-protection");
   Object& spec = volume["spec"].to_object();
   set_default(spec, "volumeMode", "Filesystem");
   set_default(spec, "persistentVolumeReclaimPolicy", "Retain");
-  set_default(volume["status"].to_object(), "phase", "Pending");
+  Object& status = volume["status"].to_object();
+  set_default(status, "phase", "Pending");
+  set_default(status, "lastPhaseTransitionTime", timestamp());
 }
 
 Value rolling_update(const char* first, Value first_value, const char* second, Value second_value) {
@@ -151,6 +172,7 @@ void default_stateful_set(Object& set) {
 }
 
 void default_daemon_set(Object& set) {
+  set["metadata"].to_object()["annotations"].to_object()["deprecated.daemonset.template.generation"] = "1";
   Object& spec = set["spec"].to_object();
   set_default(spec, "revisionHistoryLimit", 10);
   set_default(spec, "updateStrategy", rolling_update("maxUnavailable", 1, "maxSurge", 0));
@@ -271,6 +293,10 @@ bool known_source(const Object& source) {
 }  // namespace
 
 void normalize(const Resource& resource, Object& object) {
+  if (resource.kind == "Event") {
+    const auto* message = object_get_str(object, "message");
+    if (message && message->empty()) object.erase("message");
+  }
   if (resource.kind == "ConfigMap" || resource.kind == "Secret") {
     Object* data = json_spirit::object_get_object(object, "data");
     if (!data) return;

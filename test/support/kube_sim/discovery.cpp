@@ -56,8 +56,7 @@ Answer group_list(const Resource_Table& table) {
 }
 
 Answer core_versions() {
-  return document(
-      Object_Maker()("kind", "APIVersions")("versions", texts({"v1"}))("serverAddressByClientCIDRs", Array()));
+  return document(Object_Maker()("kind", "APIVersions")("versions", texts({"v1"})));
 }
 
 Value sub_resource(const Resource& resource, const char* name) {
@@ -67,6 +66,7 @@ Value sub_resource(const Resource& resource, const char* name) {
 
 void add_resource(Array& list, const Resource& resource) {
   std::vector<std::string> verbs{"create", "delete", "deletecollection", "get", "list", "patch", "update", "watch"};
+  if (resource.custom) verbs = {"delete", "deletecollection", "get", "list", "patch", "create", "update", "watch"};
   if (resource.kind == "Namespace") verbs.erase(verbs.begin() + 2);
   list << Object_Maker()("name", resource.plural)("singularName", resource.singular)("namespaced", resource.namespaced)(
       "kind", resource.kind)("verbs", texts(verbs))("shortNames", texts(resource.short_names), json_spirit::skip_empty);
@@ -83,8 +83,11 @@ Answer resource_list(const Resource_Table& table, const std::string& group, cons
   for (const auto& resource : table.all())
     if (resource.group == group && resource.version == version) add_resource(list, resource);
   if (list.empty()) throw no_such_resource();
-  return document(Object_Maker()("kind", "APIResourceList")("apiVersion", "v1")(
-      "groupVersion", group.empty() ? version : group + "/" + version)("resources", std::move(list)));
+  Object body;
+  json_spirit::insert(body)("kind", "APIResourceList")("resources", std::move(list))(
+      "groupVersion", group.empty() ? version : group + "/" + version);
+  if (!group.empty()) body["apiVersion"] = "v1";  // the core group's list goes without
+  return document(body);
 }
 
 /// Each group version's document says of its kinds that PATCH takes fieldValidation.

@@ -68,8 +68,11 @@ bool same_but_version(Object a, Object b) {
 
 /// Whether two states differ in what is wanted of the object.
 bool differs_in_wish(Object a, Object b) {
-  for (Object* object : {&a, &b})
+  for (Object* object : {&a, &b}) {
     for (const char* member : {"metadata", "status", "kind", "apiVersion"}) object->erase(member);
+    // That a pod is given a node is no wish.
+    if (Object* spec = json_spirit::object_get_object(*object, "spec")) spec->erase("nodeName");
+  }
   return !(a == b);
 }
 

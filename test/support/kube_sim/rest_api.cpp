@@ -51,6 +51,23 @@ void refuse_invalid(const Resource& resource, const Object& object, const Causes
   throw invalid(resource.group, resource.kind, name, causes);
 }
 
+/// A claim grows only where its class lets it.
+void check_resize(const Object_Store::Transaction& store, const Resource& resource, const Object& before,
+                  const Object& after) {
+  if (resource.kind != "PersistentVolumeClaim") return;
+  std::string old_size, size, storage_class;
+  bool expands = false;
+  json_spirit::pextract(before)("/spec/resources/requests/storage", old_size)("/spec/storageClassName", storage_class);
+  json_spirit::pextract(after)("/spec/resources/requests/storage", size);
+  if (size == old_size) return;
+  const auto stored = store.find({"storage.k8s.io", "storageclasses", "", storage_class});
+  if (stored) json_spirit::object_get(stored->object(), "allowVolumeExpansion", expands);
+  if (!expands)
+    throw forbidden(resource, id_of(resource, before).name,
+                    "only dynamically provisioned pvc can be resized and the storageclass that provisions the pvc must "
+                    "support resize");
+}
+
 void add_child_warning(const Resource& resource, const Delete_Options& options, std::vector<std::string>& warnings) {
   if (resource.kind == "Job" && options.propagation.empty())
     warnings.push_back(
@@ -208,6 +225,7 @@ Answer Rest_Api::change(const Request& request, const Target& target, const Reso
   Causes causes = validate(resource, after);
   for (auto& cause : validate_update(resource, before->object(), after)) causes.push_back(std::move(cause));
   refuse_invalid(resource, after, causes);
+  check_resize(store, resource, before->object(), after);
   Answer answer =
       object_answer(resource, dry_run(request) ? members_text(after)
                                                : store_update(resource, store, before, std::move(after))->members);

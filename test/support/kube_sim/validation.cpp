@@ -239,6 +239,24 @@ const char unchecked_rules[] =
     "some validation rules were not checked because the object was invalid; correct the existing errors to complete "
     "validation";
 
+/// The type of a value in the words of schemas.
+std::string schema_type(const Value& value) {
+  switch (value.type()) {
+    case json_spirit::str_type:
+      return "string";
+    case json_spirit::int_type:
+      return "integer";
+    case json_spirit::real_type:
+      return "number";
+    case json_spirit::bool_type:
+      return "boolean";
+    case json_spirit::array_type:
+      return "array";
+    default:
+      return "object";
+  }
+}
+
 /// What a custom resource's schema says: the first break of it hides the rules on several members.
 void check_type(const Value& object, const char* pointer, json_spirit::Value_type type, const char* name,
                 Causes& causes) {
@@ -247,7 +265,7 @@ void check_type(const Value& object, const char* pointer, json_spirit::Value_typ
   if (!value || value->type() == type) return;
   std::string field = pointer + 1;
   std::replace(field.begin(), field.end(), '/', '.');
-  const std::string found = value->type() == json_spirit::int_type ? "integer" : json_spirit::type_name(value->type());
+  const std::string found = schema_type(*value);
   const std::string member = field.substr(0, 5) == "spec." ? field : field.substr(field.rfind('.') + 1);
   causes.push_back(
       {"FieldValueTypeInvalid",
@@ -258,10 +276,11 @@ void check_type(const Value& object, const char* pointer, json_spirit::Value_typ
 void check_snapshot(const Object& snapshot, Causes& causes) {
   const Value document(snapshot);
   const Object* spec = object_get_object(snapshot, "spec");
+  const std::size_t others = causes.size();
   if (!spec) causes.push_back(Cause::required("spec"));
   check_type(document, "/spec/volumeSnapshotClassName", json_spirit::str_type, "string", causes);
   check_type(document, "/status/readyToUse", json_spirit::bool_type, "boolean", causes);
-  if (!causes.empty()) {
+  if (causes.size() > others) {
     causes.push_back(Cause::invalid("<nil>", "null", unchecked_rules));
     return;
   }
