@@ -1,6 +1,6 @@
 // The main of tests that bind-mount or use the fixed paths below /var/cache. It runs the test program again in a mount
-// namespace of its own (and a user namespace, where we are not root or may not mount), in which /var/cache and
-// /run/secrets are empty and writable.
+// namespace of its own (and a user namespace, where we are not root or may not mount), in which /var/cache,
+// /run/secrets and /opt/storage_class are empty and writable.
 #include <gmock/gmock.h>
 #include <sys/mount.h>
 #include <sys/stat.h>
@@ -41,7 +41,7 @@ bool mount_tmpfs(const char* path) {
   return false;
 }
 
-/// Makes @a entry of /run appear below @a copy as well. What cannot be shown (a mount point that is gone) is left out.
+/// Makes @a entry appear below @a copy as well. What cannot be shown (a mount point that is gone) is left out.
 void show_again(const fs::directory_entry& entry, const fs::path& copy) {
   const fs::path target = copy / entry.path().filename();
   std::error_code ignored;
@@ -56,15 +56,15 @@ void show_again(const fs::directory_entry& entry, const fs::path& copy) {
   mount(entry.path().c_str(), target.c_str(), nullptr, MS_BIND | MS_REC, nullptr);
 }
 
-/// Puts an empty /run/secrets in place. Where there is none and we may make none, or may not leave it behind on the
-/// host, /run becomes a tmpfs of ours that shows all else that it held. It is put together on /var/cache.
-bool make_run_secrets() {
-  if (fs::is_directory("/run/secrets")) return mount_tmpfs("/run/secrets");
+/// Puts an empty @a name below @a parent in place. Where there is none and we may make none, or may not leave it behind
+/// on the host, @a parent becomes a tmpfs of ours that shows all else that it held. It is put together on /var/cache.
+bool make_empty(const fs::path& parent, const char* name) {
+  if (fs::is_directory(parent / name)) return mount_tmpfs((parent / name).c_str());
   if (!mount_tmpfs("/var/cache")) return false;
-  for (const fs::directory_entry& entry : fs::directory_iterator("/run")) show_again(entry, "/var/cache");
-  fs::create_directory("/var/cache/secrets");
-  if (mount("/var/cache", "/run", nullptr, MS_MOVE, nullptr) == 0) return true;
-  std::perror("mount /run");
+  for (const fs::directory_entry& entry : fs::directory_iterator(parent)) show_again(entry, "/var/cache");
+  fs::create_directory(fs::path("/var/cache") / name);
+  if (mount("/var/cache", parent.c_str(), nullptr, MS_MOVE, nullptr) == 0) return true;
+  std::perror(parent.c_str());
   return false;
 }
 
@@ -79,7 +79,7 @@ int main(int argc, char** argv) {
     std::printf("SKIPPED: this machine forbids user and mount namespaces, so nothing here was tested\n");
     return 0;
   }
-  if (!make_run_secrets() || !mount_tmpfs("/var/cache")) return 1;
+  if (!make_empty("/run", "secrets") || !make_empty("/opt", "storage_class") || !mount_tmpfs("/var/cache")) return 1;
   ::testing::InitGoogleMock(&argc, argv);
   return RUN_ALL_TESTS();
 }
