@@ -122,6 +122,12 @@ Answer openapi_index(const Resource_Table& table) {
 
 Answer openapi(const Target& target, const Resource_Table& table) {
   const auto& parts = target.parts;
+  // Older clients read the second version, in the binary form alone. This is a document that describes nothing.
+  if (parts.size() == 2 && parts[1] == "v2")
+    return {.content_type = "application/com.github.proto-openapi.spec.v2.v1.0+protobuf",
+            .body =
+                "\n\3"
+                "2.0"};
   if (parts.size() < 2 || parts[1] != "v3") throw no_such_page();
   if (parts.size() == 2) return openapi_index(table);
   if (parts.size() == 4 && parts[2] == "api") return openapi_of(table, "", parts[3]);
