@@ -92,13 +92,4 @@ std::string body_text(const Answer& answer, std::optional<size_t> cut_at) {
   return text;
 }
 
-Answer failure(int status, std::string_view reason, std::string_view message) {
-  Answer answer;
-  answer.status = status;
-  answer.body = "{\"kind\":\"Status\",\"apiVersion\":\"v1\",\"metadata\":{},\"status\":\"Failure\",\"message\":\"" +
-                std::string(message) + "\",\"reason\":\"" + std::string(reason) +
-                "\",\"code\":" + std::to_string(status) + "}\n";
-  return answer;
-}
-
 }  // namespace kube_sim

@@ -23,7 +23,4 @@ std::string body_text(const Answer& answer, std::optional<size_t> cut_at);
 std::string chunk(std::string_view bytes);
 constexpr std::string_view last_chunk = "0\r\n\r\n";
 
-/// A Status document of a failure.
-Answer failure(int status, std::string_view reason, std::string_view message);
-
 }  // namespace kube_sim

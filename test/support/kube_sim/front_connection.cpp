@@ -8,6 +8,7 @@
 
 #include "support/kube_sim/answer_text.h"
 #include "support/kube_sim/exec_websocket.h"
+#include "support/kube_sim/status_document.h"
 
 namespace kube_sim {
 

@@ -1,6 +1,6 @@
 #include "support/kube_sim/scripted_api.h"
 
-#include "support/kube_sim/answer_text.h"
+#include "support/kube_sim/status_document.h"
 
 namespace kube_sim {
 
