@@ -18,7 +18,7 @@ struct Cluster_Options {
   /// The bearer token of the one user who may do everything.
   std::string token = "kube-sim-token";
   /// Bearer tokens of users who are known and may do nothing, and the names of these users.
-  std::map<std::string, std::string> powerless;
+  std::map<std::string, std::string> powerless = {};
   /// Whether the API group of the volume snapshots is installed.
   bool snapshots = true;
   /// Changes that a watch can go back; one from further back is answered with 410.
