@@ -77,7 +77,8 @@ TEST_F(Class_Config, WithoutTheExperimentStaysPermissive) {
 }
 
 TEST_F(Class_Config, PassesOverAnArrayOfAnyOtherName) {
-  EXPECT_TRUE(load(R"({"CSI":["a"],"other":["b",1],"":["c"],"csi ":["d"]})"));
+  EXPECT_TRUE(load(R"({"CSI":["a"],"other":["b",1],"":["c"],"csi ":["d"],"nfs":["share"]})"));
+  EXPECT_EQ(config.sc_to_type("share"), SC_TYPE_NFS);
   for (const char* sc : {"a", "b", "c", "d"}) EXPECT_EQ(config.sc_to_type(sc), SC_TYPE_UNKNOWN) << sc;
   EXPECT_THAT(log.lines(), IsEmpty());
 }
