@@ -1,6 +1,6 @@
 #include "http/curl_exchange.h"
 
-#include <cctype>
+#include <openssl/ssl.h>
 
 namespace {
 
@@ -42,6 +42,8 @@ void Curl_Exchange::attach(CURL* handle) {
   set(CURLOPT_ERRORBUFFER, reason_);
   set(CURLOPT_PREREQFUNCTION, &on_connected);
   set(CURLOPT_PREREQDATA, this);
+  set(CURLOPT_SSL_CTX_FUNCTION, &on_tls);
+  set(CURLOPT_SSL_CTX_DATA, this);
   set(CURLOPT_HEADERFUNCTION, &on_header);
   set(CURLOPT_HEADERDATA, this);
   set(CURLOPT_WRITEFUNCTION, &on_body);
@@ -55,10 +57,25 @@ HTTP_Exchange_Result Curl_Exchange::result(CURLcode code) const {
   if (code == CURLE_OK && whole_head_) return {HTTP_OUTCOME_ANSWERED, {}};
   if (code == CURLE_OK)
     return {HTTP_OUTCOME_BROKEN, "the answer ends in its head"};  // libcurl takes it for a whole one
+  if (distrust_) return {HTTP_OUTCOME_FAILED, std::string("SSL certificate problem: ") + distrust_};
   if (silent_) return {HTTP_OUTCOME_FAILED, "timed out in silence"};
   if (connections_ > 1) return {HTTP_OUTCOME_BROKEN, "the server closed the connection"};
   const HTTP_Outcome outcome = connections_ == 0 ? outcome_before_sending(code) : outcome_after_sending(code);
   return {outcome, reason_[0] != '\0' ? reason_ : ::curl_easy_strerror(code)};
+}
+
+CURLcode Curl_Exchange::on_tls(CURL*, void* context, void* self) {
+  ::SSL_CTX_set_cert_verify_callback(static_cast<SSL_CTX*>(context), &verify, self);
+  return CURLE_OK;
+}
+
+/// The usual verification. libcurl tells some of its verdicts, a wrong signature for one, as if the connection had
+/// failed.
+int Curl_Exchange::verify(X509_STORE_CTX* chain, void* self) {
+  const int good = ::X509_verify_cert(chain);
+  if (good <= 0)
+    static_cast<Curl_Exchange*>(self)->distrust_ = ::X509_verify_cert_error_string(::X509_STORE_CTX_get_error(chain));
+  return good;
 }
 
 /// libcurl makes a second connection by itself when a kept one turns out to be closed, and sends the request again.

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <curl/curl.h>
+#include <openssl/ossl_typ.h>
 
 #include <chrono>
 #include <string>
@@ -21,6 +22,8 @@ class Curl_Exchange {
  private:
   static int on_connected(void* self, char*, char*, int, int);
   static int on_progress(void* self, curl_off_t, curl_off_t received, curl_off_t to_send, curl_off_t sent);
+  static CURLcode on_tls(CURL*, void* context, void* self);
+  static int verify(X509_STORE_CTX* chain, void* self);
   static std::size_t on_header(const char* line, std::size_t size, std::size_t count, void* self);
   static std::size_t on_body(const char* chunk, std::size_t size, std::size_t count, void* self);
 
@@ -33,6 +36,7 @@ class Curl_Exchange {
   const int recv_timeout_;
   int connections_ = 0;  // on which the request was sent, or was about to be
   bool silent_ = false;
+  const char* distrust_ = nullptr;  // what is wrong with the server's certificate
   bool whole_head_ = false;
   curl_off_t bytes_ = 0;
   std::chrono::steady_clock::time_point last_move_;

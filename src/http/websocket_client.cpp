@@ -14,8 +14,9 @@ namespace websocket_client {
 namespace {
 
 constexpr std::size_t max_message = 32 * 1024 * 1024;
-/// Of frames and TLS records of a message, however many there are.
+/// Of the frames and TLS records of a message, however many there are.
 constexpr long long max_overhead = 1024 * 1024;
+constexpr long long overhead_share = 16;
 constexpr std::size_t control_frame_overhead = 128;
 constexpr std::size_t head_bytes = 512;
 constexpr std::chrono::seconds usual_ping_period(30);
@@ -75,7 +76,8 @@ int Client<Stream>::connect() {
 
 template <typename Stream>
 bool Client<Stream>::make_socket() {
-  closed_until_.reset();
+  closed_ = false;
+  end_.reset();
   pinging_ = false;
   if constexpr (tls) {
     error_code error;
@@ -167,7 +169,7 @@ void Client<Stream>::prepare_handshake() {
   }));
   socket_->control_callback([this](websocket::frame_type type, beast::string_view payload) {
     traffic().discount(payload.size() + control_frame_overhead);
-    if (type == websocket::frame_type::close) closed_until_ = Clock::now() + closing_time;
+    if (type == websocket::frame_type::close) closed_ = true;
   });
 }
 
@@ -198,7 +200,7 @@ ssize_t Client<Stream>::receive(const char*& data, std::size_t& length, unsigned
     socket_->async_read(message_, [done](const error_code& error, std::size_t) { *done = error; });
     io_.restart();
     if (!wait_for_message(*done, begin, deadline)) return -1;
-    if (!*done || **done) return end_of_messages(*done ? **done : websocket::error::closed);
+    if (const error_code error = done->value_or(net::error::timed_out)) return end_of_messages(error);
     traffic().restart();
   } while (message_.size() == 0);
 
@@ -212,14 +214,17 @@ template <typename Stream>
 bool Client<Stream>::wait_for_message(const Result& done, Clock::time_point begin, Clock::time_point deadline) {
   while (!done) {
     const Clock::time_point now = Clock::now();
-    if (closed_until_ && now >= *closed_until_) return true;
+    // The end has begun: what is left is to wait until the server closes the connection.
+    if (!socket_->is_open() && !end_) end_ = now + closing_time;
+    if (end_ && now >= *end_) return true;
     if (now >= deadline) return fail("receive from", "no message in time") == 0;
     if (idle_.count() > 0 && now >= std::max(begin, traffic().last_read()) + idle_)
       return fail("receive from", "the connection is dead") == 0;
-    if (traffic().bytes() > static_cast<long long>(max_message) + max_overhead)
+    const auto payload = static_cast<long long>(message_.size());
+    if (traffic().bytes() - payload > max_overhead + payload / overhead_share)
       return fail("receive from", "a message in too many fragments") == 0;
     ping_if_due();
-    io_.run_one_until(std::min({deadline, next_ping_, closed_until_.value_or(deadline)}));
+    io_.run_one_until(std::min({deadline, next_ping_, end_.value_or(deadline)}));
   }
   return true;
 }
@@ -236,14 +241,14 @@ void Client<Stream>::ping_if_due() {
   const Clock::time_point now = Clock::now();
   if (now < next_ping_) return;
   next_ping_ = now + ping_period();
-  if (pinging_ || closed_until_) return;
+  if (pinging_ || end_) return;
   pinging_ = true;
   socket_->async_ping({}, [this](const error_code&) { pinging_ = false; });
 }
 
 template <typename Stream>
 ssize_t Client<Stream>::end_of_messages(const error_code& error) {
-  if (error != websocket::error::closed && !closed_until_) return fail("receive from", error.message());
+  if (error != websocket::error::closed && !closed_) return fail("receive from", error.message());
   drop();
   return 0;
 }

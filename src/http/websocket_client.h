@@ -74,7 +74,8 @@ class Client : public WebSocket_Connection {
   bool takes_protocol() const;
   int log_refusal();
 
-  /// Waits until @a done has a value. False, with the failure logged, when there is no sense in waiting longer.
+  /// Waits until @a done has a value, or the WebSocket has ended. False, with the failure logged, when there is no
+  /// sense in waiting longer.
   bool wait_for_message(const Result& done, Clock::time_point begin, Clock::time_point deadline);
   void ping_if_due();
   ssize_t end_of_messages(const error_code& error);
@@ -100,8 +101,8 @@ class Client : public WebSocket_Connection {
   beast::flat_buffer message_;
   bool pinging_ = false;
   Clock::time_point next_ping_;
-  /// When the server's close frame has come: until then its end of the connection is waited for.
-  std::optional<Clock::time_point> closed_until_;
+  bool closed_ = false;                   // by a close frame of the server
+  std::optional<Clock::time_point> end_;  // of the wait behind a close frame, or behind a broken protocol
 };
 
 extern template class Client<Plain_Stream>;

@@ -339,6 +339,13 @@ TEST_F(Http_Client, a_server_that_leaves_in_the_middle_of_a_large_request_does_n
   EXPECT_EQ(0, response_.status());
 }
 
+TEST_F(Http_Client, a_tls_server_that_leaves_in_the_middle_of_a_large_request_does_not_kill_the_process) {
+  // Larger than what the front reads: it answers 413 and closes.
+  const bool answered = post(session_, Value(std::string(20'000'000, 'x')));
+  EXPECT_EQ(answered ? 413 : 0, response_.status());
+  EXPECT_EQ(0u, clock_.sleeps().size());
+}
+
 TEST_F(Http_Client, the_other_end_may_be_named_by_an_ipv6_address) {
   kube_sim::Front front(api_, {.address = "::1", .certificates = &certificates_});
   for (const char* host : {"::1", "[::1]"}) {
