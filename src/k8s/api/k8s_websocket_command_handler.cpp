@@ -21,6 +21,8 @@ namespace {
 
 constexpr unsigned short file_name_length = 8;
 constexpr int oaep_sha256 = 1;
+/// A string keeps shorter texts inside itself, where they are not wiped.
+constexpr size_t shortest_on_heap = 64;
 
 /// Empty when it can't be deciphered.
 secure_string rsa_decrypt_string(const std::string& encrypted) {
@@ -28,6 +30,7 @@ secure_string rsa_decrypt_string(const std::string& encrypted) {
   const RSA_Decoder decoder(reinterpret_cast<const unsigned char*>(encrypted.data()), encrypted.size(),
                             private_key.data(), private_key.size(), true, oaep_sha256);
   secure_string text;
+  text.reserve(shortest_on_heap);
   if (decoder) text.assign(reinterpret_cast<const char*>(decoder.get()), decoder.length());
   return text;
 }

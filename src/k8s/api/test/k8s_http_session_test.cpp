@@ -231,6 +231,24 @@ TEST_F(K8S_HTTP_Session_Test, TheTokenIsNeverSentToAPeerThatIsNotTheServer) {
   }
 }
 
+TEST_F(K8S_HTTP_Session_Test, ARotatedCaIsKnownToTheNextConnection) {
+  expect_gets(2);
+  auto first = std::make_unique<Front>(api_);
+  account_.set_front(*first);
+  account_.set_ca(first->ca());
+  const auto sess = session();
+  EXPECT_TRUE(sess->get("/x", val_));
+
+  Front_Options options;
+  options.port = first->port();
+  first.reset();
+  const Front second(api_, options);
+  EXPECT_FALSE(sess->get("/x", val_));
+  EXPECT_THAT(second.requests(), IsEmpty());
+  account_.set_ca(second.ca());
+  EXPECT_TRUE(sess->get("/x", val_));
+}
+
 TEST_F(K8S_HTTP_Session_Test, ARedirectIsTheReplyAndTheTokenStaysHere) {
   Front other(api_);
   kube_sim::Answer redirect = json_answer(302, "{}");

@@ -135,6 +135,19 @@ TEST_F(Command_Handler_Test, ASizeCanBeReadFromTheBeginningOfTheOutput) {
   EXPECT_EQ(natoi<long>(response.c_str()), 4096);
 }
 
+TEST_F(Command_Handler_Test, AnOutputLongerThanALogLineIsCutInTheLogAlone) {
+  const std::string output(10 * 1024 * 1024, 'x');
+  api_.script = [&](Exec_Stream& stream) {
+    for (size_t i = 0; i < output.size(); i += 32767) stream.send(1, std::string_view(output).substr(i, 32767));
+    stream.send(3, success);
+  };
+  std::string response;
+  EXPECT_TRUE(run("cat", {}, response));
+  EXPECT_TRUE(response == output);
+  EXPECT_THAT(log_.texts(LM_INFO), SizeIs(2));
+  EXPECT_LE(log_.texts(LM_INFO).back().size(), 4096u);
+}
+
 TEST_F(Command_Handler_Test, NoCommandsAreNothingToDoWhateverTheKey) {
   std::string response = "untouched";
   EXPECT_TRUE(run("", {{"password", "no cipher"}}, response));
