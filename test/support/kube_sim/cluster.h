@@ -78,7 +78,8 @@ class Cluster : public Api {
 
   /// Null when there is no such object.
   std::shared_ptr<const json_spirit::Value> get(const Object_Id& id) const;
-  /// All objects in the order of their names. @a ns empty: of all namespaces. @a label_selector as in a request.
+  /// All objects in the order of their names. @a ns empty: of all namespaces. @a label_selector as in a
+  /// request; one that cannot be read throws a Refusal.
   std::vector<std::shared_ptr<const json_spirit::Value>> list(const std::string& group, const std::string& resource,
                                                               const std::string& ns = {},
                                                               const std::string& label_selector = {}) const;

@@ -1,11 +1,11 @@
 #include "support/kube_sim/validation.h"
 
 #include <algorithm>
-#include <functional>
 
 #include "json_spirit/dump.h"
 #include "json_spirit/extract.h"
 #include "json_spirit/filter.h"
+#include "support/kube_sim/name_rules.h"
 
 namespace kube_sim {
 
@@ -17,94 +17,6 @@ using json_spirit::pextract;
 using json_spirit::Value;
 
 namespace {
-
-const char subdomain_rule[] =
-    "a lowercase RFC 1123 subdomain must consist of lower case alphanumeric characters, '-' or '.', and must start and "
-    "end with an alphanumeric character (e.g. 'example.com', regex used for validation is "
-    "'[a-z0-9]([-a-z0-9]*[a-z0-9])?(\\.[a-z0-9]([-a-z0-9]*[a-z0-9])?)*')";
-const char label_rule[] =
-    "a lowercase RFC 1123 label must consist of lower case alphanumeric characters or '-', and must start and end with "
-    "an alphanumeric character (e.g. 'my-name',  or '123-abc', regex used for validation is "
-    "'[a-z0-9]([-a-z0-9]*[a-z0-9])?')";
-const char value_rule[] =
-    "a valid label must be an empty string or consist of alphanumeric characters, '-', '_' or '.', and must start and "
-    "end with an alphanumeric character (e.g. 'MyValue',  or 'my_value',  or '12345', regex used for validation is "
-    "'(([A-Za-z0-9][-A-Za-z0-9_.]*)?[A-Za-z0-9])?')";
-const char key_rule[] =
-    "a valid label key must consist of alphanumeric characters, '-', '_' or '.', and must start and end with an "
-    "alphanumeric character (e.g. 'MyName',  or 'my.name',  or '123-abc', regex used for validation is "
-    "'([A-Za-z0-9][-A-Za-z0-9_.]*)?[A-Za-z0-9]') with an optional DNS subdomain prefix and '/' (e.g. "
-    "'example.com/MyName')";
-const char data_key_rule[] =
-    "a valid config key must consist of alphanumeric characters, '-', '_' or '.' (e.g. 'key.name',  or 'KEY_NAME',  or "
-    "'key-name', regex used for validation is '[-._a-zA-Z0-9]+')";
-
-bool lower_or_digit(char c) {
-  return (c >= 'a' && c <= 'z') || (c >= '0' && c <= '9');
-}
-
-bool letter_or_digit(char c) {
-  return lower_or_digit(c) || (c >= 'A' && c <= 'Z');
-}
-
-/// Letters and digits, and between them what @a inside lets through too.
-bool framed(const std::string& text, bool (*outside)(char), const char* inside) {
-  return !text.empty() && outside(text.front()) && outside(text.back()) &&
-         std::all_of(text.begin(), text.end(),
-                     [&](char c) { return outside(c) || std::string(inside).find(c) != std::string::npos; });
-}
-
-bool is_label(const std::string& text) {
-  return framed(text, lower_or_digit, "-");
-}
-
-bool is_subdomain(const std::string& text) {
-  for (std::size_t begin = 0; begin <= text.size();) {
-    const std::size_t end = std::min(text.find('.', begin), text.size());
-    if (!is_label(text.substr(begin, end - begin))) return false;
-    begin = end + 1;
-  }
-  return true;
-}
-
-std::string limit(std::size_t count, const char* unit) {
-  return "must be no more than " + std::to_string(count) + " " + unit;
-}
-
-void check_name(const Resource& resource, const std::string& name, Causes& causes) {
-  const std::string field = "metadata.name";
-  if (resource.kind == "Namespace") {
-    if (name.size() > 63) causes.push_back(Cause::invalid(field, quoted(name), limit(63, "characters")));
-    if (name.find('.') != std::string::npos)
-      causes.push_back(Cause::invalid(field, quoted(name), "must not contain dots"));
-    else if (!is_label(name))
-      causes.push_back(Cause::invalid(field, quoted(name), label_rule));
-    return;
-  }
-  if (name.size() > 253) causes.push_back(Cause::invalid(field, quoted(name), limit(253, "characters")));
-  if (!is_subdomain(name)) causes.push_back(Cause::invalid(field, quoted(name), subdomain_rule));
-  if (resource.kind == "CronJob" && name.size() > 52 && causes.empty())
-    causes.push_back(Cause::invalid(field, quoted(name), limit(52, "characters")));
-}
-
-bool is_label_key(const std::string& key) {
-  const std::size_t slash = key.find('/');
-  if (slash == std::string::npos) return framed(key, letter_or_digit, "-_.") && key.size() <= 63;
-  const std::string name = key.substr(slash + 1);
-  return is_subdomain(key.substr(0, slash)) && framed(name, letter_or_digit, "-_.") && name.size() <= 63;
-}
-
-void check_labels(const Object& labels, const std::string& field, Causes& causes) {
-  for (const auto& [key, value] : labels) {
-    if (!is_label_key(key)) causes.push_back(Cause::invalid(field, quoted(key), key_rule));
-    if (value.type() != json_spirit::str_type) continue;
-    const std::string& text = value.get_str();
-    if (text.size() > 63)
-      causes.push_back(Cause::invalid(field, quoted(text), limit(63, "bytes")));
-    else if (!text.empty() && !framed(text, letter_or_digit, "-_."))
-      causes.push_back(Cause::invalid(field, quoted(text), value_rule));
-  }
-}
 
 void check_metadata(const Resource& resource, const Object& object, Causes& causes) {
   const Object* metadata = object_get_object(object, "metadata");
@@ -125,13 +37,7 @@ void check_pod(const Object& pod, Causes& causes) {
   for (std::size_t i = 0; volumes && i < volumes->size(); ++i) {
     std::string name;
     pextract((*volumes)[i])("/name", name);
-    const std::string field = "spec.volumes[" + std::to_string(i) + "].name";
-    if (name.empty())
-      causes.push_back(Cause::required(field));
-    else if (name.size() > 63)
-      causes.push_back(Cause::invalid(field, quoted(name), limit(63, "characters")));
-    else if (!is_label(name))
-      causes.push_back(Cause::invalid(field, quoted(name), label_rule));
+    check_label_name(name, "spec.volumes[" + std::to_string(i) + "].name", causes);
   }
 }
 
@@ -220,9 +126,7 @@ void check_config_map(const Object& map, Causes& causes) {
   if (!data) return;
   std::size_t size = 0;
   for (const auto& [key, value] : *data) {
-    if (!std::all_of(key.begin(), key.end(),
-                     [](char c) { return letter_or_digit(c) || c == '-' || c == '.' || c == '_'; }))
-      causes.push_back(Cause::invalid("data[" + key + "]", quoted(key), data_key_rule));
+    if (!is_data_key(key)) causes.push_back(Cause::invalid("data[" + key + "]", quoted(key), data_key_rule));
     size += value.type() == json_spirit::str_type ? value.get_str().size() : 0;
   }
   if (size > 1'048'576) causes.push_back({"FieldValueTooLong", "Too long: may not be more than 1048576 bytes", "[]"});
@@ -313,79 +217,6 @@ Causes validate(const Resource& resource, const Object& object) {
   if (kind == "ConfigMap") check_config_map(object, causes);
   if (kind == "Event") check_event(object, causes);
   if (kind == "VolumeSnapshot") check_snapshot(object, causes);
-  return causes;
-}
-
-namespace {
-
-Value at(const Object& object, const char* pointer) {
-  Value found;
-  pextract(object)(pointer, found);
-  return found;
-}
-
-/// Whether two states differ in their spec once the members that may change are taken out.
-bool spec_differs(const Object& before, const Object& after, const std::function<void(Object&)>& forgive) {
-  Value a = at(before, "/spec"), b = at(after, "/spec");
-  forgive(a.to_object());
-  forgive(b.to_object());
-  return !(a == b);
-}
-
-void forgive_pod(Object& spec) {
-  spec.erase("tolerations");
-  spec.erase("activeDeadlineSeconds");
-  for (const char* list : {"containers", "initContainers"})
-    if (Array* containers = json_spirit::object_get_array(spec, list))
-      for (Object& container : *containers | json_spirit::get_obj) container.erase("image");
-}
-
-/// A claim that waits for a volume may be given one.
-void check_claim_update(const Object& before, const Object& after, Causes& causes) {
-  std::string phase, volume;
-  pextract(before)("/status/phase", phase)("/spec/volumeName", volume);
-  const bool differs = spec_differs(before, after, [&](Object& spec) {
-    spec.erase("resources");
-    if (volume.empty()) spec.erase("volumeName");
-  });
-  if (differs)
-    causes.push_back(Cause::forbidden("spec",
-                                      "spec is immutable after creation except resources.requests and "
-                                      "volumeAttributesClassName for bound claims\n"));
-}
-
-void check_fixed(const Object& before, const Object& after, const char* member, Causes& causes) {
-  const Value now = at(after, (std::string("/") + member).c_str());
-  if (!(at(before, (std::string("/") + member).c_str()) == now))
-    causes.push_back(Cause::invalid(member, JSON_Dump(now, false).str(), "field is immutable"));
-}
-
-}  // namespace
-
-Causes validate_update(const Resource& resource, const Object& before, const Object& after) {
-  Causes causes;
-  const std::string& kind = resource.kind;
-  if (kind == "Pod" && spec_differs(before, after, forgive_pod))
-    causes.push_back(Cause::forbidden(
-        "spec",
-        "pod updates may not change fields other than "
-        "`spec.containers[*].image`,`spec.initContainers[*].image`,`spec.activeDeadlineSeconds`,`spec.tolerations` "
-        "(only additions to existing tolerations),`spec.terminationGracePeriodSeconds` (allow it to be set to 1 if it "
-        "was previously negative)\n"));
-  if (kind == "PersistentVolumeClaim") check_claim_update(before, after, causes);
-  if (kind == "StorageClass") {
-    check_fixed(before, after, "provisioner", causes);
-    check_fixed(before, after, "volumeBindingMode", causes);
-  }
-  if (kind == "Job" && !(at(before, "/spec/template") == at(after, "/spec/template")))
-    causes.push_back(
-        Cause::invalid("spec.template", JSON_Dump(at(after, "/spec/template"), false).str(), "field is immutable"));
-  if (kind == "VolumeSnapshot") {
-    const Value now = at(after, "/spec/source/persistentVolumeClaimName");
-    if (!(at(before, "/spec/source/persistentVolumeClaimName") == now))
-      causes.push_back(Cause::invalid("spec.source.persistentVolumeClaimName", JSON_Dump(now, false).str(),
-                                      "persistentVolumeClaimName is immutable"));
-  }
   return causes;
 }
 

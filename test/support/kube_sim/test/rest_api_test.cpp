@@ -136,6 +136,12 @@ TEST_F(RestApi, ScaleIsSetByPut) {
   EXPECT_EQ(replicas, 5);
 }
 
+TEST_F(RestApi, RefusesAnythingWithoutAName) {
+  for (const char* target : {"/api/v1/namespaces", "/api/v1/nodes", "/api/v1/namespaces/default/pods",
+                             "/apis/batch/v1/namespaces/default/jobs", "/apis/apps/v1/namespaces/default/statefulsets"})
+    EXPECT_EQ(call(cluster_, "POST", target, "{}").status, 422) << target;
+}
+
 TEST_F(RestApi, AClaimGetsTheDefaultClass) {
   call(cluster_, "POST", "/apis/storage.k8s.io/v1/storageclasses",
        R"({"metadata":{"name":"main","annotations":{"storageclass.kubernetes.io/is-default-class":"true"}},
