@@ -63,13 +63,19 @@ void Front::Impl::use_certificate() {
 }
 
 void Front::Impl::listen() {
-  const net::ip::tcp::endpoint endpoint(net::ip::make_address(state.options().address), state.options().port);
-  acceptor_.open(endpoint.protocol());
-  fcntl(acceptor_.native_handle(), F_SETFD, FD_CLOEXEC);
-  acceptor_.set_option(net::socket_base::reuse_address(true));
-  acceptor_.bind(endpoint);
-  acceptor_.listen();
-  port = acceptor_.local_endpoint().port();
+  const Front_Options& options = state.options();
+  try {
+    const net::ip::tcp::endpoint endpoint(net::ip::make_address(options.address), options.port);
+    acceptor_.open(endpoint.protocol());
+    fcntl(acceptor_.native_handle(), F_SETFD, FD_CLOEXEC);
+    acceptor_.set_option(net::socket_base::reuse_address(true));
+    acceptor_.bind(endpoint);
+    acceptor_.listen();
+    port = acceptor_.local_endpoint().port();
+  } catch (const boost::system::system_error& error) {
+    throw std::runtime_error("can't listen on " + options.address + " port " + std::to_string(options.port) + ": " +
+                             error.code().message());
+  }
 }
 
 void Front::Impl::accept() {

@@ -53,6 +53,8 @@ struct Front_Options {
   const Certificates* certificates = nullptr;
   /// Larger bodies are refused with 413, as real servers do.
   size_t body_limit = 3 * 1024 * 1024;
+  /// Whether `requests` has something to tell.
+  bool record = true;
   /// Larger heads are refused with 431. Commands of exec travel there.
   size_t head_limit = 1024 * 1024;
 };

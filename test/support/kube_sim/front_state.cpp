@@ -8,7 +8,7 @@ using Guard = std::lock_guard<std::mutex>;
 
 Fault Front_State::record(const Request& request) {
   const Guard guard(lock_);
-  requests_.push_back(request);
+  if (options_.record) requests_.push_back(request);
   return faults_.take(request);
 }
 
