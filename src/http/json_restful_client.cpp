@@ -36,5 +36,7 @@ void Common_JSON_RESTful_Client::prepare(HTTP_Request& request) {
   if (!ssl_) return;
   std::ifstream file(token_file);
   std::string token;
-  if (std::getline(file, token)) request.headers().put(HTTP_HEAD_AUTHORIZATION, ("Bearer " + token).c_str(), true);
+  if (!std::getline(file, token)) return;
+  if (token.ends_with('\r')) token.pop_back();
+  request.headers().put(HTTP_HEAD_AUTHORIZATION, ("Bearer " + token).c_str(), true);
 }

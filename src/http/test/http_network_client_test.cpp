@@ -392,6 +392,7 @@ TEST_F(Http_Client, a_restful_client_never_repeats) {
 }
 
 TEST_F(Http_Client, another_agent_is_shown_the_token_over_tls_only) {
+  account_.set_token("canary-token\r\nsecond line\n");
   Common_JSON_RESTful_Client("127.0.0.1", front_.port(), true, false, true).post("/", nullptr, response_, nullptr);
   EXPECT_EQ("Bearer canary-token", front_.requests().at(0).header("authorization"));
 

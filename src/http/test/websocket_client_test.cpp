@@ -203,6 +203,16 @@ TEST_F(WebSocket_Client, an_ssl_context_or_no_host_is_refused) {
   EXPECT_EQ(2u, log_.texts(LM_ERROR).size());
 }
 
+TEST_F(WebSocket_Client, the_other_end_may_be_named_by_an_ipv6_address) {
+  const kube_sim::Front front(api_, {.address = "::1", .certificates = &certificates_});
+  for (const char* host : {"::1", "[::1]"}) {
+    const Socket socket = WebSocket_Connection_Factory::create(host, front.port(), true, nullptr, nullptr, false, 20);
+    // The certificate is for 127.0.0.1: that it is looked at shows that the address was understood.
+    EXPECT_EQ(-1, socket->connect());
+  }
+  EXPECT_THAT(log_.texts(LM_ERROR), testing::Each(HasSubstr("IP address mismatch")));
+}
+
 // Time-outs.
 
 TEST_F(WebSocket_Client, the_time_out_bounds_the_wait_for_a_message) {
@@ -357,11 +367,11 @@ TEST_F(WebSocket_Frames, a_connection_without_traffic_is_dead_after_the_idle_tim
 TEST_F(WebSocket_Client, a_silent_connection_that_answers_pings_lives) {
   const Socket socket = opened([](Exec_Stream& stream) {
     std::string frame;
-    const auto end = steady_clock::now() + milliseconds(2500);
+    const auto end = steady_clock::now() + milliseconds(4500);
     while (stream.open() && steady_clock::now() < end) stream.receive(frame, milliseconds(10));
     stream.send(1, "late");
   });
-  socket->configure(1);
+  socket->configure(2);
   EXPECT_EQ("\x01late", next(*socket)) << log_.all();
 }
 
