@@ -12,6 +12,13 @@ using kube_sim::Fault;
 using kube_sim::Request;
 using testing::HasSubstr;
 
+/// A JSON string of so many letters.
+std::string quoted(std::size_t letters) {
+  std::string text(letters + 2, 'x');
+  text.front() = text.back() = '"';
+  return text;
+}
+
 class Http_Client : public Network_Test {
  protected:
   std::size_t requests() const { return front_.requests().size(); }
@@ -97,10 +104,9 @@ TEST_F(Http_Client, a_text_reply_leaves_its_status) {
 }
 
 TEST_F(Http_Client, reads_chunked_answers) {
-  const std::string text(100000, 'x');
-  api_.on_request = [&](const Request&) { return Answer{200, "application/json", '"' + text + '"', {}, true}; };
+  api_.on_request = [](const Request&) { return Answer{200, "application/json", quoted(100000), {}, true}; };
   EXPECT_TRUE(get(session_));
-  EXPECT_EQ(text, value_.get_str());
+  EXPECT_EQ(std::string(100000, 'x'), value_.get_str());
   EXPECT_TRUE(response_.chunked_transfer_encoding());
 }
 
@@ -176,9 +182,7 @@ TEST_F(Http_Client, a_get_is_repeated_when_the_answer_breaks_off) {
 }
 
 TEST_F(Http_Client, a_get_is_repeated_when_a_chunked_body_is_cut) {
-  api_.on_request = [](const Request&) {
-    return Answer{200, "application/json", '"' + std::string(40000, 'x') + '"', {}, true};
-  };
+  api_.on_request = [](const Request&) { return Answer{200, "application/json", quoted(40000), {}, true}; };
   fault(Fault::End::CUT_BODY, 20000);
   EXPECT_TRUE(get(session_)) << log_.all();
   EXPECT_EQ(40000u, value_.get_str().size());
