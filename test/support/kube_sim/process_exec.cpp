@@ -127,7 +127,7 @@ void Process_Exec::take_input(Exec_Stream& stream) {
     const auto channel = static_cast<unsigned char>(frame.empty() ? 1 : frame[0]);
     if (channel == input_channel) input_waiting_.append(frame, 1);
     const bool closes_input = channel == close_channel && frame.size() > 1 && frame[1] == input_channel;
-    if (closes_input && stream.protocol().starts_with("v5.")) input_.reset();
+    if (closes_input && stream.protocol().starts_with("v5.")) input_ends_ = true;
   }
 }
 
@@ -141,6 +141,7 @@ void Process_Exec::feed() {
     else
       input_.reset();
   }
+  if (input_ends_) input_.reset();
 }
 
 int Process_Exec::wait() {

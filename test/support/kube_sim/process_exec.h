@@ -45,6 +45,7 @@ class Process_Exec : public Exec {
   pid_t process_ = -1;
   Posix_Fd input_;
   std::string input_waiting_;
+  bool input_ends_ = false;  ///< the client has closed it; what waits is still written
   Output outputs_[2] = {{Posix_Fd(), 1}, {Posix_Fd(), 2}};
 };
 
