@@ -403,6 +403,20 @@ TEST_F(Capability_Run, CleanUpFollowsWhicheverWayTheRunEnds) {
   EXPECT_TRUE(nothing_left());
 }
 
+TEST_F(Capability_Run, OfTwoAtOnceEachRemovesItsOwnObjectsAndNoOthers) {
+  add_class("gold");
+  ASSERT_TRUE(init());
+  const auto with_first = server.objects();
+  {
+    Storage_Class_Capability_Config second(client, "backup", 30);
+    ASSERT_TRUE(second.init(csi, nfs, local));
+    EXPECT_EQ(server.objects().size(), with_first.size() + 3);
+  }
+  EXPECT_EQ(server.objects(), with_first);
+  end();
+  EXPECT_TRUE(nothing_left());
+}
+
 // faults at every request
 
 struct Faulty_Run : Capability_Run {
