@@ -31,11 +31,11 @@ bool find_agent(const std::string& node_name, std::string& address) {
   const K8S_Client_var client = make_shared_nothrow<K8S_Client>();
   KOLT_RETURN_IF_NULL(client, false);
   const K8S_Cluster& cluster = *K8S_Cluster::instance();
+  const query_map_type on_node{{"spec.nodeName", node_name}};
+  const query_map_type agents{{cluster.get_aux_key(), cluster.get_aux_value()}};
+  const query_selectors selectors{{"fieldSelector", on_node}, {"labelSelector", agents}};
   Value pods;
-  if (!K8S_Pod(client, cluster.get_current_ns())
-           .list(pods, {{"fieldSelector", {{"spec.nodeName", node_name}}},
-                        {"labelSelector", {{cluster.get_aux_key(), cluster.get_aux_value()}}}}) ||
-      pods.type() != json_spirit::obj_type) {
+  if (!K8S_Pod(client, cluster.get_current_ns()).list(pods, selectors) || pods.type() != json_spirit::obj_type) {
     ACE_ERROR((LM_ERROR, ACE_TEXT("Failed to list pods for node '%s'.\n"), node_name.c_str()));
     return false;
   }

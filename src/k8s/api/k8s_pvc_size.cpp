@@ -1,3 +1,4 @@
+#include "ace/Log_Msg.h"
 #include "json_spirit/assign.h"
 #include "json_spirit/extract.h"
 #include "k8s/api/k8s_pvc.h"
