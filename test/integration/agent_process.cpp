@@ -50,7 +50,10 @@ bool Agent_Process::start() {
     const int log = open(log_path().c_str(), O_WRONLY | O_CREAT | O_APPEND, 0600);
     dup2(log, STDERR_FILENO);
     dup2(log, STDOUT_FILENO);
-    execl(program.c_str(), program.c_str(), "--state-dir", state_dir_.c_str(), nullptr);
+    std::vector<const char*> args = {program.c_str(), "--state-dir", state_dir_.c_str()};
+    for (const std::string& option : options_) args.push_back(option.c_str());
+    args.push_back(nullptr);
+    execv(program.c_str(), const_cast<char* const*>(args.data()));
     _exit(127);
   }
   client_.reset();

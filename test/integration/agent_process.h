@@ -4,6 +4,7 @@
 
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "ctl/agent.h"
 #include "json_spirit/json_spirit_value.h"
@@ -17,7 +18,9 @@ namespace test_support {
  */
 class Agent_Process {
  public:
-  explicit Agent_Process(const std::string& state_dir) : state_dir_(state_dir) {}
+  /// @param options  of the command line, beside the state directory.
+  explicit Agent_Process(const std::string& state_dir, std::vector<std::string> options = {})
+      : state_dir_(state_dir), options_(std::move(options)) {}
   ~Agent_Process();
 
   /// Runs the program and waits until it answers. False when it ended or did not answer within 30 seconds.
@@ -42,6 +45,7 @@ class Agent_Process {
   std::string log_path() const { return state_dir_ + ".log"; }
 
   const std::string state_dir_;
+  std::vector<std::string> options_;
   pid_t pid_ = -1;
   std::unique_ptr<ctl::Agent> client_;
 };
