@@ -12,9 +12,11 @@ const char anonymous[] = "system:anonymous";
 
 /// The user's name; empty for the one who may do everything.
 std::string authenticate(const Cluster_Options& options, const Request& request) {
-  static const std::string scheme = "Bearer ";
+  static const std::string scheme = "bearer ";
   const std::string header = request.header("authorization");
-  if (header.compare(0, scheme.size(), scheme) != 0) return anonymous;
+  std::string given = header.substr(0, scheme.size());
+  std::transform(given.begin(), given.end(), given.begin(), [](unsigned char c) { return std::tolower(c); });
+  if (given != scheme) return anonymous;
   const std::size_t begin = header.find_first_not_of(' ', scheme.size());
   if (begin == std::string::npos) return anonymous;
   const std::string token = header.substr(begin);

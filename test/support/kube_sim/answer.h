@@ -14,7 +14,7 @@ struct Answer {
   std::string body = "";
   /// Further headers, as sent.
   std::vector<std::pair<std::string, std::string>> headers = {};
-  /// Sent in chunks instead of with a length, as real servers send lists.
+  /// Sent in chunks instead of with a length, as real servers send lists of more than 2 KiB.
   bool chunked = false;
 };
 

@@ -9,11 +9,17 @@ namespace {
 
 const char blanks[] = " \t\r\n";
 
+/// The real server takes a byte for the code point of that number, and shows it as UTF-8 where it can be seen.
+std::string visible(unsigned char c) {
+  if (c >= ' ' && c <= '~') return std::string(1, static_cast<char>(c));
+  if (c > 0xa0 && c != 0xad) return {static_cast<char>(0xc0 | c >> 6), static_cast<char>(0x80 | (c & 0x3f))};
+  char escape[8];
+  std::snprintf(escape, sizeof escape, "\\u%04x", c);
+  return escape;
+}
+
 std::string invalid(char c, const char* where) {
-  char shown[8];
-  const bool plain = c >= ' ' && c <= '~';
-  std::snprintf(shown, sizeof shown, plain ? "%c" : "\\u%04x", static_cast<unsigned char>(c));
-  return std::string("invalid character '") + shown + "' " + where;
+  return "invalid character '" + visible(static_cast<unsigned char>(c)) + "' " + where;
 }
 
 bool starts_value(char c) {

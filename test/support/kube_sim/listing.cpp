@@ -89,6 +89,12 @@ std::string path_of(const Stored_Object_var& object) {
 Selection::Selection(const Request& request, const Resource& resource)
     : labels(parameter(request, "labelSelector")), fields(parameter(request, "fieldSelector"), resource) {}
 
+Answer list_document(std::string text) {
+  constexpr std::size_t first_piece = 2048;
+  const bool chunked = text.size() > first_piece;
+  return {.body = std::move(text), .chunked = chunked};
+}
+
 Answer list_answer(const Request& request, const Resource& resource, const std::string& ns,
                    const Object_Store::Transaction& store) {
   const Selection selection(request, resource);
@@ -118,7 +124,7 @@ Answer list_answer(const Request& request, const Resource& resource, const std::
     if (selection.empty()) head.remaining = static_cast<long>(items.size() - limit);
     items.resize(limit);
   }
-  return {.body = list_text(resource, head, items), .chunked = true};
+  return list_document(list_text(resource, head, items));
 }
 
 }  // namespace kube_sim

@@ -19,6 +19,10 @@ struct Selection {
   Field_Selector fields;
 };
 
+/// The answer whose body is a list: in chunks, as the real server sends what it does not know the length of at first,
+/// but with a length where all of it fits into the first piece.
+Answer list_document(std::string text);
+
 /// Answers GET of a collection: selectors, resourceVersion, limit and continue. Throws Refusal.
 Answer list_answer(const Request& request, const Resource& resource, const std::string& ns,
                    const Object_Store::Transaction& store);

@@ -32,6 +32,14 @@ Refusal unknown_format(const std::string& accepted) {
                   "the body of the request was in an unknown format - accepted media types include: " + accepted)};
 }
 
+const char built_in_formats[] = "application/json, application/yaml, application/vnd.kubernetes.protobuf";
+
+/// A body without a content type is taken for JSON.
+void check_format(const Request& request, const char* accepted) {
+  const std::string type = media_type(request);
+  if (!type.empty() && type != "application/json") throw unknown_format(accepted);
+}
+
 void check_size(const Request& request) {
   if (request.body.size() > body_limit)
     throw Refusal{
@@ -193,10 +201,7 @@ void drop_unknown_members(const Request& request, const Resource& resource, Obje
 }
 
 Object object_in_body(const Request& request, const Resource& resource, std::vector<std::string>& warnings) {
-  const std::string type = media_type(request);
-  if (!type.empty() && type != "application/json")
-    throw unknown_format(resource.custom ? "application/json, application/yaml"
-                                         : "application/json, application/yaml, application/vnd.kubernetes.protobuf");
+  check_format(request, resource.custom ? "application/json, application/yaml" : built_in_formats);
   check_size(request);
   Object object = read_object(request, resource);
   check_kind(resource, object);
@@ -237,6 +242,7 @@ bool dry_run(const Request& request) {
 }
 
 Delete_Options delete_options(const Request& request) {
+  if (!request.body.empty()) check_format(request, built_in_formats);
   Delete_Options options;
   options.dry_run = dry_run(request);
   if (const auto* grace = request.parameter("gracePeriodSeconds"))

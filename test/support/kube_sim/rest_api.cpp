@@ -263,7 +263,7 @@ Answer Rest_Api::remove_all(const Request& request, const Target& target, const 
   for (const auto& stored : store.list(resource.group, resource.plural, target.ns))
     if (selection.matches(stored->value))
       items.push_back(options.dry_run ? stored : store_delete(resource, store, stored, options).object);
-  return {.body = list_text(resource, head, items), .chunked = true};
+  return list_document(list_text(resource, head, items));
 }
 
 }  // namespace kube_sim
