@@ -6,6 +6,7 @@
 #include "json_spirit/dump.h"
 #include "json_spirit/extract.h"
 #include "json_spirit/filter.h"
+#include "support/kube_sim/cluster.h"
 
 namespace kube_sim {
 
@@ -25,7 +26,8 @@ Recorded_Exchange read(const Object& recorded) {
       "/request/method", exchange.request.method)("/request/path", target)("/request/body", body)(
       "/request/body_text", exchange.request.body)("/request/headers", headers)("/response/status", exchange.status)(
       "/response/headers", exchange.headers)("/response/body", exchange.body)(
-      "/response/body_text", exchange.body_text)("/response/body_lines", exchange.lines);
+      "/response/body_text", exchange.body_text)("/response/body_lines", exchange.lines)(
+      "/request/version", exchange.version)("/end", exchange.end);
   set_target(exchange.request, target);
   if (body) exchange.request.body = json_spirit::JSON_Dump(*body, false).str();
   if (headers)
@@ -39,8 +41,8 @@ std::vector<std::string> recorded_groups() {
   std::vector<std::string> groups;
   for (const auto& entry : std::filesystem::directory_iterator(folder)) {
     const std::string name = entry.path().stem();
-    if (entry.path().extension() == ".json" && name.compare(0, 5, "exec-") != 0 && name != "left-out" &&
-        name != "controllers")
+    if (entry.path().extension() == ".json" && !name.starts_with("exec-") && !name.starts_with("http-") &&
+        name != "left-out" && name != "controllers")
       groups.push_back(name);
   }
   std::sort(groups.begin(), groups.end());
@@ -53,6 +55,18 @@ std::vector<Recorded_Exchange> recorded_exchanges(const std::string& group) {
   if (document.type() != json_spirit::array_type) return exchanges;
   for (const Object& recorded : document.get_array() | json_spirit::get_obj) exchanges.push_back(read(recorded));
   return exchanges;
+}
+
+bool authorize(Request& request, const std::string& note) {
+  const auto says = [&](const char* text) { return note.find(text) != std::string::npos; };
+  if (says("without an Authorization header")) return true;
+  if (says("token of the service account")) return false;
+  std::string token = Cluster_Options().token;
+  if (says("lab-nobody")) token = nobody_token;
+  if (says("does not know") || says("of the form")) token = "aaa.bbb.ccc";
+  if (says("and nothing behind it")) token.clear();
+  request.headers["authorization"] = "Bearer " + token;
+  return true;
 }
 
 Value recorded_document(const std::string& file) {
