@@ -9,11 +9,13 @@
 #include <vector>
 
 #include "ctl/agent.h"
+#include "ctl/cluster_commands.h"
 #include "ctl/human.h"
 #include "ctl/interrupt.h"
 #include "ctl/job.h"
 #include "ctl/job_params.h"
 #include "ctl/pool_sets.h"
+#include "ctl/print.h"
 #include "ctl/progress_view.h"
 #include "ctl/secret.h"
 #include "ctl/table.h"
@@ -32,10 +34,6 @@ using json_spirit::Value;
 namespace {
 
 constexpr const char* compression_names[] = {"none", "auto", "lzop", "zstd"};
-
-void print_json(std::ostream& out, const Object& document) {
-  out << json_spirit::JSON_Dump(document, true).c_str() << std::endl;
-}
 
 std::string new_uuid() {
   std::ifstream in("/proc/sys/kernel/random/uuid");
@@ -268,7 +266,8 @@ Exit_Code secret_encrypt(const Options& options, std::ostream& out, std::ostream
 }  // namespace
 
 Exit_Code run_command(const Options& options, std::ostream& out, std::ostream& err) {
-  static const std::map<std::string, Exit_Code (*)(const Options&, std::ostream&, std::ostream&)> commands = {
+  if (options.cluster.asked) return cluster_commands().at(options.command)(options, out, err);
+  static const std::map<std::string, Command> commands = {
       {"backup", backup}, {"restore", restore}, {"jobs", jobs},
       {"status", status}, {"cancel", cancel},   {"size", size},
       {"sets", sets},     {"info", info},       {"secret encrypt", secret_encrypt}};

@@ -15,8 +15,8 @@ constexpr char default_resource[] = "default";
 constexpr uint32_t max_seq = std::numeric_limits<uint32_t>::max();
 
 constexpr char footer[] =
-    "Exit codes: 0 the job is completed, 1 it failed or was canceled, 2 wrong usage, 3 no agent answers,\n"
-    "4 the agent refuses, 5 the pool cannot be read, 6 the job has not ended yet.";
+    "Exit codes: 0 the job is completed, 1 it failed or was canceled, 2 wrong usage, 3 no agent or server answers,\n"
+    "4 it refuses, 5 the pool cannot be read, 6 the job has not ended yet.";
 
 std::string from_environment(const char* name, const char* otherwise = "") {
   const char* const value = std::getenv(name);
@@ -123,7 +123,8 @@ void add_secret(CLI::App& app, Options& options) {
 
 bool parse_options(int argc, const char* const* argv, Options& options, int& exit_code, std::ostream& out,
                    std::ostream& err) {
-  CLI::App app("Backs directories up and restores them through the agent of this machine.", "tessarinctl");
+  CLI::App app("Backs directories up and restores them through the agent of this machine, and shows the cluster.",
+               "tessarinctl");
   app.set_version_flag("--version", TESSARIN_VERSION);
   app.require_subcommand(1);
   app.footer(footer);
@@ -134,6 +135,7 @@ bool parse_options(int argc, const char* const* argv, Options& options, int& exi
   add_restore(app, options);
   add_others(app, options);
   add_secret(app, options);
+  add_cluster_commands(app, options);
   try {
     app.parse(reversed_arguments(argc, argv));
   } catch (const CLI::ParseError& e) {

@@ -6,11 +6,13 @@
 #include <string>
 #include <vector>
 
+#include "ctl/cluster_options.h"
+
 namespace ctl {
 
 /// What a command line says. Members that the command does not take keep their defaults.
 struct Options {
-  std::string command;  ///< "backup", "restore", "jobs", "status", "cancel", "size", "sets", "info" or "secret encrypt"
+  std::string command;  ///< its words: "backup", "secret encrypt", "cluster info"
 
   std::string agent;
   std::string token_file;
@@ -34,6 +36,8 @@ struct Options {
   unsigned limit = 20;
 
   std::string public_key;  ///< of "secret encrypt": PEM file
+
+  Cluster_Options cluster;
 };
 
 /**
