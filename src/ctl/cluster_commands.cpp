@@ -7,6 +7,7 @@
 #include "ctl/cluster_view.h"
 #include "ctl/human.h"
 #include "ctl/print.h"
+#include "ctl/sc_check.h"
 #include "ctl/selection_commands.h"
 #include "ctl/table.h"
 #include "json_spirit/assign.h"
@@ -309,6 +310,7 @@ const std::map<std::string, Command>& cluster_commands() {
       {"pvc snapshot", pvc_snapshot},
       {"clean", clean},
       {"exec", exec},
+      {"sc check", sc_check},
       {"sc show", sc_show},
       {"entries check", entries_check},
   };

@@ -80,6 +80,13 @@ void add_others(CLI::App& app, Options& options) {
   add_namespace(add_command(*sc, options, "show", "sc show", "Storage classes and what they were found able to do"),
                 cluster, "CURRENT_NAMESPACE");
 
+  CLI::App* const check = add_command(*sc, options, "check", "sc check",
+                                      "Try out what the classes of /opt/storage_class/config.json can do");
+  add_namespace(check, cluster, "CURRENT_NAMESPACE");
+  check->add_option("--timeout", cluster.timeout, "seconds that the experiment may wait in all")
+      ->check(CLI::Range(3, 86400))
+      ->capture_default_str();
+
   CLI::App* const entries = app.add_subcommand("entries", "Selections of what is backed up");
   entries->require_subcommand(1);
   add_command(*entries, options, "check", "entries check", "What a selection comes to, and what of it is missing")

@@ -3,6 +3,8 @@
 #include <string>
 #include <vector>
 
+#include "k8s/api/k8s_def.h"
+
 namespace CLI {
 class App;
 }
@@ -33,6 +35,7 @@ struct Cluster_Options {
   bool dry_run = false;
   bool yes = false;
   std::string file;
+  int timeout = K8S_UPDATE_CONFIG_RETRY_TIMEOUT;  ///< of "sc check", seconds
 };
 
 /// Adds "cluster", "pvc", "sc", "entries", "exec" and "clean".

@@ -71,8 +71,7 @@ void add_classes(const Backup_Resource& entry, Storage_Class_Set& classes) {
 
 }  // namespace
 
-Exit_Code sc_show(const Options& options, std::ostream& out, std::ostream&) {
-  Cluster_View view(options.cluster);
+Exit_Code print_classes(const Options& options, Cluster_View& view, std::ostream& out) {
   K8S_Storage_Class classes(view.client());
   const Array items = view.items_of(classes, "storage classes");
   const Value verdicts = published_verdicts(view, options.cluster.ns);
@@ -89,6 +88,11 @@ Exit_Code sc_show(const Options& options, std::ostream& out, std::ostream&) {
                  verdict.snapshot});
   }
   return listing.print(options.json, out);
+}
+
+Exit_Code sc_show(const Options& options, std::ostream& out, std::ostream&) {
+  Cluster_View view(options.cluster);
+  return print_classes(options, view, out);
 }
 
 Exit_Code entries_check(const Options& options, std::ostream& out, std::ostream&) {

@@ -3,6 +3,8 @@
 #include <gtest/gtest.h>
 
 #include <cstdlib>
+#include <filesystem>
+#include <fstream>
 #include <sstream>
 
 #include "ctl/commands.h"
@@ -224,6 +226,21 @@ TEST_F(Cluster_Commands, Storage_classes_without_verdicts_are_shown_too) {
   EXPECT_EQ(run({"sc", "show", "--json"}), exit_ok) << failure;
   EXPECT_EQ(printed("/storage_classes/0/name"), "fast");
   EXPECT_EQ(printed("/storage_classes/0/clone"), "");
+}
+
+TEST_F(Cluster_Commands, Storage_classes_are_tried_out_and_nothing_is_left) {
+  std::ofstream("/opt/storage_class/config.json") << R"({"csi": ["fast"]})";
+  EXPECT_EQ(run({"sc", "check", "-n", "agents", "--timeout", "60"}), exit_ok) << failure << log.all();
+  EXPECT_THAT(out.str(), ::testing::ContainsRegex("fast +csi[.]example[.]com +Immediate +csi +yes +yes"));
+  EXPECT_THAT(err.str(), AllOf(HasSubstr("CLASS"), HasSubstr("fast")));
+  EXPECT_THAT(sim.list("", "persistentvolumeclaims", "agents"), IsEmpty());
+  std::filesystem::remove("/opt/storage_class/config.json");
+}
+
+TEST_F(Cluster_Commands, Experiment_needs_the_file_that_lists_the_classes) {
+  EXPECT_EQ(run({"sc", "check"}), exit_usage);
+  EXPECT_THAT(failure, HasSubstr("-n"));
+  EXPECT_EQ(run({"sc", "check", "-n", "agents"}), exit_refused);
 }
 
 TEST_F(Cluster_Commands, Selection_is_reduced_and_its_missing_entries_are_told) {
