@@ -263,19 +263,17 @@ std::string exec_url(const Cluster_Options& options, const std::string& ns) {
   return url;
 }
 
-/// The server's word on how a command ended, cut off from the end of its output.
+/// The server's word on how a command ended, cut off from the end of its output. Empty if it said none.
 std::string take_status(std::string& output) {
-  for (size_t at = output.rfind("{\"metadata\""); at != std::string::npos && at > 0;
-       at = output.rfind("{\"metadata\"", at - 1)) {
+  constexpr size_t longest = 65536;
+  const size_t begin = output.size() > longest ? output.size() - longest : 0;
+  for (size_t at = output.find('{', begin); at != std::string::npos; at = output.find('{', at + 1)) {
     Value status;
-    if (!json_spirit::loads_json(output.c_str() + at, status)) continue;
+    if (!json_spirit::loads_json(output.c_str() + at, status) || text_at(status, "/status").empty()) continue;
     output.resize(at);
     return text_at(status, "/message");
   }
-  Value status;
-  if (!json_spirit::loads_json(output.c_str(), status) || text_at(status, "/status").empty()) return "";
-  output.clear();
-  return text_at(status, "/message");
+  return "";
 }
 
 Exit_Code exec(const Options& options, std::ostream& out, std::ostream& err) {

@@ -40,10 +40,10 @@ constexpr char objects[] = R"([
             "resources": {"requests": {"storage": "1Gi"}}}},
   {"kind": "Pod", "apiVersion": "v1", "metadata": {"name": "web", "namespace": "shop"},
    "spec": {"containers": [{"name": "main", "image": "busybox",
-                            "volumeMounts": [{"name": "v", "mountPath": "/data"}]},
-                           {"name": "side", "image": "busybox",
                             "volumeMounts": [{"name": "v", "mountPath": "/data"}]}],
             "volumes": [{"name": "v", "persistentVolumeClaim": {"claimName": "data"}}]}},
+  {"kind": "Pod", "apiVersion": "v1", "metadata": {"name": "tools", "namespace": "lab"},
+   "spec": {"containers": [{"name": "main", "image": "busybox"}, {"name": "side", "image": "busybox"}]}},
   {"kind": "Pod", "apiVersion": "v1",
    "metadata": {"name": "agent-1", "namespace": "agents", "labels": {"app": "aux"}},
    "spec": {"nodeName": "n1", "containers": [{"name": "main", "image": "busybox"}]}},
@@ -131,10 +131,10 @@ TEST_F(Cluster_Commands, Namespaces_are_searched) {
   EXPECT_THAT(out.str(), AllOf(HasSubstr("shop"), Not(HasSubstr("agents"))));
 }
 
-TEST_F(Cluster_Commands, Nodes_tell_whether_they_take_pods) {
+TEST_F(Cluster_Commands, Nodes_tell_their_condition) {
   EXPECT_EQ(run({"cluster", "nodes", "--json"}), exit_ok) << failure;
   EXPECT_EQ(printed("/nodes/0/name"), "n1");
-  EXPECT_THAT(out.str(), HasSubstr("\"schedulable\": true"));
+  EXPECT_THAT(out.str(), AllOf(HasSubstr("\"ready\": true"), HasSubstr("\"schedulable\": false")));
 }
 
 TEST_F(Cluster_Commands, Agents_are_found_by_the_environment_only) {
@@ -203,13 +203,14 @@ TEST_F(Cluster_Commands, Size_needs_a_pod_that_mounts_the_claim) {
 }
 
 TEST_F(Cluster_Commands, Exec_passes_words_as_they_are) {
-  EXPECT_EQ(run({"exec", "web", "-n", "shop", "-c", "side", "--", "printf", "%s|", "a b", "c+d&e"}), exit_ok)
+  EXPECT_EQ(run({"exec", "tools", "-n", "lab", "-c", "side", "--", "printf", "%s|", "a b", "c+d&e"}), exit_ok)
       << failure << log.all();
   EXPECT_EQ(out.str(), "a b|c+d&e|");
 }
 
 TEST_F(Cluster_Commands, Exec_tells_how_a_command_failed) {
-  EXPECT_EQ(run({"exec", "web", "-n", "shop", "-c", "main", "--", "sh", "-c", "echo before; exit 3"}), exit_job_failed);
+  EXPECT_EQ(run({"exec", "tools", "-n", "lab", "-c", "main", "--", "sh", "-c", "echo before; exit 3"}),
+            exit_job_failed);
   EXPECT_EQ(out.str(), "before\n");
   EXPECT_THAT(err.str(), HasSubstr("exit code 3"));
 }
