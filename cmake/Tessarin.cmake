@@ -99,6 +99,9 @@ function(tessarin_program name)
   target_link_libraries(${name} PRIVATE tessarin_flags ${ARG_DEPS} ${ARG_LIBS})
 endfunction()
 
+# All test programs. What they do not need is not built for a run of the tests.
+add_custom_target(all_tests)
+
 # tessarin_test(<name> SOURCES <files> [DEPS <libraries>] [LABELS <unit|integration|system> [tsan]] [SANDBOX] [TIMEOUT <sec>])
 #
 # A GoogleTest program. The label "tsan" says that it has threads and runs under TSan too. SANDBOX runs it in a user and
@@ -125,6 +128,7 @@ function(tessarin_test name)
     target_link_libraries(${name} PRIVATE test_main)
   endif()
   target_link_libraries(${name} PRIVATE ${ARG_DEPS} ${ARG_LIBS} test_support)
+  add_dependencies(all_tests ${name})
   add_test(NAME ${name} COMMAND ${name})
   set_tests_properties(${name} PROPERTIES LABELS "${ARG_LABELS}" TIMEOUT ${ARG_TIMEOUT})
 endfunction()
