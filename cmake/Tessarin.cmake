@@ -70,16 +70,27 @@ if(TESSARIN_SANITIZER)
   target_link_libraries(library_pch PRIVATE tessarin_flags)
 endif()
 
-# tessarin_library(<name> SOURCES <files> [DEPS <our libraries>] [LIBS <external targets>])
+# Sanitizer builds compile several sources of a target as one, for the same reason: it halves the time. Release builds do
+# not, so that names and includes of each source stand on their own. ALONE is for targets whose sources use one name for
+# different things.
+if(TESSARIN_SANITIZER)
+  set(CMAKE_UNITY_BUILD ON)
+  set(CMAKE_UNITY_BUILD_BATCH_SIZE 8)
+endif()
+
+# tessarin_library(<name> SOURCES <files> [DEPS <our libraries>] [LIBS <external targets>] [ALONE])
 #
 # Makes <name>, a static library that tests and programs link with all that it needs, and <name>_objects, the same
 # objects for the shared libraries.
 function(tessarin_library name)
-  cmake_parse_arguments(ARG "" "" "SOURCES;DEPS;LIBS" ${ARGN})
+  cmake_parse_arguments(ARG "ALONE" "" "SOURCES;DEPS;LIBS" ${ARGN})
   add_library(${name}_objects OBJECT ${ARG_SOURCES})
   target_link_libraries(${name}_objects PUBLIC tessarin_flags ${ARG_LIBS})
   if(TARGET library_pch)
     target_precompile_headers(${name}_objects REUSE_FROM library_pch)
+  endif()
+  if(ARG_ALONE)
+    set_target_properties(${name}_objects PROPERTIES UNITY_BUILD OFF)
   endif()
   add_library(${name} STATIC $<TARGET_OBJECTS:${name}_objects>)
   set_target_properties(${name} PROPERTIES LINKER_LANGUAGE CXX)
@@ -102,7 +113,8 @@ endfunction()
 # All test programs. What they do not need is not built for a run of the tests.
 add_custom_target(all_tests)
 
-# tessarin_test(<name> SOURCES <files> [DEPS <libraries>] [LABELS <unit|integration|system> [tsan]] [SANDBOX] [TIMEOUT <sec>])
+# tessarin_test(<name> SOURCES <files> [DEPS <libraries>] [LABELS <unit|integration|system> [tsan]] [SANDBOX] [ALONE]
+#               [TIMEOUT <sec>])
 #
 # A GoogleTest program. The label "tsan" says that it has threads and runs under TSan too. SANDBOX runs it in a user and
 # mount namespace of its own, with an empty /var/cache. Each program is one CTest test.
@@ -110,7 +122,7 @@ function(tessarin_test name)
   if(NOT TESSARIN_TESTS)
     return()
   endif()
-  cmake_parse_arguments(ARG "SANDBOX" "TIMEOUT" "SOURCES;DEPS;LIBS;LABELS" ${ARGN})
+  cmake_parse_arguments(ARG "SANDBOX;ALONE" "TIMEOUT" "SOURCES;DEPS;LIBS;LABELS" ${ARGN})
   if(NOT ARG_LABELS)
     set(ARG_LABELS unit)
   endif()
@@ -122,6 +134,9 @@ function(tessarin_test name)
   endif()
   add_executable(${name} ${ARG_SOURCES})
   target_precompile_headers(${name} REUSE_FROM test_pch)
+  if(ARG_ALONE)
+    set_target_properties(${name} PROPERTIES UNITY_BUILD OFF)
+  endif()
   if(ARG_SANDBOX)
     target_link_libraries(${name} PRIVATE test_sandbox_main)
   else()
