@@ -13,9 +13,8 @@ class HTTP_Request : public HTTP_Base<CGI_Request> {
 
   using CGI_Request::uri;
   /// Sets the URI: path and query, beginning with '/'. A null one is empty.
-  /// @param encoded  says that @a text is percent-encoded where it has to be. Nothing is encoded here either way: a
-  /// text
-  ///                 with blanks or control characters makes the exchange fail before anything is sent.
+  /// Nothing is encoded here: a text with blanks or control characters makes the exchange fail before anything is sent.
+  /// @param encoded  says that @a text is percent-encoded where it has to be; it is sent as it stands either way.
   void uri(const char* text, bool encoded) {
     static_cast<void>(encoded);
     uri_ = text ? text : "";

@@ -23,8 +23,7 @@ enum HTTP_Outcome {
   /// The connection was lost after that; the server may or may not have done what was asked.
   HTTP_OUTCOME_BROKEN,
   /// To try again would not help or cost too much: the server's certificate or the CA file is bad, the URI isn't one,
-  /// the
-  /// server was silent for too long, the answer isn't HTTP.
+  /// the server was silent for too long, the answer isn't HTTP.
   HTTP_OUTCOME_FAILED
 };
 

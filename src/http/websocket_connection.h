@@ -45,8 +45,8 @@ class WebSocket_Connection {
    * @param timeout       how long to wait for a message; other frames don't prolong it. Null: as long as the connection
    *                      lives.
    * @return the length of the message (one byte more than its payload where the protocol has a channel byte); 0 when
-   * the server has closed the WebSocket, also without a message left unread; -1 on failure: nothing in time, the
-   *         connection lost without a close frame, a message too long. An empty message is passed over.
+   *         the server has closed the WebSocket; -1 on failure: nothing in time, the connection lost without a close
+   *         frame, a message too long. An empty message is passed over.
    */
   virtual ssize_t receive(const char*& data, std::size_t& length, unsigned char& opcode,
                           const ACE_Time_Value* timeout) = 0;

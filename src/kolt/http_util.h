@@ -84,8 +84,8 @@ TESSARIN_API bool http_encode_string(const char* text, unsigned long flags, std:
  *
  * @code
  *   std::string url = "/search?";
- *   HTTP_Query_String_Builder_string(std::back_inserter(url), false)("q", "a b")("page", 2);   //
- * "/search?q=a+b&page=2"
+ *   HTTP_Query_String_Builder_string(std::back_inserter(url), false)("q", "a b")("page", 2);
+ *   // "/search?q=a+b&page=2"
  * @endcode
  */
 template <typename Iter>

@@ -103,10 +103,9 @@ bool set_template_pod(Object& obj) {
     return false;
   }
 
-  Object labels;
-  json_spirit::insert(labels)(label());
   json_spirit::insert(obj)("apiVersion", "v1")("kind", "Pod")(
-      "metadata", Object_Maker()("name", generate_random_string(16))("namespace", "")("labels", std::move(labels)))(
+      "metadata",
+      Object_Maker()("name", generate_random_string(16))("namespace", "")("labels", Object_Maker()(label())))(
       "spec", Object_Maker()("containers", Array{container(image)})("volumes", Array()));
   return true;
 }

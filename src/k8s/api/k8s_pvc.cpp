@@ -22,12 +22,6 @@ namespace {
 
 constexpr char product[] = "tessarin";
 
-Object label_object() {
-  Object labels;
-  json_spirit::insert(labels)(k8s::label());
-  return labels;
-}
-
 /// The disk type of the volume @a pv as the annotation that asks its driver for the same; empty for other drivers.
 Object disk_type_annotation(const Value& pv) {
   const std::string* disk_type = nullptr;
@@ -84,7 +78,7 @@ bool K8S_PVC::clone_i(Object& clone_body, const std::string& clone_name) {
 
   Object_Maker metadata;
   metadata("name", clone_name.empty() ? k8s::generate_resource_name(*name, product) : clone_name)(
-      "namespace", std::move(*namespace_name))("labels", label_object());
+      "namespace", std::move(*namespace_name))("labels", Object_Maker()(k8s::label()));
   Object_Maker spec;
   spec("storageClassName", std::move(*storage_class_name))("volumeMode", std::move(*volume_mode))(
       "accessModes", std::move(*access_mode))("resources", std::move(*resources))(
@@ -96,7 +90,7 @@ bool K8S_PVC::clone_i(Object& clone_body, const std::string& clone_name) {
 bool K8S_PVC::create(const std::string& name, const std::string& sc, const Object& resources, const Array& access_mode,
                      const std::string& volume_mode, const std::string& api_version) {
   return post(Object_Maker()("kind", "PersistentVolumeClaim")("apiVersion", api_version)(
-      "metadata", Object_Maker()("name", name)("namespace", ns_)("labels", label_object()))(
+      "metadata", Object_Maker()("name", name)("namespace", ns_)("labels", Object_Maker()(k8s::label())))(
       "spec", Object_Maker()("storageClassName", sc)("volumeMode", volume_mode)("accessModes", access_mode)(
                   "resources", resources)));
 }
@@ -122,7 +116,7 @@ bool K8S_PVC::create_from_snapshot(const Value& pvc_info, const std::string& nam
   // A named claim is the agent's; without a name it takes the place of the user's own.
   Object_Maker metadata;
   metadata("name", name.empty() ? *name_clone : name)("namespace", *ns)(
-      "labels", name.empty() ? Object() : label_object())("annotations", disk_type_annotation(pv));
+      "labels", name.empty() ? Object_Maker() : Object_Maker()(k8s::label()))("annotations", disk_type_annotation(pv));
   const Object_Maker source = Object_Maker()("name", k8s::generate_resource_name(*name_clone, product))(
       "kind", "VolumeSnapshot")("apiGroup", snapshot_group());
   return post(Object_Maker()("kind", *kind)("apiVersion", *api_version)("metadata", std::move(metadata))(

@@ -82,11 +82,9 @@ bool K8S_Volume_Snapshot::create_i(const Object& pvc, const std::string& snapsho
     return false;
   }
 
-  Object labels;
-  json_spirit::insert(labels)(k8s::label());
   Object_Maker metadata;
   metadata("name", snapshot_name.empty() ? k8s::generate_resource_name(*name, "tessarin") : snapshot_name)(
-      "namespace", *ns)("labels", std::move(labels));
+      "namespace", *ns)("labels", Object_Maker()(k8s::label()));
   const Object_Maker spec = Object_Maker()("volumeSnapshotClassName", std::move(class_name))(
       "source", Object_Maker()("persistentVolumeClaimName", *name));
   return post(

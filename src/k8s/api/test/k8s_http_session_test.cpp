@@ -218,6 +218,12 @@ TEST_F(K8S_HTTP_Session_Test, WithoutTheCaNoRequestLeaves) {
   EXPECT_THAT(log_.texts(LM_ERROR), SizeIs(2)) << log_.all();
 }
 
+TEST_F(K8S_HTTP_Session_Test, ACaFileWithoutACertificateTrustsNobody) {
+  account_.set_ca("no certificate");
+  EXPECT_FALSE(session()->get("/x", val_));
+  EXPECT_THAT(front_.requests(), IsEmpty());
+}
+
 TEST_F(K8S_HTTP_Session_Test, TheTokenIsNeverSentToAPeerThatIsNotTheServer) {
   for (const auto kind : {Certificate_Kind::EXPIRED, Certificate_Kind::OTHER_CA, Certificate_Kind::WRONG_NAME,
                           Certificate_Kind::SELF_SIGNED}) {

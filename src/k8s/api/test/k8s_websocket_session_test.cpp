@@ -415,6 +415,16 @@ TEST_F(K8S_WebSocket_In_Cluster, TheTokenIsNeverSentToAPeerThatIsNotTheServer) {
   }
 }
 
+TEST_F(K8S_WebSocket_In_Cluster, WithoutAUsableCaNoRequestLeaves) {
+  std::string body;
+  account_.set_ca("no certificate");
+  EXPECT_FALSE(run([](Exec_Stream&) {}, body));
+  account_.remove_ca();
+  EXPECT_FALSE(run([](Exec_Stream&) {}, body));
+  EXPECT_THAT(front_.requests(), IsEmpty());
+  EXPECT_EQ(log_.texts(LM_ERROR).back(), no_handshake);
+}
+
 TEST_F(K8S_WebSocket_In_Cluster, WithoutAHostTheSessionExistsAndItsGetFails) {
   unsetenv("KUBERNETES_SERVICE_HOST");
   std::string body;
