@@ -32,7 +32,7 @@ std::string selector_text(const Object& workload) {
   return text;
 }
 
-/// A count of 0 is left out of the spec.
+/// A count of 0 is left out, as the server does.
 Object scale_of(const Object& workload) {
   const Object& from = json_spirit::object_get_object_or_throw(workload, "metadata");
   Object metadata, spec;
