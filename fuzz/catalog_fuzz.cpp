@@ -3,11 +3,11 @@
 
 #include "../test/support/memory_client_io.h"
 #include "ace/Log_Msg.h"
-#include "mtf_backup/catalog_format.h"
-#include "mtf_backup/catalog_reader.h"
-#include "mtf_backup/hash.h"
-#include "mtf_backup/medium.h"
-#include "mtf_backup/wire.h"
+#include "mtf_backup/set/catalog_format.h"
+#include "mtf_backup/set/catalog_reader.h"
+#include "mtf_backup/set/hash.h"
+#include "mtf_backup/set/medium.h"
+#include "mtf_backup/set/wire.h"
 
 namespace {
 

@@ -1,8 +1,8 @@
 // Commit records from outside: as they come, and under a checksum that fits. What is taken reads the same after it was
 // written again.
 #include "ace/Log_Msg.h"
-#include "mtf_backup/commit_record.h"
-#include "mtf_backup/hash.h"
+#include "mtf_backup/set/commit_record.h"
+#include "mtf_backup/set/hash.h"
 
 namespace {
 

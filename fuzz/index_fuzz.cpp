@@ -2,10 +2,10 @@
 // them.
 #include "../test/support/memory_client_io.h"
 #include "ace/Log_Msg.h"
-#include "mtf_backup/frame_codec.h"
-#include "mtf_backup/hash.h"
-#include "mtf_backup/medium_index.h"
-#include "mtf_backup/wire.h"
+#include "mtf_backup/set/frame_codec.h"
+#include "mtf_backup/set/hash.h"
+#include "mtf_backup/set/medium_index.h"
+#include "mtf_backup/set/wire.h"
 
 namespace {
 

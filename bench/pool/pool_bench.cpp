@@ -15,9 +15,9 @@
 #include <vector>
 
 #include "client_io/file_client_io.h"
-#include "mtf_backup/frame_workers.h"
-#include "mtf_backup/medium_reader.h"
-#include "mtf_backup/medium_writer.h"
+#include "mtf_backup/set/frame_workers.h"
+#include "mtf_backup/set/medium_reader.h"
+#include "mtf_backup/set/medium_writer.h"
 
 namespace {
 

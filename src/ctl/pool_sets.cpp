@@ -8,7 +8,7 @@
 #include "ctl/failure.h"
 #include "kolt/pool_info.h"
 #include "mtf_backup/channel_factory.h"
-#include "mtf_backup/set_store.h"
+#include "mtf_backup/set/set_store.h"
 
 namespace ctl {
 

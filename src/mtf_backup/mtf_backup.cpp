@@ -3,8 +3,8 @@
 #include <new>
 
 #include "ace/Log_Msg.h"
-#include "mtf_backup/backup_run.h"
-#include "mtf_backup/run_threads.h"
+#include "mtf_backup/backup/backup_run.h"
+#include "mtf_backup/run/run_threads.h"
 #include "task/task_context.h"
 
 MTF_Backup::MTF_Backup(MTF::Event_Handler_var event_handler, MTF::Metadata& metadata,

@@ -5,8 +5,8 @@
 
 #include "ace/Log_Msg.h"
 #include "kolt/check_macros.h"
-#include "mtf_backup/restore_run.h"
-#include "mtf_backup/run_threads.h"
+#include "mtf_backup/restore/restore_run.h"
+#include "mtf_backup/run/run_threads.h"
 #include "task/task_context.h"
 
 MTF_Restore::MTF_Restore(MTF::Event_Handler_var event_handler, ACE_Log_Msg_Callback_var log_callback)

@@ -4,7 +4,7 @@
 
 #include "kolt/pool_info.h"
 #include "mtf_backup/channel_factory.h"
-#include "mtf_backup/set_store.h"
+#include "mtf_backup/set/set_store.h"
 
 namespace ctl_test {
 

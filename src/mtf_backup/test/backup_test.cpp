@@ -3,7 +3,7 @@
 #include <sys/un.h>
 
 #include "kolt/dir_size.h"
-#include "mtf_backup/catalog_reader.h"
+#include "mtf_backup/set/catalog_reader.h"
 #include "mtf_backup/test/mover_fixture.h"
 #include "support/tree_maker.h"
 

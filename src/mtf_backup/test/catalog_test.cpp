@@ -1,8 +1,8 @@
 #include <cerrno>
 #include <optional>
 
-#include "mtf_backup/catalog_reader.h"
-#include "mtf_backup/catalog_writer.h"
+#include "mtf_backup/set/catalog_reader.h"
+#include "mtf_backup/set/catalog_writer.h"
 #include "mtf_backup/test/store_fixture.h"
 
 namespace {

@@ -2,9 +2,9 @@
 
 #include <cerrno>
 
-#include "mtf_backup/frame.h"
-#include "mtf_backup/hash.h"
-#include "mtf_backup/medium_index.h"
+#include "mtf_backup/set/frame.h"
+#include "mtf_backup/set/hash.h"
+#include "mtf_backup/set/medium_index.h"
 #include "mtf_backup/test/store_fixture.h"
 
 namespace {

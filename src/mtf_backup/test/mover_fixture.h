@@ -16,7 +16,7 @@
 #include "mtf/fs/path_converter.h"
 #include "mtf_backup/mtf_backup.h"
 #include "mtf_backup/mtf_restore.h"
-#include "mtf_backup/set_store.h"
+#include "mtf_backup/set/set_store.h"
 #include "mtf_backup/test/posix_callbacks.h"
 #include "support/faulty_client_io.h"
 #include "support/log_capture.h"

@@ -2,8 +2,8 @@
 #include <sys/stat.h>
 #include <sys/syscall.h>
 
-#include "mtf_backup/catalog_reader.h"
-#include "mtf_backup/catalog_writer.h"
+#include "mtf_backup/set/catalog_reader.h"
+#include "mtf_backup/set/catalog_writer.h"
 #include "mtf_backup/test/mover_fixture.h"
 
 using namespace mover_test;

@@ -1,10 +1,10 @@
-#include "mtf_backup/set_store.h"
+#include "mtf_backup/set/set_store.h"
 
 #include <cerrno>
 
 #include "kolt/pool_info.h"
 #include "mtf_backup/channel_factory.h"
-#include "mtf_backup/hash.h"
+#include "mtf_backup/set/hash.h"
 #include "mtf_backup/test/store_fixture.h"
 #include "support/temp_dir.h"
 

@@ -9,9 +9,9 @@
 #include <string>
 #include <string_view>
 
-#include "mtf_backup/frame_workers.h"
-#include "mtf_backup/medium_reader.h"
-#include "mtf_backup/medium_writer.h"
+#include "mtf_backup/set/frame_workers.h"
+#include "mtf_backup/set/medium_reader.h"
+#include "mtf_backup/set/medium_writer.h"
 #include "support/faulty_client_io.h"
 #include "support/log_capture.h"
 #include "support/memory_client_io.h"

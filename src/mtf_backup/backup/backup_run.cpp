@@ -1,0 +1,188 @@
+#include "mtf_backup/backup/backup_run.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <ctime>
+#include <new>
+#include <random>
+#include <utility>
+
+#include "ace/Log_Msg.h"
+#include "kolt/printable.h"
+#include "mtf_backup/backup/source_meter.h"
+#include "mtf_backup/backup/source_walker.h"
+#include "mtf_backup/run/progress_reporter.h"
+#include "mtf_backup/run/run_threads.h"
+
+namespace MTF_BACKUP {
+
+namespace {
+
+constexpr size_t max_channels = 64;
+
+uint32_t random_number() {
+  return std::random_device()();
+}
+
+bool refuse(const char* why) {
+  ACE_ERROR((LM_ERROR, ACE_TEXT("Failed to start the backup: %C.\n"), why));
+  return false;
+}
+
+}  // namespace
+
+Backup_Run::Backup_Run(const Backup_Settings& settings, MTF::Event_Handler_var handler,
+                       ACE_Log_Msg_Callback* log_callback)
+    : settings_(settings), handler_(handler), log_callback_(log_callback) {}
+
+MTF::Error_Code Backup_Run::run(const std::string& name) {
+  if (!check(name)) return MTF::E_FAILED;
+  if (!open_sources()) return MTF::E_GET_SOURCE_DATA;
+  if (!open_storage(name)) return MTF::E_OPEN_MEDIA;
+  if (!(make_channels() && move_data() && commit())) clean_up();
+  return result();
+}
+
+bool Backup_Run::check(const std::string& name) const {
+  const auto method = settings_.compression;
+  if (name.empty()) return refuse("the set has no name");
+  if (!settings_.callback_factory) return refuse("no callback factory");
+  if (!settings_.channel_factory) return refuse("no channel factory");
+  if (settings_.sources.empty()) return refuse("no source");
+  if (settings_.incremental) return refuse("incremental backups are not supported yet");
+  if (method == COMPR_LZOP) return refuse("compression by lzop is not supported yet");
+  if (method >= COMPR_MAX) return refuse("unknown compression method");
+  if (settings_.extra_client_io_opts.encryption_algorithm != ENCRYPT_NONE)
+    return refuse("encryption is not supported yet");
+  return true;
+}
+
+bool Backup_Run::open_sources() {
+  for (const std::string& path : settings_.sources) {
+    Source source;
+    source.path = path;
+    source.root = Posix_Fd(::open(path.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
+    struct stat st;
+    if (!source.root || ::fstat(source.root.get(), &st) != 0) {
+      ACE_ERROR((LM_ERROR, ACE_TEXT("Failed to open directory %C: %m\n"), printable(path).c_str()));
+      return false;
+    }
+    source.stat = MTF::entry_stat(st);
+    record_.sources.push_back(path);
+    sources_.push_back(std::move(source));
+  }
+  return true;
+}
+
+bool Backup_Run::open_storage(const std::string& name) {
+  record_.channels = static_cast<unsigned>(std::clamp<size_t>(settings_.channel_num, 1, max_channels));
+  if (settings_.channel_num > max_channels)
+    ACE_ERROR((LM_WARNING, ACE_TEXT("%B channels are too many, %B are used.\n"), settings_.channel_num, max_channels));
+  for (unsigned i = 0; i <= record_.channels; ++i) {
+    clients_.push_back(settings_.channel_factory->storage());
+    if (!clients_.back()) return refuse("no memory for a storage client");
+  }
+  store_ = std::make_unique<Set_Store>(clients_.front());
+  if (!store_->sweep() || !store_->begin(name, settings_.seq + 1, id_)) return false;
+
+  record_.set_uuid = settings_.uuid;
+  record_.pool_uuid = settings_.pool_uuid;
+  record_.host_uuid = settings_.host_uuid;
+  record_.minor_resource_id = settings_.minor_resource_id;
+  record_.name = id_.name;
+  record_.seq = id_.seq;
+  record_.incarnation = id_.incarnation;
+  record_.begin_time = std::time(nullptr);
+  record_.compression = mtf_to_compression(settings_.compression);
+  return true;
+}
+
+bool Backup_Run::make_channels() {
+  MTF::Set_Header header;
+  header.family_id = random_number();
+  header.media_name = id_.dir();
+  header.software_name = "tessarin";
+  header.set_name = id_.name;
+  header.user = settings_.host_uuid;
+  header.time = record_.begin_time;
+  job_.reset(new Backup_Job{sources_, settings_.callback_factory, header, state_});
+  workers_ = std::make_unique<Frame_Workers>();
+  catalog_ = std::make_unique<Catalog_Writer>(*clients_.front(), id_.dir(), record_.set_uuid);
+  if (!workers_->open() || !catalog_->open()) {
+    state_.fail(MTF::E_OPEN_MEDIA);
+    return false;
+  }
+  for (unsigned i = 0; i < record_.channels; ++i) {
+    const Medium_Id medium{id_.dir(), record_.set_uuid, i, record_.compression};
+    channels_.push_back(
+        std::make_unique<Channel_Writer>(*job_, *clients_[i + 1], medium, settings_.compression_level, *workers_));
+    if (!channels_.back()->open()) return false;
+  }
+  return true;
+}
+
+bool Backup_Run::move_data() {
+  Bounded_Queue_T<Work_Batch> queue(2 * channels_.size() + 2);
+  Entry_Collector collector(*catalog_, record_.sources, state_);
+  Source_Walker walker(sources_, settings_.callback_factory, queue, state_);
+  Progress_Reporter progress(handler_, state_);
+  {
+    const Source_Meter meter(sources_, state_);
+    Run_Threads threads(state_, log_callback_);
+    threads.start([&] { walker.run(); });
+    for (auto& channel : channels_) threads.start([&] { (void)run_channel(*channel, queue, collector); });
+    progress.watch(threads, [&] {
+      queue.abort();
+      collector.abort();
+      for (auto& client : clients_) client->cancel();
+    });
+  }
+  if (state_.stopping()) return false;
+  progress.finish();
+  record_.summary = collector.summary();
+  has_files_ = collector.has_files();
+  return true;
+}
+
+bool Backup_Run::run_channel(Channel_Writer& channel, Bounded_Queue_T<Work_Batch>& queue, Entry_Collector& collector) {
+  Work_Batch batch;
+  while (queue.pop(batch)) {
+    Batch_Result result;
+    if (!channel.write(batch, result) || !collector.deliver(std::move(result))) return false;
+  }
+  return !state_.stopping() && channel.finish();
+}
+
+bool Backup_Run::commit() {
+  if (!catalog_->finish()) {
+    state_.fail(MTF::E_ADD_TO_CATALOG);
+    return false;
+  }
+  for (const auto& channel : channels_)
+    record_.objects.insert(record_.objects.end(), channel->objects().begin(), channel->objects().end());
+  record_.objects.push_back(catalog_->object());
+  for (const Stored_Object& object : record_.objects) record_.summary.storage_size += object.size;
+  record_.end_time = std::time(nullptr);
+  if (store_->commit(id_, record_)) return true;
+  state_.fail(MTF::E_WRITE_TO_STORAGE);
+  return false;
+}
+
+/// Takes away what a run that failed has left in the pool.
+void Backup_Run::clean_up() {
+  channels_.clear();
+  catalog_.reset();
+  record_.summary = MTF::Cat_Summary();
+  // A failure has its line, and the next run sweeps again.
+  (void)store_->sweep();
+}
+
+MTF::Error_Code Backup_Run::result() const {
+  if (state_.code() != MTF::E_OK) return state_.code();
+  if (record_.summary.skipped_count > 0) return MTF::E_END_WITH_SKIPPED_FILES;
+  return has_files_ ? MTF::E_OK : MTF::E_NO_FILES_BACKUPED;
+}
+
+}  // namespace MTF_BACKUP

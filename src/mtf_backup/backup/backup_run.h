@@ -1,0 +1,65 @@
+#pragma once
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "mtf/core/cat_summary.h"
+#include "mtf/core/event_handler.h"
+#include "mtf_backup/backup/channel_writer.h"
+#include "mtf_backup/backup/entry_collector.h"
+#include "mtf_backup/backup_settings.h"
+#include "mtf_backup/run/bounded_queue.h"
+#include "mtf_backup/run/run_state.h"
+#include "mtf_backup/set/catalog_writer.h"
+#include "mtf_backup/set/frame_workers.h"
+#include "mtf_backup/set/set_store.h"
+
+namespace MTF_BACKUP {
+
+/**
+ * One backup from the check of its settings to the commit record.
+ *
+ * A walk, `channel_num` channels and the workers that compress run side by side; the calling thread asks for a cancel
+ * and reports. Whatever ends the run early, nothing of the set remains in the pool. Threads: one; the settings are
+ * borrowed.
+ */
+class Backup_Run {
+ public:
+  Backup_Run(const Backup_Settings& settings, MTF::Event_Handler_var handler, ACE_Log_Msg_Callback* log_callback);
+
+  /// As MTF_Backup::backup().
+  [[nodiscard]] MTF::Error_Code run(const std::string& name);
+
+  const MTF::Cat_Summary& summary() const { return record_.summary; }
+  bool canceled() const { return state_.canceled(); }
+
+ private:
+  bool check(const std::string& name) const;
+  bool open_sources();
+  bool open_storage(const std::string& name);
+  bool make_channels();
+  bool move_data();
+  bool run_channel(Channel_Writer& channel, Bounded_Queue_T<Work_Batch>& queue, Entry_Collector& collector);
+  bool commit();
+  void clean_up();
+  MTF::Error_Code result() const;
+
+  const Backup_Settings& settings_;
+  MTF::Event_Handler_var handler_;
+  ACE_Log_Msg_Callback* const log_callback_;
+  Run_State state_;
+  std::vector<Source> sources_;
+  std::vector<std::shared_ptr<Client_IO_Base>>
+      clients_;  // the first for catalog and commit record, then one per channel
+  std::unique_ptr<Set_Store> store_;
+  Set_Id id_;
+  Commit_Record record_;
+  std::unique_ptr<Backup_Job> job_;
+  std::unique_ptr<Frame_Workers> workers_;
+  std::unique_ptr<Catalog_Writer> catalog_;
+  std::vector<std::unique_ptr<Channel_Writer>> channels_;
+  bool has_files_ = false;
+};
+
+}  // namespace MTF_BACKUP

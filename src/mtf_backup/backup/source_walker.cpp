@@ -1,0 +1,156 @@
+#include "mtf_backup/backup/source_walker.h"
+
+#include <cstring>
+#include <utility>
+
+#include "ace/Log_Msg.h"
+#include "kolt/directory_reader.h"
+#include "kolt/printable.h"
+
+namespace MTF_BACKUP {
+
+namespace {
+
+constexpr size_t max_items = 256;
+constexpr uint64_t max_size = uint64_t(4) << 20;
+constexpr int list_attempts = 3;
+
+bool by_name(const Directory_Entry& a, const Directory_Entry& b) {
+  return a.name < b.name;
+}
+
+}  // namespace
+
+Source_Walker::Source_Walker(const std::vector<Source>& sources, MTF::IBackup_Callback_Factory_var factory,
+                             Bounded_Queue_T<Work_Batch>& queue, Run_State& state)
+    : sources_(sources), factory_(factory), queue_(queue), state_(state) {}
+
+void Source_Walker::run() {
+  callback_ = factory_->make();
+  if (!callback_) {
+    ACE_ERROR((LM_ERROR, ACE_TEXT("Failed to make a backup callback: %m\n")));
+    return state_.fail(MTF::E_FAILED);
+  }
+  for (uint32_t source = 0; source < sources_.size(); ++source) {
+    const MTF::source_entry entry{sources_[source].path};
+    callback_->handle_source_entry_begin(entry);
+    const bool ok = walk(source);
+    callback_->handle_source_entry_end(entry, ok);
+    if (!ok) return;
+  }
+  callback_->handle_source_produce_end();
+  if (flush()) queue_.close();
+}
+
+bool Source_Walker::walk(uint32_t source) {
+  path_.clear();
+  if (!visit(source, sources_[source].stat)) return false;
+  while (!levels_.empty()) {
+    Level& level = levels_.back();
+    path_.resize(level.path_size);
+    if (level.waiting.empty()) {
+      levels_.pop_back();
+      continue;
+    }
+    const Subdirectory next = std::move(level.waiting.back());
+    level.waiting.pop_back();
+    path_ = join_names(path_, next.name);
+    if (!visit(source, next.stat)) return false;
+  }
+  return true;
+}
+
+bool Source_Walker::visit(uint32_t source, const MTF::Entry_Stat& stat) {
+  if (state_.stopping()) return false;
+  std::string problem;
+  std::list<Directory_Entry> entries;
+  if (!dir_.open(sources_[source].root.get(), path_) || !callback_->check_directory(dir_.path("")) || !list(entries)) {
+    const int error = errno;
+    const std::string path = printable(path_in_set(sources_[source].path, path_));
+    if (is_resource_error(error)) {
+      ACE_ERROR((LM_ERROR, ACE_TEXT("Failed to list directory %C: %m\n"), path.c_str()));
+      state_.fail(MTF::E_GET_SOURCE_DATA);
+      return false;
+    }
+    if (is_gone(error) && !path_.empty()) {
+      ACE_ERROR((LM_WARNING, ACE_TEXT("Directory %C vanished and is left out.\n"), path.c_str()));
+      return true;
+    }
+    problem = std::strerror(error);
+    ACE_ERROR((LM_ERROR, ACE_TEXT("Failed to list directory %C: %C\n"), path.c_str(), problem.c_str()));
+    entries.clear();
+  }
+  Work_Item item;
+  item.source = source;
+  item.directory = std::make_shared<const std::string>(path_);
+  item.stat = stat;
+  item.problem = std::move(problem);
+  std::shared_ptr<const std::string> directory = item.directory;
+  if (!add(std::move(item), 0)) return false;
+
+  Level level{path_.size(), {}};
+  entries.sort(by_name);
+  if (!add_files(source, entries, directory, level.waiting)) return false;
+  if (!level.waiting.empty()) levels_.push_back(std::move(level));
+  return true;
+}
+
+bool Source_Walker::list(std::list<Directory_Entry>& entries) {
+  for (int i = 0; i < list_attempts; ++i) {
+    entries.clear();
+    // An entry that vanishes between its name and its status makes the whole call fail.
+    if (callback_->read_dirs(dir_.path(""), entries)) return true;
+  }
+  return list_one_by_one(entries);
+}
+
+/// For a directory in which something vanishes all the time.
+bool Source_Walker::list_one_by_one(std::list<Directory_Entry>& entries) {
+  entries.clear();
+  Directory_Reader reader;
+  if (!reader.open(dir_.path(""), nullptr, false, 0)) return false;
+  Directory_Entry entry;
+  while (reader.read(entry)) entries.push_back(entry);
+  errno = reader.last_error();
+  return errno == 0;
+}
+
+bool Source_Walker::add_files(uint32_t source, std::list<Directory_Entry>& entries,
+                              const std::shared_ptr<const std::string>& directory,
+                              std::vector<Subdirectory>& subdirectories) {
+  for (auto entry = entries.rbegin(); entry != entries.rend(); ++entry)
+    if (S_ISDIR(entry->stat.st_mode)) subdirectories.push_back({std::move(entry->name), MTF::entry_stat(entry->stat)});
+  for (Directory_Entry& entry : entries) {
+    if (S_ISDIR(entry.stat.st_mode)) continue;
+    Work_Item item;
+    item.source = source;
+    item.directory = directory;
+    item.name = std::move(entry.name);
+    item.stat = MTF::entry_stat(entry.stat);
+    if (item.stat.nlink > 1)
+      item.hard_link_target = links_.first_name(item.stat, path_in_set(sources_[source].path, item.path()));
+    const uint64_t size = item.stat.size;
+    if (!add(std::move(item), size)) return false;
+  }
+  return true;
+}
+
+bool Source_Walker::add(Work_Item item, uint64_t size) {
+  // A big file goes alone: what comes behind it need not wait for it.
+  if (!batch_.items.empty() && batch_size_ + size > max_size && !flush()) return false;
+  state_.total += size;
+  batch_size_ += size;
+  batch_.items.push_back(std::move(item));
+  return batch_.items.size() < max_items && batch_size_ < max_size ? true : flush();
+}
+
+bool Source_Walker::flush() {
+  if (batch_.items.empty()) return true;
+  const uint64_t next = batch_.number + 1;
+  if (!queue_.push(std::move(batch_))) return false;
+  batch_ = Work_Batch{next, {}};
+  batch_size_ = 0;
+  return true;
+}
+
+}  // namespace MTF_BACKUP

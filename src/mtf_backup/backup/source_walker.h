@@ -1,0 +1,63 @@
+#pragma once
+
+#include <list>
+#include <string>
+#include <vector>
+
+#include "mtf/core/backup_callback.h"
+#include "mtf_backup/backup/link_table.h"
+#include "mtf_backup/backup/work_batch.h"
+#include "mtf_backup/run/anchored_dir.h"
+#include "mtf_backup/run/bounded_queue.h"
+#include "mtf_backup/run/run_state.h"
+
+namespace MTF_BACKUP {
+
+/**
+ * Lists all sources in catalog order and hands what it finds on in batches.
+ *
+ * Memory: the names of the directories that wait at each level of the way down. An entry that vanishes meanwhile is
+ * left out with a line at LM_WARNING; a directory that cannot be listed is handed on with its problem. Threads: one.
+ */
+class Source_Walker {
+ public:
+  Source_Walker(const std::vector<Source>& sources, MTF::IBackup_Callback_Factory_var factory,
+                Bounded_Queue_T<Work_Batch>& queue, Run_State& state);
+
+  /// Walks; at the end the queue is closed, unless the run is stopping.
+  void run();
+
+ private:
+  struct Subdirectory {
+    std::string name;
+    MTF::Entry_Stat stat;
+  };
+  struct Level {
+    size_t path_size;                   // of the directory whose subdirectories these are
+    std::vector<Subdirectory> waiting;  // the next one is the last
+  };
+
+  bool walk(uint32_t source);
+  bool visit(uint32_t source, const MTF::Entry_Stat& stat);
+  bool list(std::list<Directory_Entry>& entries);
+  bool list_one_by_one(std::list<Directory_Entry>& entries);
+  bool add_files(uint32_t source, std::list<Directory_Entry>& entries,
+                 const std::shared_ptr<const std::string>& directory, std::vector<Subdirectory>& subdirectories);
+  bool add(Work_Item item, uint64_t size);
+  bool flush();
+
+  const std::vector<Source>& sources_;
+  MTF::IBackup_Callback_Factory_var factory_;
+  Bounded_Queue_T<Work_Batch>& queue_;
+  Run_State& state_;
+
+  MTF::IBackup_Callback_var callback_;
+  Link_Table links_;
+  std::string path_;  // of the directory being visited, relative to its source
+  Anchored_Dir dir_;  // ... and itself
+  std::vector<Level> levels_;
+  Work_Batch batch_;
+  uint64_t batch_size_ = 0;  // bytes of file data in it
+};
+
+}  // namespace MTF_BACKUP

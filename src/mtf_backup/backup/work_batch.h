@@ -1,0 +1,39 @@
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "kolt/posix_fd.h"
+#include "mtf/core/entry.h"
+#include "mtf_backup/set/set_path.h"
+
+namespace MTF_BACKUP {
+
+/// A directory to back up, held open for the whole run.
+struct Source {
+  std::string path;  ///< as it was given; the path of its root in the set
+  Posix_Fd root;
+  MTF::Entry_Stat stat;
+};
+
+/// An entry that the walk has found.
+struct Work_Item {
+  uint32_t source = 0;
+  std::shared_ptr<const std::string> directory;  ///< relative to the source: where it lies
+  std::string name;                              ///< empty: the directory itself
+  MTF::Entry_Stat stat;
+  std::string hard_link_target;  ///< path in the set of an earlier name of the same file
+  std::string problem;           ///< of a directory: why it could not be listed
+
+  std::string path() const { return join_names(*directory, name); }
+};
+
+/// A stretch of the walk: what goes to one medium in one piece. Numbered from 0 without gaps.
+struct Work_Batch {
+  uint64_t number = 0;
+  std::vector<Work_Item> items;
+};
+
+}  // namespace MTF_BACKUP

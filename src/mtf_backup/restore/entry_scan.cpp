@@ -1,0 +1,72 @@
+#include "mtf_backup/restore/entry_scan.h"
+
+#include <cerrno>
+
+#include "ace/Log_Msg.h"
+#include "kolt/printable.h"
+#include "mtf_backup/set/set_path.h"
+
+namespace MTF_BACKUP {
+
+namespace {
+
+/// Whether every component is a name that means nothing else: not empty, "." or "..", and without NUL.
+bool has_plain_names(const std::string& path) {
+  if (path.empty()) return true;
+  if (path.find('\0') != std::string::npos) return false;
+  for (size_t start = 0; start <= path.size();) {
+    const size_t end = std::min(path.find('/', start), path.size());
+    const std::string_view name(path.data() + start, end - start);
+    if (name.empty() || name == "." || name == "..") return false;
+    start = end + 1;
+  }
+  return true;
+}
+
+}  // namespace
+
+void fail_by_catalog(Run_State& state) {
+  state.fail(errno == EBADMSG ? MTF::E_CORRUPT : MTF::E_DOWNLOAD_CAT_ERROR);
+}
+
+int Entry_Scan::next(Restore_Item& item) {
+  while (!job_.state.stopping()) {
+    const int got = catalog_.next(item.entry);
+    if (got < 0) fail_by_catalog(job_.state);
+    if (got <= 0) return got;
+    if (wanted(item)) return 1;
+  }
+  return -1;
+}
+
+bool Entry_Scan::wanted(Restore_Item& item) {
+  const Catalog_Entry& entry = item.entry;
+  if (entry.source >= job_.record.sources.size()) return refuse(item, entry.path, "it lies in no source of the set");
+  item.path = path_in_set(job_.record.sources[entry.source], entry.path);
+  if (!job_.selection.contains(item.path) || blocked(entry)) return false;
+  if (!has_plain_names(entry.path)) return refuse(item, item.path, "not a plain path");
+  return job_.targets.locate(item.path, entry.is_directory(), item.target);
+}
+
+bool Entry_Scan::refuse(const Restore_Item& item, const std::string& path, const char* why) {
+  if (!tell_) return false;
+  ACE_ERROR((LM_ERROR, ACE_TEXT("Refused to restore %C: %C.\n"), printable(path).c_str(), why));
+  job_.tally.failed(item.entry, item.path, false);
+  return false;
+}
+
+void Entry_Scan::block(const Catalog_Entry& directory) {
+  job_.blocked.emplace(directory.source, directory.path);
+  in_blocked_ = true;
+  block_ = directory;
+}
+
+/// What lies below a directory follows it without a gap.
+bool Entry_Scan::blocked(const Catalog_Entry& entry) {
+  if (in_blocked_ && entry.source == block_.source && lies_below(entry.path, block_.path)) return true;
+  in_blocked_ = entry.is_directory() && job_.blocked.contains({entry.source, entry.path});
+  if (in_blocked_) block_ = entry;
+  return in_blocked_;
+}
+
+}  // namespace MTF_BACKUP

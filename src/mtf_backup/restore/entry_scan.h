@@ -1,0 +1,40 @@
+#pragma once
+
+#include <string>
+
+#include "mtf_backup/restore/restore_job.h"
+#include "mtf_backup/set/catalog_reader.h"
+
+namespace MTF_BACKUP {
+
+/**
+ * Goes through the catalog and shows what the restore is about: what is selected, has a target, and lies in no
+ * directory that could not be made. Threads: one at a time.
+ */
+class Entry_Scan {
+ public:
+  /// @param tell  whether entries that are refused for their names are logged and counted as failed.
+  Entry_Scan(Restore_Job& job, Catalog_Reader& catalog, bool tell) : job_(job), catalog_(catalog), tell_(tell) {}
+
+  /// @retval 1 in @a item.  @retval 0 the end.  @retval -1 failed or stopping; the run knows.
+  [[nodiscard]] int next(Restore_Item& item);
+
+  /// Leaves out all below the directory that next() gave last, in this pass and in later ones.
+  void block(const Catalog_Entry& directory);
+
+ private:
+  bool wanted(Restore_Item& item);
+  bool refuse(const Restore_Item& item, const std::string& path, const char* why);
+  bool blocked(const Catalog_Entry& entry);
+
+  Restore_Job& job_;
+  Catalog_Reader& catalog_;
+  const bool tell_;
+  bool in_blocked_ = false;
+  Catalog_Entry block_;  // the directory that in_blocked_ is about
+};
+
+/// What a failure to read the catalog means for the run.
+void fail_by_catalog(Run_State& state);
+
+}  // namespace MTF_BACKUP

@@ -1,0 +1,98 @@
+#include "mtf_backup/restore/restore_finisher.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+
+#include <cerrno>
+#include <cstring>
+#include <utility>
+
+#include "ace/Log_Msg.h"
+#include "mtf_backup/set/data_hash.h"
+
+namespace MTF_BACKUP {
+
+void Restore_Finisher::run() {
+  Restore_Item item;
+  int got;
+  while ((got = scan_.next(item)) > 0) {
+    leave_until(item.entry);
+    if (item.entry.is_directory())
+      open_.push_back(std::move(item));
+    else if (!item.entry.hard_link_target.empty() && !(item.entry.flags & CAT_SKIPPED))
+      link(item);
+    item = Restore_Item();
+  }
+  while (got == 0 && !open_.empty()) leave();
+}
+
+/// The directories that @a entry does not lie below are done.
+void Restore_Finisher::leave_until(const Catalog_Entry& entry) {
+  while (!open_.empty() &&
+         !(open_.back().entry.source == entry.source && lies_below(entry.path, open_.back().entry.path)))
+    leave();
+}
+
+void Restore_Finisher::leave() {
+  const Restore_Item item = std::move(open_.back());
+  open_.pop_back();
+  Anchored_Dir dir;
+  MTF::Entry on_medium;
+  MTF::File_Data none;
+  if (item.entry.xattr_hash != 0) {
+    Medium_Reader* medium = job_.media.get(item.entry.channel);
+    if (!medium || !MTF::Set_Reader(*medium).read_entry(item.entry.offset, on_medium, none) ||
+        xattr_hash(on_medium.xattrs) != item.entry.xattr_hash) {
+      ACE_ERROR((LM_ERROR, ACE_TEXT("Failed to restore the extended attributes of %C: %C is damaged at %Q\n"),
+                 item.target.shown().c_str(), job_.media.name(item.entry.channel).c_str(), item.entry.offset));
+      job_.tally.failed(item.entry, item.path, true);
+      on_medium.xattrs.clear();
+    }
+  }
+  if (!dir.open(item.target.root->fd.get(), item.target.below) ||
+      !dresser_.dress(dir, "", item.entry.stat, on_medium.xattrs, item.target.shown()))
+    failed(item, std::strerror(errno));
+}
+
+void Restore_Finisher::link(const Restore_Item& item) {
+  Target old;
+  std::string old_path;
+  if (job_.tally.has_failed(item.path) || links_.source_of(item, old, old_path) != Link_Plan::LINK) return;
+  if (job_.tally.has_failed(old_path))
+    failed(item, "its other name could not be restored");
+  else if (!make_link(old, item.target, item.entry.stat.mode))
+    failed(item, std::strerror(errno));
+}
+
+/// False with errno. Both ends are reached without passing through a link, and the old one is what was restored there.
+bool Restore_Finisher::make_link(const Target& old, const Target& target, unsigned mode) {
+  Anchored_Dir from;
+  Anchored_Dir to;
+  if (!from.open(old.root->fd.get(), old.directory()) || !to.open(target.root->fd.get(), target.directory()))
+    return false;
+  const std::string old_name = old.name();
+  const std::string name = target.name();
+  struct stat source;
+  struct stat there;
+  if (::fstatat(from.fd(), old_name.c_str(), &source, AT_SYMLINK_NOFOLLOW) != 0) return false;
+  if ((source.st_mode & S_IFMT) != (mode & S_IFMT)) {
+    errno = ELOOP;
+    return false;
+  }
+  if (::fstatat(to.fd(), name.c_str(), &there, AT_SYMLINK_NOFOLLOW) == 0) {
+    if (there.st_dev == source.st_dev && there.st_ino == source.st_ino) return true;
+    if (S_ISDIR(there.st_mode)) {
+      errno = EISDIR;
+      return false;
+    }
+    if (callback_.unlink(to.path(name)) != MTF::E_OK) return false;
+  }
+  return callback_.link(from.path(old_name), to.path(name)) == MTF::E_OK;
+}
+
+void Restore_Finisher::failed(const Restore_Item& item, const char* why) {
+  ACE_ERROR((LM_ERROR, ACE_TEXT("Failed to restore %C: %C\n"), item.target.shown().c_str(), why));
+  job_.tally.failed(item.entry, item.path, false);
+}
+
+}  // namespace MTF_BACKUP

@@ -1,0 +1,41 @@
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "mtf/core/restore_callback.h"
+#include "mtf/core/set_reader.h"
+#include "mtf_backup/restore/entry_dresser.h"
+#include "mtf_backup/restore/entry_scan.h"
+#include "mtf_backup/restore/link_plan.h"
+#include "mtf_backup/restore/restore_job.h"
+#include "mtf_backup/run/anchored_dir.h"
+
+namespace MTF_BACKUP {
+
+/// The last pass of a restore, when all files are in place: makes the hard links, and gives each directory its owner,
+/// mode and times once all below it is done. Memory: the directories from the root to the current one. Threads: one.
+class Restore_Finisher {
+ public:
+  /// @param callback  borrowed.
+  Restore_Finisher(Restore_Job& job, Catalog_Reader& catalog, Link_Plan& links, MTF::IRestore_Callback& callback)
+      : job_(job), scan_(job, catalog, false), links_(links), callback_(callback), dresser_(callback) {}
+
+  void run();
+
+ private:
+  void link(const Restore_Item& item);
+  bool make_link(const Target& old, const Target& target, unsigned mode);
+  void leave_until(const Catalog_Entry& entry);
+  void leave();
+  void failed(const Restore_Item& item, const char* why);
+
+  Restore_Job& job_;
+  Entry_Scan scan_;
+  Link_Plan& links_;
+  MTF::IRestore_Callback& callback_;
+  Entry_Dresser dresser_;
+  std::vector<Restore_Item> open_;  // directories, each below the one before
+};
+
+}  // namespace MTF_BACKUP

@@ -1,0 +1,40 @@
+#pragma once
+
+#include <chrono>
+#include <functional>
+
+#include "mtf/core/event_handler.h"
+#include "mtf_backup/run/run_state.h"
+#include "mtf_backup/run/run_threads.h"
+
+namespace MTF_BACKUP {
+
+/**
+ * Stands on the thread that called the run: asks the event handler about ten times a second whether to stop, and tells
+ * it about twice a second and once at the end how far the run has got.
+ *
+ * The speed is that of the last seconds: older ones count less the older they are.
+ */
+class Progress_Reporter {
+ public:
+  Progress_Reporter(MTF::Event_Handler_var handler, Run_State& state);
+
+  /// Waits until all threads have ended. As soon as the run is stopping, @a stop is called, once, to end their waits.
+  void watch(Run_Threads& threads, const std::function<void()>& stop);
+  /// The report at the end of a run that is not cancelled.
+  void finish();
+
+ private:
+  typedef std::chrono::steady_clock Clock;
+
+  void report(Clock::time_point now, int percent_of_nothing);
+
+  MTF::Event_Handler_var handler_;
+  Run_State& state_;
+  Clock::time_point last_time_;
+  uint64_t last_processed_ = 0;
+  double speed_ = 0;  // bytes per second
+  bool has_speed_ = false;
+};
+
+}  // namespace MTF_BACKUP

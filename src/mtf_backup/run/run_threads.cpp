@@ -1,0 +1,72 @@
+#include "mtf_backup/run/run_threads.h"
+
+#include <cerrno>
+#include <new>
+#include <system_error>
+#include <utility>
+
+#include "ace/Log_Msg.h"
+#include "task/task_context.h"
+
+namespace MTF_BACKUP {
+
+Log_Scope::Log_Scope(ACE_Log_Msg_Callback* callback) : callback_(callback) {
+  if (!callback_) return;
+  ACE_Log_Msg* log = ACE_Log_Msg::instance();
+  had_flag_ = ACE_BIT_ENABLED(log->flags(), ACE_Log_Msg::MSG_CALLBACK);
+  previous_ = log->msg_callback(callback_);
+  log->set_flags(ACE_Log_Msg::MSG_CALLBACK);
+}
+
+Log_Scope::~Log_Scope() {
+  if (!callback_) return;
+  ACE_Log_Msg* log = ACE_Log_Msg::instance();
+  log->msg_callback(previous_);
+  if (!had_flag_) log->clr_flags(ACE_Log_Msg::MSG_CALLBACK);
+}
+
+Run_Threads::Run_Threads(Run_State& state, ACE_Log_Msg_Callback* log_callback)
+    : state_(state), log_callback_(log_callback), context_(Task_Context::current()) {}
+
+void Run_Threads::start(std::function<void()> body) {
+  {
+    std::lock_guard<std::mutex> guard(lock_);
+    ++running_;
+  }
+  try {
+    threads_.emplace_back([this, body = std::move(body)] { run(body); });
+  } catch (const std::exception& e) {
+    ACE_ERROR((LM_ERROR, ACE_TEXT("Failed to start a thread, err %C.\n"), e.what()));
+    state_.fail(MTF::E_FAILED);
+    std::lock_guard<std::mutex> guard(lock_);
+    --running_;
+  }
+}
+
+void Run_Threads::run(const std::function<void()>& body) {
+  {
+    Log_Scope log(log_callback_);
+    Task_Context::Attach attach(context_);
+    try {
+      body();
+    } catch (const std::bad_alloc&) {
+      ACE_ERROR((LM_ERROR, ACE_TEXT("Out of memory.\n")));
+      state_.fail(MTF::E_FAILED);
+    }
+  }
+  std::lock_guard<std::mutex> guard(lock_);
+  --running_;
+  ended_.notify_all();
+}
+
+bool Run_Threads::wait(std::chrono::milliseconds timeout) {
+  std::unique_lock<std::mutex> guard(lock_);
+  return ended_.wait_for(guard, timeout, [this] { return running_ == 0; });
+}
+
+void Run_Threads::join() {
+  for (std::thread& thread : threads_)
+    if (thread.joinable()) thread.join();
+}
+
+}  // namespace MTF_BACKUP

@@ -1,0 +1,219 @@
+#include "mtf_backup/set/set_store.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <charconv>
+#include <string_view>
+#include <tuple>
+#include <vector>
+
+#include "ace/Log_Msg.h"
+#include "kolt/printable.h"
+#include "mtf_backup/set/damage.h"
+#include "mtf_backup/set/hash.h"
+#include "mtf_backup/set/open_object.h"
+#include "mtf_backup/set/percent.h"
+
+namespace MTF_BACKUP {
+
+namespace {
+
+constexpr char commit_name[] = "commit";
+constexpr size_t seq_digits = 10;
+constexpr size_t max_component = 255;
+constexpr uint64_t max_record_size = uint64_t(64) << 20;
+
+// A key "<name>/<seq>.<incarnation>/<object>" in parts.
+struct Set_Key {
+  std::string name;  // encoded
+  uint32_t seq = 0;
+  uint32_t incarnation = 0;
+  std::string object;
+
+  std::string dir() const;
+  auto order() const { return std::tie(name, seq, incarnation); }
+};
+
+std::string number_part(uint32_t seq) {
+  const std::string number = std::to_string(seq);
+  return std::string(seq_digits - number.size(), '0') + number + ".";
+}
+
+std::string make_dir(const std::string& encoded_name, uint32_t seq, uint32_t incarnation) {
+  return encoded_name + "/" + number_part(seq) + std::to_string(incarnation);
+}
+
+std::string Set_Key::dir() const {
+  return make_dir(name, seq, incarnation);
+}
+
+bool parse_number(std::string_view text, uint32_t& number) {
+  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
+  return error == std::errc() && end == text.data() + text.size();
+}
+
+bool parse_key(std::string_view key, Set_Key& parts) {
+  const size_t first = key.find('/');
+  const size_t second = first == key.npos ? key.npos : key.find('/', first + 1);
+  if (second == key.npos) return false;
+  const std::string_view numbers = key.substr(first + 1, second - first - 1);
+  if (numbers.size() <= seq_digits || numbers[seq_digits] != '.') return false;
+  parts.name = key.substr(0, first);
+  parts.object = key.substr(second + 1);
+  return parse_number(numbers.substr(0, seq_digits), parts.seq) &&
+         parse_number(numbers.substr(seq_digits + 1), parts.incarnation) && parts.incarnation > 0 &&
+         parts.object.find('/') == std::string::npos && key.starts_with(parts.dir() + "/");
+}
+
+// All keys of sets below a prefix.
+bool list_keys(Client_IO_Base& storage, const std::string& prefix, std::vector<Set_Key>& keys) {
+  return storage.list(prefix, [&](const Client_IO_Base::Object_Info& info) {
+    Set_Key parts;
+    if (parse_key(info.key, parts)) keys.push_back(std::move(parts));
+    return true;
+  });
+}
+
+// The keys of commit records below a prefix, in the order of the sets.
+bool list_commits(Client_IO_Base& storage, const std::string& prefix, std::vector<Set_Key>& keys) {
+  if (!list_keys(storage, prefix, keys)) return false;
+  std::erase_if(keys, [](const Set_Key& key) { return key.object != commit_name; });
+  std::sort(keys.begin(), keys.end(), [](const Set_Key& a, const Set_Key& b) { return a.order() < b.order(); });
+  return true;
+}
+
+std::string prefix_of(const std::string& name, uint32_t seq) {
+  return encode_name(name) + "/" + number_part(seq);
+}
+
+// Reads a record and makes sure that it is the one of this place.
+bool read_commit(Client_IO_Base& storage, const Set_Key& key, Commit_Record& record) {
+  const std::string name = key.dir() + "/" + commit_name;
+  const std::unique_ptr<Client_IO_Base::Reader> reader = storage.open(name);
+  if (!reader) {
+    const int error = errno;
+    if (error == ENOENT) ACE_ERROR((LM_ERROR, ACE_TEXT("Object \"%C\" is missing.\n"), printable(name).c_str()));
+    errno = error;
+    return false;
+  }
+  if (reader->size() > max_record_size) return tell_damage(name, 0, "it is longer than a commit record can be");
+  std::string text(static_cast<size_t>(reader->size()), '\0');
+  if (!read_exactly(*reader, name, 0, text.data(), text.size()) || !record.from_text(text, name)) return false;
+  const Set_Key stated{encode_name(record.name), record.seq, record.incarnation, {}};
+  return stated.order() == key.order() || tell_damage(name, 0, "it is that of another set");
+}
+
+bool is_whole(Client_IO_Base& storage, const std::string& dir, const Commit_Record& record) {
+  return std::all_of(record.objects.begin(), record.objects.end(), [&](const Stored_Object& object) {
+    return open_object(storage, dir + "/" + object.name, object.size) != nullptr;
+  });
+}
+
+bool tell_exists(const std::string& key) {
+  ACE_ERROR((LM_ERROR, ACE_TEXT("Object \"%C\" exists already.\n"), printable(key).c_str()));
+  errno = EEXIST;
+  return false;
+}
+
+bool ended_by_callback() {
+  errno = ECANCELED;
+  return false;
+}
+
+}  // namespace
+
+std::string Set_Id::dir() const {
+  return make_dir(encode_name(name), seq, incarnation);
+}
+
+std::string encode_name(const std::string& name) {
+  std::string encoded = percent_encode(name, " !\"#$&'()*+,/:;<=>?@[\\]^`{|}~");
+  if (encoded.starts_with('.')) encoded.replace(0, 1, "%2E");
+  if (encoded.size() <= max_component) return encoded;
+  const std::string hash = hash_text(XXH3_128bits(name.data(), name.size()));
+  return encoded.substr(0, max_component - 1 - hash.size()) + "%" + hash;
+}
+
+Set_Store::Set_Store(std::shared_ptr<Client_IO_Base> storage) : storage_(std::move(storage)) {}
+
+bool Set_Store::list(const Callback& each) {
+  std::vector<Set_Key> keys;
+  if (!list_commits(*storage_, "", keys)) return false;
+  bool whole = true;
+  for (const Set_Key& key : keys) {
+    Commit_Record record;
+    if (!read_commit(*storage_, key, record)) {
+      if (errno != EBADMSG && errno != ENOTSUP) return false;
+      whole = false;
+    } else if (!each({record.name, key.seq, key.incarnation}, record)) {
+      return ended_by_callback();
+    }
+  }
+  if (!whole) errno = EBADMSG;
+  return whole;
+}
+
+bool Set_Store::find(const std::string& name, uint32_t seq, uint32_t incarnation, Set_Id& id, Commit_Record& record) {
+  std::vector<Set_Key> keys;
+  if (!list_commits(*storage_, prefix_of(name, seq), keys)) return false;
+  if (incarnation != 0) std::erase_if(keys, [&](const Set_Key& key) { return key.incarnation != incarnation; });
+  if (keys.empty()) {
+    errno = ENOENT;
+    return false;
+  }
+  Commit_Record found;
+  if (!read_commit(*storage_, keys.back(), found)) return false;
+  id = {name, seq, keys.back().incarnation};
+  record = std::move(found);
+  return true;
+}
+
+bool Set_Store::begin(const std::string& name, uint32_t seq, Set_Id& id) {
+  std::vector<Set_Key> keys;
+  if (!list_keys(*storage_, prefix_of(name, seq), keys)) return false;
+  uint32_t highest = 0;
+  for (const Set_Key& key : keys) highest = std::max(highest, key.incarnation);
+  id = {name, seq, highest + 1};
+  return true;
+}
+
+bool Set_Store::commit(const Set_Id& id, const Commit_Record& record) {
+  const std::string key = id.dir() + "/" + commit_name;
+  if (storage_->open(key)) return tell_exists(key);
+  if (errno != ENOENT || !is_whole(*storage_, id.dir(), record)) return false;
+  Commit_Record stored = record;
+  stored.name = id.name;
+  stored.seq = id.seq;
+  stored.incarnation = id.incarnation;
+  const std::string text = stored.to_text();
+  const std::unique_ptr<Client_IO_Base::Writer> writer = storage_->create(key);
+  return writer && writer->write(text.data(), text.size()) && writer->commit();
+}
+
+bool Set_Store::remove(const Set_Id& id) {
+  const std::string dir = id.dir() + "/";
+  std::vector<std::string> keys;
+  if (!storage_->remove(dir + commit_name)) return false;
+  const auto keep = [&](const Client_IO_Base::Object_Info& info) {
+    keys.push_back(info.key);
+    return true;
+  };
+  return storage_->list(dir, keep) &&
+         std::all_of(keys.begin(), keys.end(), [&](const std::string& key) { return storage_->remove(key); });
+}
+
+bool Set_Store::sweep() {
+  std::vector<Set_Key> keys;
+  if (!list_keys(*storage_, "", keys)) return false;
+  std::vector<std::string> committed;
+  for (const Set_Key& key : keys)
+    if (key.object == commit_name) committed.push_back(key.dir());
+  std::sort(committed.begin(), committed.end());
+  for (const Set_Key& key : keys)
+    if (!std::binary_search(committed.begin(), committed.end(), key.dir()) &&
+        !storage_->remove(key.dir() + "/" + key.object))
+      return false;
+  return storage_->sweep("");
+}
+
+}  // namespace MTF_BACKUP

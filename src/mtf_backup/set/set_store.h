@@ -1,0 +1,77 @@
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <string>
+
+#include "client_io/client_io_base.h"
+#include "kolt/export.h"
+#include "mtf_backup/set/commit_record.h"
+
+namespace MTF_BACKUP {
+
+/// Names one set of a resource.
+struct TESSARIN_API Set_Id {
+  std::string name;  ///< raw bytes, not empty
+  uint32_t seq = 0;
+  uint32_t incarnation = 0;  ///< from 1
+
+  /// The key of the set's directory: "<name, encoded>/<seq, 10 digits>.<incarnation>".
+  std::string dir() const;
+};
+
+/// A name as one component of a key: all bytes but letters, digits and "_-." as %XX, and a '.' in the first place too.
+/// What then has more than 255 bytes is cut to 222 and ends in '%' and the XXH3-128 of the name.
+TESSARIN_API std::string encode_name(const std::string& name);
+
+/**
+ * The sets of one resource: <pool>/<host_uuid>/<minor_resource_id>. A set is what has a valid commit record.
+ *
+ * Writing: begin(), the media, the catalog, commit(). One writer per resource at a time; readers at any time.
+ * Errors: false with errno, after one line at LM_ERROR, unless told otherwise.
+ * Ownership: shares the storage. Threads: any, under the rule above.
+ */
+class TESSARIN_API Set_Store {
+ public:
+  explicit Set_Store(std::shared_ptr<Client_IO_Base> storage);
+
+  typedef std::function<bool(const Set_Id&, const Commit_Record&)> Callback;
+
+  /**
+   * Calls @a each per set, ordered by encoded name, then sequence number, then incarnation as a number. A record that
+   * is damaged is logged and passed over, and the listing ends false (errno EBADMSG) after all others were shown.
+   * @retval false  also when the callback gave false (errno ECANCELED).
+   */
+  [[nodiscard]] bool list(const Callback& each);
+
+  /**
+   * The set written under @a name and @a seq; @a incarnation 0 is the newest.
+   * @retval false  errno is ENOENT, not logged, where there is none; or a failure. The outputs are then unchanged.
+   */
+  [[nodiscard]] bool find(const std::string& name, uint32_t seq, uint32_t incarnation, Set_Id& id,
+                          Commit_Record& record);
+
+  /// The id for a new set: the incarnation after the highest that left anything in the pool. Writes nothing.
+  [[nodiscard]] bool begin(const std::string& name, uint32_t seq, Set_Id& id);
+
+  /**
+   * Writes the commit record, with the name and the numbers of @a id, which makes the set. All objects it names are
+   * finished by then; one that is missing or has another size is a failure.
+   * @retval false  the set does not exist; errno EEXIST when a set of this id does.
+   */
+  [[nodiscard]] bool commit(const Set_Id& id, const Commit_Record& record);
+
+  /// Removes a set: the commit record first, so that a crash leaves leftovers and never a set with holes. True as well
+  /// where there was none.
+  [[nodiscard]] bool remove(const Set_Id& id);
+
+  /// Removes all that no commit record stands for: unfinished objects and whole directories of sets that were never
+  /// committed. Not while another writer of the resource is at work. Foreign objects stay.
+  [[nodiscard]] bool sweep();
+
+ private:
+  const std::shared_ptr<Client_IO_Base> storage_;
+};
+
+}  // namespace MTF_BACKUP
