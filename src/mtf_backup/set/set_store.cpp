@@ -2,9 +2,6 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <charconv>
-#include <string_view>
-#include <tuple>
 #include <vector>
 
 #include "ace/Log_Msg.h"
@@ -13,63 +10,20 @@
 #include "mtf_backup/set/hash.h"
 #include "mtf_backup/set/open_object.h"
 #include "mtf_backup/set/percent.h"
+#include "mtf_backup/set/set_key.h"
 
 namespace MTF_BACKUP {
 
 namespace {
 
-constexpr char commit_name[] = "commit";
-constexpr size_t seq_digits = 10;
 constexpr size_t max_component = 255;
 constexpr uint64_t max_record_size = uint64_t(64) << 20;
-
-// A key "<name>/<seq>.<incarnation>/<object>" in parts.
-struct Set_Key {
-  std::string name;  // encoded
-  uint32_t seq = 0;
-  uint32_t incarnation = 0;
-  std::string object;
-
-  std::string dir() const;
-  auto order() const { return std::tie(name, seq, incarnation); }
-};
-
-std::string number_part(uint32_t seq) {
-  const std::string number = std::to_string(seq);
-  return std::string(seq_digits - number.size(), '0') + number + ".";
-}
-
-std::string make_dir(const std::string& encoded_name, uint32_t seq, uint32_t incarnation) {
-  return encoded_name + "/" + number_part(seq) + std::to_string(incarnation);
-}
-
-std::string Set_Key::dir() const {
-  return make_dir(name, seq, incarnation);
-}
-
-bool parse_number(std::string_view text, uint32_t& number) {
-  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
-  return error == std::errc() && end == text.data() + text.size();
-}
-
-bool parse_key(std::string_view key, Set_Key& parts) {
-  const size_t first = key.find('/');
-  const size_t second = first == key.npos ? key.npos : key.find('/', first + 1);
-  if (second == key.npos) return false;
-  const std::string_view numbers = key.substr(first + 1, second - first - 1);
-  if (numbers.size() <= seq_digits || numbers[seq_digits] != '.') return false;
-  parts.name = key.substr(0, first);
-  parts.object = key.substr(second + 1);
-  return parse_number(numbers.substr(0, seq_digits), parts.seq) &&
-         parse_number(numbers.substr(seq_digits + 1), parts.incarnation) && parts.incarnation > 0 &&
-         parts.object.find('/') == std::string::npos && key.starts_with(parts.dir() + "/");
-}
 
 // All keys of sets below a prefix.
 bool list_keys(Client_IO_Base& storage, const std::string& prefix, std::vector<Set_Key>& keys) {
   return storage.list(prefix, [&](const Client_IO_Base::Object_Info& info) {
     Set_Key parts;
-    if (parse_key(info.key, parts)) keys.push_back(std::move(parts));
+    if (parse_set_key(info.key, parts)) keys.push_back(std::move(parts));
     return true;
   });
 }
@@ -83,24 +37,30 @@ bool list_commits(Client_IO_Base& storage, const std::string& prefix, std::vecto
 }
 
 std::string prefix_of(const std::string& name, uint32_t seq) {
-  return encode_name(name) + "/" + number_part(seq);
+  return encode_name(name) + "/" + seq_part(seq);
 }
 
-// Reads a record and makes sure that it is the one of this place.
-bool read_commit(Client_IO_Base& storage, const Set_Key& key, Commit_Record& record) {
+bool tell_missing(const std::string& key) {
+  ACE_ERROR((LM_ERROR, ACE_TEXT("Object \"%C\" is missing.\n"), printable(key).c_str()));
+  errno = ENOENT;
+  return false;
+}
+
+// Reads a record and makes sure that it is the one of this place. A missing one is not logged.
+bool load_commit(Client_IO_Base& storage, const Set_Key& key, Commit_Record& record) {
   const std::string name = key.dir() + "/" + commit_name;
   const std::unique_ptr<Client_IO_Base::Reader> reader = storage.open(name);
-  if (!reader) {
-    const int error = errno;
-    if (error == ENOENT) ACE_ERROR((LM_ERROR, ACE_TEXT("Object \"%C\" is missing.\n"), printable(name).c_str()));
-    errno = error;
-    return false;
-  }
+  if (!reader) return false;
   if (reader->size() > max_record_size) return tell_damage(name, 0, "it is longer than a commit record can be");
   std::string text(static_cast<size_t>(reader->size()), '\0');
   if (!read_exactly(*reader, name, 0, text.data(), text.size()) || !record.from_text(text, name)) return false;
   const Set_Key stated{encode_name(record.name), record.seq, record.incarnation, {}};
   return stated.order() == key.order() || tell_damage(name, 0, "it is that of another set");
+}
+
+// As load_commit() for one that was listed.
+bool read_commit(Client_IO_Base& storage, const Set_Key& key, Commit_Record& record) {
+  return load_commit(storage, key, record) || (errno == ENOENT && tell_missing(key.dir() + "/" + commit_name));
 }
 
 bool is_whole(Client_IO_Base& storage, const std::string& dir, const Commit_Record& record) {
@@ -123,7 +83,7 @@ bool ended_by_callback() {
 }  // namespace
 
 std::string Set_Id::dir() const {
-  return make_dir(encode_name(name), seq, incarnation);
+  return set_dir(encode_name(name), seq, incarnation);
 }
 
 std::string encode_name(const std::string& name) {
@@ -151,6 +111,18 @@ bool Set_Store::list(const Callback& each) {
   }
   if (!whole) errno = EBADMSG;
   return whole;
+}
+
+bool Set_Store::read(const std::string& dir, Commit_Record& record) {
+  Set_Key key;
+  Commit_Record found;
+  if (!parse_set_key(dir + "/" + commit_name, key)) {
+    errno = ENOENT;
+    return false;
+  }
+  if (!load_commit(*storage_, key, found)) return false;
+  record = std::move(found);
+  return true;
 }
 
 bool Set_Store::find(const std::string& name, uint32_t seq, uint32_t incarnation, Set_Id& id, Commit_Record& record) {

@@ -52,6 +52,12 @@ class TESSARIN_API Set_Store {
   [[nodiscard]] bool find(const std::string& name, uint32_t seq, uint32_t incarnation, Set_Id& id,
                           Commit_Record& record);
 
+  /**
+   * The set in the directory @a dir, as Set_Id::dir() names it.
+   * @retval false  as find().
+   */
+  [[nodiscard]] bool read(const std::string& dir, Commit_Record& record);
+
   /// The id for a new set: the incarnation after the highest that left anything in the pool. Writes nothing.
   [[nodiscard]] bool begin(const std::string& name, uint32_t seq, Set_Id& id);
 

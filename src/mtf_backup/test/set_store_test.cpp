@@ -226,6 +226,24 @@ TEST_F(Sets, FindGivesTheNewestOrTheExactOne) {
   EXPECT_EQ(log.all(), "");
 }
 
+TEST_F(Sets, ReadGivesTheOneInADirectory) {
+  ASSERT_TRUE(make_set("a", 1) && make_set("a", 1));
+  Commit_Record found;
+  ASSERT_TRUE(store_.read("a/0000000001.2", found));
+  EXPECT_EQ(found.incarnation, 2u);
+  Log_Capture log;
+  for (const char* dir : {"a/0000000001.3", "a/1.1", "", "../a/0000000001.1", "a"}) {
+    errno = 0;
+    EXPECT_FALSE(store_.read(dir, found)) << dir;
+    EXPECT_EQ(errno, ENOENT) << dir;
+  }
+  EXPECT_EQ(found.incarnation, 2u);
+  EXPECT_EQ(log.all(), "");
+  pool_->objects["a/0000000001.2/commit"] += " ";
+  EXPECT_FALSE(store_.read("a/0000000001.2", found));
+  EXPECT_EQ(errno, EBADMSG);
+}
+
 TEST_F(Sets, ANewIncarnationPassesOverLeftovers) {
   ASSERT_TRUE(make_set("a", 1) && put("a/0000000001.9/catalog") && put("a/0000000001.10/channel-000.mtf"));
   Set_Id id;
