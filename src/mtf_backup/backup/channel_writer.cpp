@@ -106,6 +106,7 @@ bool Channel_Writer::enter(const Work_Item& item) {
   if (directory_ == item.directory && directory_source_ == item.source) return true;
   directory_.reset();
   if (!dir_.open(job_.sources[item.source].root.get(), *item.directory)) return false;
+  dir_.enter();
   directory_ = item.directory;
   directory_source_ = item.source;
   return true;

@@ -14,7 +14,7 @@ namespace MTF_BACKUP {
 
 namespace {
 
-constexpr std::chrono::milliseconds delay(300);  // shorter runs have no report but the last one
+constexpr std::chrono::milliseconds delay(2000);  // in a shorter run nobody reads a percentage
 
 }  // namespace
 
@@ -63,7 +63,9 @@ bool Source_Meter::add_up(const Source& source, uint64_t& sum) {
   while (!waiting.empty()) {
     const std::string path = std::move(waiting.back());
     waiting.pop_back();
-    if (!dir.open(source.root.get(), path) || !reader.open(dir.path(""), nullptr, false, 0)) continue;
+    if (!dir.open(source.root.get(), path)) continue;
+    dir.enter();
+    if (!reader.open(dir.path(""), nullptr, false, 0)) continue;
     while (reader.read(entry)) {
       if (ended()) return false;
       if (S_ISDIR(entry.stat.st_mode))

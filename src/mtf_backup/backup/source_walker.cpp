@@ -64,7 +64,7 @@ bool Source_Walker::visit(uint32_t source, const MTF::Entry_Stat& stat) {
   if (state_.stopping()) return false;
   std::string problem;
   std::list<Directory_Entry> entries;
-  if (!dir_.open(sources_[source].root.get(), path_) || !callback_->check_directory(dir_.path("")) || !list(entries)) {
+  if (!open_directory(source) || !callback_->check_directory(dir_.path("")) || !list(entries)) {
     const int error = errno;
     const std::string path = printable(path_in_set(sources_[source].path, path_));
     if (is_resource_error(error)) {
@@ -92,6 +92,12 @@ bool Source_Walker::visit(uint32_t source, const MTF::Entry_Stat& stat) {
   entries.sort(by_name);
   if (!add_files(source, entries, directory, level.waiting)) return false;
   if (!level.waiting.empty()) levels_.push_back(std::move(level));
+  return true;
+}
+
+bool Source_Walker::open_directory(uint32_t source) {
+  if (!dir_.open(sources_[source].root.get(), path_)) return false;
+  dir_.enter();
   return true;
 }
 

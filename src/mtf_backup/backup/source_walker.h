@@ -39,6 +39,7 @@ class Source_Walker {
 
   bool walk(uint32_t source);
   bool visit(uint32_t source, const MTF::Entry_Stat& stat);
+  bool open_directory(uint32_t source);
   bool list(std::list<Directory_Entry>& entries);
   bool list_one_by_one(std::list<Directory_Entry>& entries);
   bool add_files(uint32_t source, std::list<Directory_Entry>& entries,

@@ -61,6 +61,7 @@ bool File_Restorer::enter(const Target& target) {
   std::string directory = target.directory();
   if (dir_ && root_ == target.root && directory_ == directory) return true;
   if (!dir_.open(target.root->fd.get(), directory)) return false;
+  dir_.enter();
   root_ = target.root;
   directory_ = std::move(directory);
   return true;

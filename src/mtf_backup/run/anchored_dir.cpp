@@ -2,18 +2,23 @@
 
 #include <fcntl.h>
 #include <linux/openat2.h>
+#include <sched.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
 #include <climits>
+#include <utility>
 
 namespace MTF_BACKUP {
 
 namespace {
 
 constexpr int dir_flags = O_PATH | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
+
+/// The directory that is the working directory of this thread.
+thread_local const Anchored_Dir* entered = nullptr;
 
 int open_names(int dir, const std::string& names) {
   open_how how{};
@@ -61,17 +66,32 @@ bool Anchored_Dir::open(int root, const std::string& below) {
 }
 
 void Anchored_Dir::attach(Posix_Fd fd) {
+  close();
   fd_ = std::move(fd);
-  path_ = "/proc/self/fd/" + std::to_string(fd_.get()) + '/';
-  prefix_ = path_.size();
 }
 
 void Anchored_Dir::close() {
+  if (entered == this) entered = nullptr;
   fd_.reset();
 }
 
+Anchored_Dir& Anchored_Dir::operator=(Anchored_Dir&& other) {
+  attach(std::move(other.fd_));
+  other.close();
+  return *this;
+}
+
+void Anchored_Dir::enter() {
+  static thread_local const bool own_directory = ::unshare(CLONE_FS) == 0;
+  entered = own_directory && ::fchdir(fd_.get()) == 0 ? this : nullptr;
+}
+
 const char* Anchored_Dir::path(const std::string& name) {
-  path_.resize(prefix_);
+  if (entered == this) {
+    path_.assign("./");
+  } else {
+    path_.assign("/proc/self/fd/").append(std::to_string(fd_.get())).push_back('/');
+  }
   // The descriptor's own name is a link; with a component behind it, it is followed.
   path_ += name.empty() ? "." : name;
   return path_.c_str();
