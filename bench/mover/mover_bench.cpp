@@ -1,9 +1,10 @@
 // One backup or restore with plain callbacks, for bench/mover/run, which sets it side by side with tar.
 //
 //   mover_bench make TREE FILES BYTES
-//   mover_bench backup SOURCE POOL none|zstd LEVEL CHANNELS
-//   mover_bench restore SOURCE POOL TARGET THREADS
+//   mover_bench backup SOURCE POOL none|zstd LEVEL CHANNELS [LAST]
+//   mover_bench restore SOURCE POOL TARGET THREADS [NUMBER]
 //
+// Sets are numbered from 1. LAST is the number of the set before: the new one is then incremental.
 // Prints seconds and the peak of the resident memory in MiB.
 
 #include <sys/resource.h>
@@ -55,23 +56,26 @@ MTF_BACKUP::Channel_Factory_var pool_at(const std::string& path) {
   return MTF_BACKUP::make_channel_factory(pool, "host/resource", Client_IO_Base::Options());
 }
 
-bool back_up(const std::string& source, const std::string& pool, const std::string& method, int level,
-             size_t channels) {
+bool back_up(const std::string& source, const std::string& pool, const std::string& method, int level, size_t channels,
+             unsigned last) {
   MTF::Metadata metadata;
   MTF_Backup backup(MTF::Event_Handler_var(nullptr), metadata, ACE_Log_Msg_Callback_var());
   backup.uuid("bench");
   backup.compression(method == "zstd" ? COMPR_ZSTD : COMPR_NONE);
   backup.compression_level(level);
   backup.channel_num(channels);
+  backup.seq(last);
+  backup.incremental(last > 0);
   backup.callback_factory(MTF::IBackup_Callback_Factory_var(new mover_test::Posix_Backup_Factory));
   backup.channel_factory(pool_at(pool));
   backup.add_source(source);
   return backup.backup("bench");
 }
 
-bool restore(const std::string& source, const std::string& pool, const std::string& target, size_t threads) {
+bool restore(const std::string& source, const std::string& pool, const std::string& target, size_t threads,
+             unsigned number) {
   MTF_Restore restore(MTF::Event_Handler_var(nullptr), ACE_Log_Msg_Callback_var());
-  restore.seq(1);
+  restore.seq(number);
   restore.channel_num(threads);
   restore.concurrent(threads);
   restore.path_converter(
@@ -90,10 +94,12 @@ int main(int argc, char** argv) {
   if (args.size() == 4 && args[0] == "make") {
     make(args[1], std::stoul(args[2]), std::stoull(args[3]));
     return EXIT_SUCCESS;
-  } else if (args.size() == 6 && args[0] == "backup") {
-    ok = back_up(args[1], args[2], args[3], std::stoi(args[4]), std::stoul(args[5]));
-  } else if (args.size() == 5 && args[0] == "restore") {
-    ok = restore(args[1], args[2], args[3], std::stoul(args[4]));
+  } else if ((args.size() == 6 || args.size() == 7) && args[0] == "backup") {
+    const unsigned last = args.size() == 7 ? static_cast<unsigned>(std::stoul(args[6])) : 0;
+    ok = back_up(args[1], args[2], args[3], std::stoi(args[4]), std::stoul(args[5]), last);
+  } else if ((args.size() == 5 || args.size() == 6) && args[0] == "restore") {
+    const unsigned number = args.size() == 6 ? static_cast<unsigned>(std::stoul(args[5])) : 1;
+    ok = restore(args[1], args[2], args[3], std::stoul(args[4]), number);
   } else {
     std::cerr << usage;
   }
