@@ -55,7 +55,7 @@ bool send(const std::string& address, const Value& request, Value& answer) {
       answer.type() == json_spirit::obj_type)
     return true;
   ACE_ERROR((LM_ERROR, ACE_TEXT("Failed to send json rpc to '%s', resp_data '%s' type '%d'.\n"), address.c_str(),
-             JSON_Dump(answer, true).c_str(), answer.type()));
+             JSON_Dump(answer, false).c_str(), answer.type()));
   return false;
 }
 

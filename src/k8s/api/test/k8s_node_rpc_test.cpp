@@ -30,7 +30,7 @@ struct Node_Rpc : Simulated_Cluster {
   std::string no_answer(const std::string& body, int type) {
     const Value reply = body.empty() ? Value() : json(body);
     return string_sprintf("Failed to send json rpc to '127.0.0.1', resp_data '%s' type '%d'.\n",
-                          JSON_Dump(reply, true).c_str(), type);
+                          JSON_Dump(reply, false).c_str(), type);
   }
 
   Value result{"before"};
