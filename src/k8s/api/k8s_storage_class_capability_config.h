@@ -5,17 +5,16 @@
 
 #include "k8s/api/k8s_client.h"
 #include "k8s/api/k8s_def.h"
+#include "k8s/api/k8s_events.h"
 #include "k8s/api/k8s_pvc.h"
+#include "k8s/api/k8s_storage_class.h"
+#include "k8s/api/k8s_volume_snapshot.h"
 
 /**
  * @file
  * The experiment that finds out which storage classes can be cloned and snapshotted: what the cluster really does
  * within the time allowed, not what a driver says of itself. doc/capability.md tells it as a whole.
  */
-
-class K8S_Events;
-class K8S_Storage_Class;
-class K8S_Volume_Snapshot;
 
 /// Adds flags. Only the low 16 bits of the result are kept.
 inline Capability_Flag& operator|=(Capability_Flag& flags, Capability_Flag more) {

@@ -7,8 +7,7 @@
 #include "json_spirit/json_spirit_value.h"
 #include "k8s/api/k8s_client.h"
 #include "k8s/api/k8s_def.h"
-
-class K8S_PVC;
+#include "k8s/api/k8s_pvc.h"
 
 /**
  * @file
