@@ -13,7 +13,8 @@
  * What is known of the cluster as a whole: the client of the process, the server's version, the group-versions that
  * differ between clusters, and where the auxiliary agents are.
  *
- * Life: init() before any resource object is made, close_instance() at the end. A second init() reads everything anew.
+ * Life: init() before any resource object is made; who calls it calls close_instance() at the end, since nothing else
+ * does. A second init() reads everything anew.
  * An object whose init() failed is usable as far as it got.
  *
  * Threads: instance() and init() on one thread, before others start. Afterwards reads need no lock, but for a
