@@ -222,6 +222,19 @@ TEST_F(Capability_Run, AClaimThatIsRefusedLetsTheWaitRunToItsLimitAndTheOthersGo
   EXPECT_TRUE(nothing_left());
 }
 
+TEST_F(Capability_Run, AClassWhoseCopyIsRefusedGetsNeitherClaimNorClone) {
+  add_class("lazy", {.mode = "WaitForFirstConsumer"});
+  server.fault = [](std::size_t, const std::string& request) -> std::optional<Exchange_Fault> {
+    if (request != "POST " + classes) return std::nullopt;
+    return Exchange_Fault{403};
+  };
+  EXPECT_TRUE(whole_run(0));
+  EXPECT_EQ(csi.at("lazy"), CAPABILITY_NONE);
+  EXPECT_THAT(server.requests(), Not(Contains("POST " + claims)));
+  EXPECT_EQ(published(), R"({"csi":{"lazy":{"clone":false,"snapshot":false}},"local":{},"nfs":{}})");
+  EXPECT_TRUE(nothing_left());
+}
+
 TEST_F(Capability_Run, AClassThatGetsThereLateIsAwaited) {
   add_class("slow", {.bound_sec = 15, .clone_bound_sec = 20, .ready_sec = 15});
   EXPECT_TRUE(whole_run(180));
@@ -274,6 +287,13 @@ TEST_F(Budget, IsSplitByThree) {
   rounds(180);
   EXPECT_GE(slept_sec(), 60);
   // The last delay may overshoot the limit by its own length, and each look sleeps a second more.
+  EXPECT_LT(slept_sec(), 60 + 60 + 20);
+}
+
+TEST_F(Budget, OfTheWaitForSnapshotsIsAThirdToo) {
+  add_class("gold", {.ready_sec = never});
+  EXPECT_TRUE(init(180));
+  EXPECT_GE(slept_sec(), 60);
   EXPECT_LT(slept_sec(), 60 + 60 + 20);
 }
 

@@ -75,6 +75,11 @@ struct Clean_Env : Simulated_Cluster {
     ASSERT_TRUE(k8s::mount_bind(dir.path(), path_on_node("data/volume")));
     std::ofstream(path_on_node("state")) << "gone";
   }
+  long slept_sec() const {
+    std::chrono::milliseconds sum(0);
+    for (const auto span : clock.sleeps()) sum += span;
+    return std::chrono::duration_cast<std::chrono::seconds>(sum).count();
+  }
   bool on_node(const std::string& name) const { return fs::exists(path_on_node(name)); }
 
   Fake_Clock clock;
@@ -135,6 +140,8 @@ TEST_F(Clean_Env, EndsAtAPodThatDoesNotGo) {
   });
   EXPECT_FALSE(k8s::clean_env("shop"));
   EXPECT_THAT(errors(), ElementsAre(testing::MatchesRegex("Type .* name agent-1 exists after delete\n")));
+  EXPECT_GE(slept_sec(), K8S_QVX_RETRY_TIMEOUT);
+  EXPECT_THAT(requests(), testing::Each(testing::HasSubstr("/pods")));
   EXPECT_EQ(marked("pods").size(), 2u);
   EXPECT_EQ(marked("persistentvolumeclaims").size(), 2u);
   EXPECT_EQ(marked("volumesnapshots").size(), 2u);

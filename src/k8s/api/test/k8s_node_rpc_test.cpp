@@ -76,10 +76,13 @@ TEST_F(Node_Rpc, CallsTheFirstOfSeveralAgentsWhateverItsPhase) {
 }
 
 TEST_F(Node_Rpc, FailsWhenPodsCannotBeListed) {
-  pods_are(403, "{}");
-  EXPECT_FALSE(ask());
-  EXPECT_EQ(errors().back(), "Failed to list pods for node 'n1'.\n");
-  EXPECT_THAT(emergencies(), IsEmpty());
+  for (const auto& [status, reply] : {std::pair(403, "{}"), std::pair(200, "[]")}) {
+    log.clear();
+    pods_are(status, reply);
+    EXPECT_FALSE(ask());
+    EXPECT_EQ(errors().back(), "Failed to list pods for node 'n1'.\n");
+    EXPECT_THAT(emergencies(), IsEmpty());
+  }
 }
 
 TEST_F(Node_Rpc, FailsOnANodeWithoutAnAgentThatHasAnAddress) {
@@ -180,6 +183,13 @@ TEST_F(Online_Agent, IsTheFirstThatRuns) {
                                          {"spec":{"nodeName":"n2"},"status":{"phase":"Running"}}]})");
   EXPECT_TRUE(k8s::get_ramdom_online_aux_agent(node));
   EXPECT_EQ(node, "n3");
+}
+
+TEST_F(Online_Agent, IsUnknownIfItsPodsCannotBeListed) {
+  expect(running_pods, 403, "{}");
+  EXPECT_FALSE(k8s::get_ramdom_online_aux_agent(node));
+  EXPECT_EQ(errors().back(), "Failed to list auxiliary nodes.\n");
+  EXPECT_EQ(node, "before");
 }
 
 TEST_F(Online_Agent, IsMissedWhereNoneRuns) {

@@ -125,12 +125,16 @@ TEST_F(Pvc_Size, MayBeZeroOnTheNode) {
   EXPECT_EQ(size, 0);
 }
 
-TEST_F(Pvc_Size, IsUnknownWhenTheNodeFailsToo) {
-  du_says(Exec_Script().output("-5\t/data\n").exit(0));
-  node_says(R"({"error":{"code":-32602,"message":"Invalid params: failed to get path."}})");
-  EXPECT_FALSE(ask());
-  EXPECT_EQ(errors().back(), "Failed to get pvc size from node 'n1'.\n");
-  EXPECT_EQ(size, -5);
+TEST_F(Pvc_Size, IsUnknownWhenTheNodeFailsTooAndKeepsWhatThePodTold) {
+  const std::pair<const char*, std::int64_t> told[] = {{"-5\t/data\n", -5}, {"du: not found\n", 0}};
+  for (const auto& [output, number] : told) {
+    size = 1;
+    du_says(Exec_Script().output(output).exit(0));
+    node_says(R"({"error":{"code":-32602,"message":"Invalid params: failed to get path."}})");
+    EXPECT_FALSE(ask());
+    EXPECT_EQ(errors().back(), "Failed to get pvc size from node 'n1'.\n");
+    EXPECT_EQ(size, number) << output;
+  }
 }
 
 TEST_F(Pvc_Size, IsUnknownWhenTheNodeTellsNoNumber) {
