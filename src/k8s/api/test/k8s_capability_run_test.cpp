@@ -216,6 +216,7 @@ TEST_F(Capability_Run, AClaimThatIsRefusedLetsTheWaitRunToItsLimitAndTheOthersGo
   EXPECT_EQ(csi.at(names[0]), CAPABILITY_ALL);
   EXPECT_EQ(csi.at(names[1]), CAPABILITY_NONE);
   EXPECT_GE(slept_sec(), 30);
+  EXPECT_THAT(server.requests(), Not(Contains(HasSubstr("claim-of-" + names[1] + "-clone"))));
   EXPECT_THAT(logged(LM_ERROR), Contains("Failed to create pvc claim-of-" + names[1] + ".\n"));
   EXPECT_THAT(logged(LM_WARNING), ElementsAre("PVC 'claim-of-" + names[1] + "' associated with storage class '" +
                                               names[1] + "' is not in bound status.\n"));

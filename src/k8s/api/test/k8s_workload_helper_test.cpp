@@ -141,9 +141,10 @@ TEST_F(Workload_Helper, ReplyWithoutItemsAddsNothing) {
 TEST_F(Workload_Helper, FindsTheSearchedTextAnywhereInANameInEitherCase) {
   server.expect({"GET /apis/apps/v1/deployments", 200,
                  list("Deployment", named("a", "web") + "," + named("b", "my-wEb-1") + "," + named("c", "we") + "," +
-                                        named("kube-system", "web") + "," + named("Kube-x", "WEB"))});
+                                        named("kube-system", "web") + "," + named("Kube-x", "WEB") + "," +
+                                        named("kubeflow", "web-2"))});
   EXPECT_TRUE(helper().get_workload_objects(DEPLOYMENT_WORKLOAD, arr, nullptr, &web));
-  EXPECT_THAT(names(), ElementsAre("web", "my-wEb-1", "WEB"));
+  EXPECT_THAT(names(), ElementsAre("web", "my-wEb-1", "WEB", "web-2"));
 }
 
 TEST_F(Workload_Helper, AnEmptySearchedTextFindsAll) {
