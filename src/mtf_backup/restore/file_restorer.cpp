@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 
@@ -16,6 +17,10 @@ namespace {
 /// Errors that every further file would meet as well.
 bool is_hopeless(int error) {
   return is_resource_error(error) || error == ENOSPC || error == EDQUOT || error == EROFS;
+}
+
+bool has_data(const Catalog_Entry& entry) {
+  return S_ISREG(entry.stat.mode) && entry.stat.size > 0;
 }
 
 }  // namespace
@@ -47,14 +52,15 @@ void File_Restorer::failed(const Restore_Item& item, int error) {
 
 /// False with errno, here and below; EBADMSG: damaged.
 bool File_Restorer::restore(const Restore_Item& item) {
+  static const MTF::Xattrs none;
   if (!enter(item.target)) return false;
-  On_Medium block;
   const Catalog_Entry& entry = item.entry;
-  const bool regular = S_ISREG(entry.stat.mode);
-  if (((regular && entry.data_size > 0) || entry.xattr_hash != 0) && !read_block(entry, block)) return false;
-  if (regular) return put_file(item, block);
+  const bool needs_block = has_data(entry) || entry.xattr_hash != 0;
+  if (needs_block && !reader_.open(entry)) return false;
+  const MTF::Xattrs& attrs = needs_block ? reader_.block().xattrs : none;
+  if (S_ISREG(entry.stat.mode)) return put_file(item, attrs);
   job_.state.processed += entry.stat.size;
-  return put_special(item, block);
+  return put_special(item, attrs);
 }
 
 bool File_Restorer::enter(const Target& target) {
@@ -67,61 +73,18 @@ bool File_Restorer::enter(const Target& target) {
   return true;
 }
 
-MTF::Set_Reader* File_Restorer::reader_of(unsigned channel, Medium_Reader*& medium) {
-  medium = job_.media.get(channel);
-  if (!medium) return nullptr;
-  if (readers_.size() <= channel) readers_.resize(channel + 1);
-  if (!readers_[channel]) readers_[channel] = std::make_unique<MTF::Set_Reader>(*medium);
-  return readers_[channel].get();
-}
-
-bool File_Restorer::read_block(const Catalog_Entry& entry, On_Medium& block) {
-  Medium_Reader* medium;
-  MTF::Set_Reader* reader = reader_of(entry.channel, medium);
-  if (!reader) return false;
-  errno = 0;
-  const char* problem = nullptr;
-  if (!reader->read_entry(entry.offset, block.entry, block.data)) {
-    if (errno != 0 && errno != EBADMSG) return false;
-    problem = reader->error().c_str();
-  } else if ((block.entry.stat.mode & S_IFMT) != (entry.stat.mode & S_IFMT) || block.data.size != entry.data_size) {
-    problem = "the block there is another one than the catalog tells";
-  } else if (xattr_hash(block.entry.xattrs) != entry.xattr_hash) {
-    problem = "the extended attributes are not those of the catalog";
-  }
-  if (!problem) return true;
-  ACE_ERROR(
-      (LM_ERROR, ACE_TEXT("%C is damaged at %Q: %C\n"), job_.media.name(entry.channel).c_str(), entry.offset, problem));
-  errno = EBADMSG;
-  return false;
-}
-
-/// The data behind the first @a done bytes, as far as it lies in one piece. With the last one the whole is checked.
-bool File_Restorer::next_piece(const Catalog_Entry& entry, const On_Medium& block, uint64_t done, Frame_View& piece) {
-  Medium_Reader* medium = job_.media.get(entry.channel);
-  const size_t left = static_cast<size_t>(block.data.size - done);
-  piece = Frame_View();
-  if (!medium || !medium->view(block.data.offset + done, left, piece)) return false;
-  hash_.update(piece.data(), piece.size());
-  const bool last = piece.size() == left;
-  if (piece.size() > 0 && (!last || hash_.value() == entry.data_hash)) return true;
-  ACE_ERROR((LM_ERROR, ACE_TEXT("%C is damaged at %Q: the data is not what was backed up\n"),
-             job_.media.name(entry.channel).c_str(), block.data.offset));
-  errno = EBADMSG;
-  return false;
-}
-
-bool File_Restorer::put_file(const Restore_Item& item, const On_Medium& block) {
+bool File_Restorer::put_file(const Restore_Item& item, const MTF::Xattrs& attrs) {
   // A file of one piece is known to be right before anything is made.
+  uint64_t at = 0;
   Frame_View piece;
-  hash_.reset();
-  if (block.data.size > 0 && !next_piece(item.entry, block, 0, piece)) return false;
+  const int got = has_data(item.entry) ? reader_.next(at, piece) : 0;
+  if (got < 0) return false;
   const std::string name = item.target.name();
   std::string temp;
   if (callback_->mktemp(dir_.path(name), temp) != MTF::E_OK) return false;
   const std::string temp_name = temp.substr(temp.rfind('/') + 1);
-  if (write_temp(item, block, temp, piece) &&
-      dresser_->dress(dir_, temp_name, item.entry.stat, block.entry.xattrs, item.target.shown()) &&
+  if ((!has_data(item.entry) || write_temp(temp, got, at, piece)) &&
+      dresser_->dress(dir_, temp_name, item.entry.stat, attrs, item.target.shown()) &&
       callback_->rename(temp.c_str(), dir_.path(name)) == MTF::E_OK)
     return true;
   const int error = errno;
@@ -130,29 +93,41 @@ bool File_Restorer::put_file(const Restore_Item& item, const On_Medium& block) {
   return false;
 }
 
-bool File_Restorer::write_temp(const Restore_Item& item, const On_Medium& block, const std::string& temp,
-                               Frame_View& piece) {
-  const uint64_t size = block.data.size;
-  if (size == 0) return true;
+/// @param got, at, piece  the first answer of the reader.
+bool File_Restorer::write_temp(const std::string& temp, int got, uint64_t at, Frame_View& piece) {
+  const uint64_t size = reader_.file_size();
   MTF::IFile_Writer_var writer = callback_->make_file_writer();
   if (!writer || writer->open(temp.c_str(), size) != MTF::E_OK) return false;
-  for (uint64_t done = 0;;) {
-    if (writer->write(piece.data(), piece.size()) != MTF::E_OK) return false;
-    done += piece.size();
-    job_.state.processed += piece.size();
-    if (done == size) break;
+  uint64_t done = 0;
+  for (; got > 0; got = reader_.next(at, piece)) {
+    if (!skip_to(*writer, done, at) || writer->write(piece.data(), piece.size()) != MTF::E_OK) return false;
+    job_.state.processed += at + piece.size() - done;
+    done = at + piece.size();
     if (job_.state.stopping()) {
       errno = ECANCELED;
       return false;
     }
-    if (!next_piece(item.entry, block, done, piece)) return false;
   }
+  if (got < 0 || !skip_to(*writer, done, size)) return false;
+  job_.state.processed += size - done;
   // close() keeps errors to itself.
   return writer->flush() == MTF::E_OK && writer->close() == MTF::E_OK;
 }
 
+/// Leaves a hole, or zeros where the writer knows no holes.
+bool File_Restorer::skip_to(MTF::IFile_Writer& writer, uint64_t done, uint64_t to) {
+  static const char zeros[65536] = {};
+  if (done == to || writer.skip_to(to) == MTF::E_OK) return true;
+  if (errno != ENOTSUP) return false;
+  for (; done < to && !job_.state.stopping(); done += std::min<uint64_t>(to - done, sizeof zeros))
+    if (writer.write(zeros, static_cast<size_t>(std::min<uint64_t>(to - done, sizeof zeros))) != MTF::E_OK)
+      return false;
+  errno = ECANCELED;
+  return done == to;
+}
+
 /// Links, FIFOs, sockets and devices are never seen half made, so they are made under their own names.
-bool File_Restorer::put_special(const Restore_Item& item, const On_Medium& block) {
+bool File_Restorer::put_special(const Restore_Item& item, const MTF::Xattrs& attrs) {
   const MTF::Entry_Stat& stat = item.entry.stat;
   const std::string name = item.target.name();
   if (!clear_way(name)) return false;
@@ -164,7 +139,7 @@ bool File_Restorer::put_special(const Restore_Item& item, const On_Medium& block
     st.mode = (stat.mode & S_IFMT) | 0600;
     made = callback_->mknod(dir_.path(name), st);
   }
-  return made == MTF::E_OK && dresser_->dress(dir_, name, stat, block.entry.xattrs, item.target.shown());
+  return made == MTF::E_OK && dresser_->dress(dir_, name, stat, attrs, item.target.shown());
 }
 
 bool File_Restorer::clear_way(const std::string& name) {

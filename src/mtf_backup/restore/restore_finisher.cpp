@@ -8,7 +8,6 @@
 #include <utility>
 
 #include "ace/Log_Msg.h"
-#include "mtf_backup/set/data_hash.h"
 
 namespace MTF_BACKUP {
 
@@ -37,21 +36,23 @@ void Restore_Finisher::leave() {
   const Restore_Item item = std::move(open_.back());
   open_.pop_back();
   Anchored_Dir dir;
-  MTF::Entry on_medium;
-  MTF::File_Data none;
+  MTF::Xattrs attrs;
   if (item.entry.xattr_hash != 0) {
-    Medium_Reader* medium = job_.media.get(item.entry.channel);
-    if (!medium || !MTF::Set_Reader(*medium).read_entry(item.entry.offset, on_medium, none) ||
-        xattr_hash(on_medium.xattrs) != item.entry.xattr_hash) {
-      ACE_ERROR((LM_ERROR, ACE_TEXT("Failed to restore the extended attributes of %C: %C is damaged at %Q\n"),
-                 item.target.shown().c_str(), job_.media.name(item.entry.channel).c_str(), item.entry.offset));
-      job_.tally.failed(item.entry, item.path, true);
-      on_medium.xattrs.clear();
-    }
+    if (reader_.open(item.entry))
+      attrs = reader_.block().xattrs;
+    else
+      attributes_lost(item, errno);
   }
   if (!dir.open(item.target.root->fd.get(), item.target.below) ||
-      !dresser_.dress(dir, "", item.entry.stat, on_medium.xattrs, item.target.shown()))
+      !dresser_.dress(dir, "", item.entry.stat, attrs, item.target.shown()))
     failed(item, std::strerror(errno));
+}
+
+void Restore_Finisher::attributes_lost(const Restore_Item& item, int error) {
+  const bool is_damage = error == EBADMSG;
+  ACE_ERROR((LM_ERROR, ACE_TEXT("Failed to restore the extended attributes of %C: %C\n"), item.target.shown().c_str(),
+             is_damage ? "their data in the set is damaged" : std::strerror(error)));
+  job_.tally.failed(item.entry, item.path, is_damage);
 }
 
 void Restore_Finisher::link(const Restore_Item& item) {

@@ -4,12 +4,12 @@
 #include <vector>
 
 #include "mtf/core/restore_callback.h"
-#include "mtf/core/set_reader.h"
 #include "mtf_backup/restore/entry_dresser.h"
 #include "mtf_backup/restore/entry_scan.h"
 #include "mtf_backup/restore/link_plan.h"
 #include "mtf_backup/restore/restore_job.h"
 #include "mtf_backup/run/anchored_dir.h"
+#include "mtf_backup/set/entry_reader.h"
 
 namespace MTF_BACKUP {
 
@@ -19,7 +19,12 @@ class Restore_Finisher {
  public:
   /// @param callback  borrowed.
   Restore_Finisher(Restore_Job& job, Catalog_Reader& catalog, Link_Plan& links, MTF::IRestore_Callback& callback)
-      : job_(job), scan_(job, catalog, false), links_(links), callback_(callback), dresser_(callback) {}
+      : job_(job),
+        scan_(job, catalog, false),
+        links_(links),
+        callback_(callback),
+        dresser_(callback),
+        reader_(job.media) {}
 
   void run();
 
@@ -28,6 +33,7 @@ class Restore_Finisher {
   bool make_link(const Target& old, const Target& target, unsigned mode);
   void leave_until(const Catalog_Entry& entry);
   void leave();
+  void attributes_lost(const Restore_Item& item, int error);
   void failed(const Restore_Item& item, const char* why);
 
   Restore_Job& job_;
@@ -35,6 +41,7 @@ class Restore_Finisher {
   Link_Plan& links_;
   MTF::IRestore_Callback& callback_;
   Entry_Dresser dresser_;
+  Entry_Reader reader_;
   std::vector<Restore_Item> open_;  // directories, each below the one before
 };
 

@@ -28,8 +28,8 @@ struct Catalog_Entry {
   uint64_t xattr_hash = 0;       ///< XXH3-64 over the extended attributes, 0 without any
   uint32_t channel = 0;          ///< number of the medium
   uint64_t offset = 0;           ///< plain offset of the entry's block on the medium
-  uint64_t data_size = 0;        ///< bytes of file data on the medium
-  uint64_t data_hash = 0;        ///< XXH3-64 of those bytes
+  uint64_t data_size = 0;        ///< bytes of file data on the medium, without holes
+  uint64_t data_hash = 0;        ///< XXH3-64 of those bytes; with holes, of each extent's place and bytes
 
   bool is_directory() const { return (stat.mode & 0170000u) == 0040000u; }
   bool operator==(const Catalog_Entry&) const = default;
