@@ -20,6 +20,7 @@ Link_Plan::Kind Link_Plan::plan(Restore_Item& item) {
   item.entry.hard_link_target.clear();
   item.entry.link_target = first.link_target;
   item.entry.xattr_hash = first.xattr_hash;
+  item.entry.set = first.set;
   item.entry.channel = first.channel;
   item.entry.offset = first.offset;
   item.entry.data_size = first.data_size;

@@ -37,7 +37,7 @@ bool Restore_Planner::put(Restore_Item& item) {
   const uint64_t size = item.entry.stat.size;
   total_size_ += size;
   if (!(item.entry.flags & CAT_SKIPPED)) {
-    held_size_ += size;
+    if (item.entry.set == 0) held_size_ += size;
     return put_file(item);
   }
   // It failed the backup, too.

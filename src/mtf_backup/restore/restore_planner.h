@@ -21,7 +21,7 @@ class Restore_Planner {
 
   /// How many entries the restore is about.
   uint64_t planned_count() const { return planned_; }
-  /// Bytes of all of them, and of those that the set holds.
+  /// Bytes of all of them, and of those that this very set holds.
   uint64_t total_size() const { return total_size_; }
   uint64_t held_size() const { return held_size_; }
 

@@ -56,11 +56,7 @@ MTF::Error_Code Restore_Run::find_set(const std::string& name) {
     refuse("no memory for a storage client");
     return MTF::E_FAILED;
   }
-  if (Set_Store(storage_).find(name, settings_.seq, settings_.incarnation, id_, record_)) {
-    if (record_.base.empty()) return MTF::E_OK;
-    refuse("incremental sets are not supported yet");
-    return MTF::E_FAILED;
-  }
+  if (Set_Store(storage_).find(name, settings_.seq, settings_.incarnation, id_, record_)) return MTF::E_OK;
   if (errno == EBADMSG) return MTF::E_CORRUPT;
   if (errno != ENOENT) return MTF::E_OPEN_MEDIA;
   ACE_ERROR((LM_ERROR, ACE_TEXT("There is no set %C with number %u, incarnation %u.\n"), printable(name).c_str(),

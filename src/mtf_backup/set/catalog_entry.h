@@ -26,7 +26,8 @@ struct Catalog_Entry {
   std::string link_target;       ///< of a symbolic link
   std::string hard_link_target;  ///< path in the set of the entry that this one is another name of
   uint64_t xattr_hash = 0;       ///< XXH3-64 over the extended attributes, 0 without any
-  uint32_t channel = 0;          ///< number of the medium
+  uint32_t set = 0;              ///< whose medium: 0 this set's, n that of the n-th in Commit_Record::chain, from 1
+  uint32_t channel = 0;          ///< number of the medium in that set
   uint64_t offset = 0;           ///< plain offset of the entry's block on the medium
   uint64_t data_size = 0;        ///< bytes of file data on the medium, without holes
   uint64_t data_hash = 0;        ///< XXH3-64 of those bytes; with holes, of each extent's place and bytes

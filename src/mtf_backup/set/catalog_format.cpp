@@ -31,6 +31,7 @@ void each_number(Entry& entry, Each&& each) {
     each(time->nsec);
   }
   each(entry.xattr_hash);
+  each(entry.set);
   each(entry.channel);
   each(entry.offset);
   each(entry.data_size);

@@ -95,16 +95,31 @@ bool read_sources(const Array& array, std::vector<std::string>& sources) {
   return true;
 }
 
+bool read_chain(const Array& array, std::vector<Chain_Link>& chain) {
+  for (const Value& value : array) {
+    Chain_Link link;
+    if (value.type() != json_spirit::obj_type ||
+        !Json_Members(value.get_obj()).text("dir", link.dir).text("set_uuid", link.set_uuid).complete())
+      return false;
+    const auto same = [&](const Chain_Link& other) { return other.dir == link.dir; };
+    if (!client_io::is_key(link.dir) || std::any_of(chain.begin(), chain.end(), same)) return false;
+    chain.push_back(std::move(link));
+  }
+  return true;
+}
+
 bool read_record(const Object& object, Commit_Record& record) {
   uint64_t format = 0;
   uint64_t compression = 0;
   uint64_t channels = 0;
+  const Array* chain = nullptr;
   const Array* objects = nullptr;
   const Array* sources = nullptr;
   const Object* summary = nullptr;
   const bool complete = Json_Members(object)
                             .text("base", record.base)
                             .number("begin_time", record.begin_time)
+                            .array("chain", chain)
                             .number("channels", channels)
                             .number("compression", compression)
                             .number("end_time", record.end_time)
@@ -121,12 +136,12 @@ bool read_record(const Object& object, Commit_Record& record) {
                             .object("summary", summary)
                             .complete();
   if (!complete || compression >= COMPR_MAX || channels > most_channels || record.incarnation == 0 ||
-      record.name.empty())
+      record.name.empty() || (record.base.empty() && !chain->empty()))
     return false;
   record.compression = static_cast<Compression_Method>(compression);
   record.channels = static_cast<unsigned>(channels);
   return read_objects(*objects, record.objects) && read_sources(*sources, record.sources) &&
-         read_summary(*summary, record.summary);
+         read_chain(*chain, record.chain) && read_summary(*summary, record.summary);
 }
 
 // The version is looked at before all else: what a newer format holds is not known here.
@@ -150,8 +165,12 @@ std::string Commit_Record::to_text() const {
     stored.push_back(Object{{"hash", object.hash}, {"name", object.name}, {"size", uint64_t(object.size)}});
   Array paths;
   for (const std::string& source : sources) paths.push_back(percent_encode(source));
+  Array links;
+  for (const Chain_Link& link : chain)
+    links.push_back(Object{{"dir", percent_encode(link.dir)}, {"set_uuid", percent_encode(link.set_uuid)}});
   const Object record{{"base", percent_encode(base)},
                       {"begin_time", int64_t(begin_time)},
+                      {"chain", std::move(links)},
                       {"channels", uint64_t(channels)},
                       {"compression", uint64_t(compression)},
                       {"end_time", int64_t(end_time)},

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <utility>
 
 #include "mtf/core/little_endian.h"
 #include "mtf_backup/set/damage.h"
@@ -18,17 +19,17 @@ ssize_t Entry_Reader::Source::read(uint64_t offset, char* to, size_t n) {
 
 /// @a why counts where the medium itself has not failed.
 bool Entry_Reader::failed(uint64_t offset, const char* why) {
-  if (source_.error == 0) return tell_damage(media_.name(entry_->channel), offset, why);
+  if (source_.error == 0) return tell_damage(media_.name(entry_->set, entry_->channel), offset, why);
   errno = source_.error;
   return false;
 }
 
 bool Entry_Reader::open(const Catalog_Entry& entry) {
   entry_ = &entry;
-  Medium_Reader* medium = media_.get(entry.channel);
+  Medium_Reader_var medium = media_.get(entry.set, entry.channel);
   if (!medium) return false;
   if (source_.medium != medium) reader_.emplace(source_);
-  source_.medium = medium;
+  source_.medium = std::move(medium);
   source_.error = 0;
   const char* problem = read_block();
   return !problem || failed(entry.offset, problem);

@@ -48,7 +48,7 @@ class TESSARIN_API Entry_Reader {
   struct Source : MTF::Byte_Source {
     ssize_t read(uint64_t offset, char* to, size_t n) override;
 
-    Medium_Reader* medium = nullptr;
+    Medium_Reader_var medium;
     int error = 0;
   };
 

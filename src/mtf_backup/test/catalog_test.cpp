@@ -35,6 +35,7 @@ Catalog_Entry full_entry(const std::string& path) {
   made.link_target = "../\xff\n";
   made.hard_link_target = "/vol/other";
   made.xattr_hash = 12;
+  made.set = 12;
   made.channel = 13;
   made.offset = 14;
   made.data_size = 15;

@@ -35,6 +35,7 @@ Commit_Record full_record() {
   record.compression = COMPR_ZSTD;
   record.channels = 2;
   record.sources = {"/vol/a", "/vol/\xff%41"};
+  record.chain = {{"name/0000000001.1", "older"}, {"name/0000000000.3", "\xff"}};
   record.summary = {1, 2, 3, 4, 5, 6, UINT64_MAX};
   record.objects = {{"channel-000.mtf.zst", UINT64_MAX, std::string(32, 'a')}, {"catalog", 0, std::string(32, '0')}};
   return record;
@@ -49,6 +50,8 @@ TEST(Commit_Record_Text, EveryFieldComesBack) {
   EXPECT_EQ(back.seq, record.seq);
   EXPECT_EQ(back.begin_time, -5);
   EXPECT_EQ(back.sources, record.sources);
+  EXPECT_EQ(back.base, record.base);
+  EXPECT_EQ(back.chain, record.chain);
   EXPECT_EQ(back.summary.corrupt_count, UINT64_MAX);
   ASSERT_NE(back.find("catalog"), nullptr);
   EXPECT_EQ(back.find("channel-000.mtf.zst")->size, UINT64_MAX);
@@ -102,6 +105,10 @@ TEST(Commit_Record_Text, AContentThatCannotBeIsRefused) {
       {"\"name\":\"catalog\"", "\"name\":\"channel-000.mtf.zst\""},
       {"\"hash\":\"aaaa", "\"hash\":\"aaaA"},
       {"%FF%2541", "%F"},
+      {"\"dir\":\"name/0000000000.3\"", "\"dir\":\"name/0000000001.1\""},
+      {"\"dir\":\"name/0000000000.3\"", "\"dir\":\"../0000000000.3\""},
+      {"\"dir\":\"name/0000000000.3\",", ""},
+      {"\"base\":\"name/0000000001.1\"", "\"base\":\"\""},
       {"\"summary\":{", "\"summary\":{\"a\":0,"},
   };
   for (const auto& [from, to] : changes) {
