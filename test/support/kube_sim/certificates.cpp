@@ -119,9 +119,9 @@ Certificate Certificates::server(Certificate_Kind kind) const {
   add_extension(cert.get(), signer, NID_basic_constraints, "critical,CA:FALSE");
   add_extension(cert.get(), signer, NID_key_usage, "critical,digitalSignature");
   add_extension(cert.get(), signer, NID_ext_key_usage, "serverAuth");
-  add_extension(
-      cert.get(), signer, NID_subject_alt_name,
-      kind == Certificate_Kind::WRONG_NAME ? "DNS:wrong.example.com,IP:192.0.2.1" : "DNS:localhost,IP:127.0.0.1");
+  add_extension(cert.get(), signer, NID_subject_alt_name,
+                kind == Certificate_Kind::WRONG_NAME ? "DNS:wrong.example.com,IP:192.0.2.1"
+                                                     : "DNS:localhost,IP:127.0.0.1,IP:::1");
   sign(cert.get(), alone ? key.get() : authority_->key.get());
   return {pem(cert.get()), pem(key.get())};
 }

@@ -7,6 +7,7 @@
 #include <stdexcept>
 #include <thread>
 
+#include "http/host_in_url.h"
 #include "support/kube_sim/front_connection.h"
 
 namespace kube_sim {
@@ -117,7 +118,7 @@ unsigned short Front::port() const {
 }
 
 std::string Front::url() const {
-  return "https://" + impl_->state.options().address + ":" + std::to_string(port());
+  return "https://" + host_in_url(impl_->state.options().address) + ":" + std::to_string(port());
 }
 
 const std::string& Front::ca() const {

@@ -74,7 +74,7 @@ class Front {
   Front& operator=(const Front&) = delete;
 
   unsigned short port() const;
-  /// "https://127.0.0.1:port"
+  /// "https://127.0.0.1:port", "https://[::1]:port"
   std::string url() const;
   /// The CA certificate, PEM, that clients are to know; it vouches for the server where `certificate` is GOOD.
   const std::string& ca() const;

@@ -7,6 +7,7 @@
 #include <fstream>
 #include <stdexcept>
 
+#include "http/host_in_url.h"
 #include "support/kube_sim/cluster_api.h"
 #include "support/kube_sim/controllers.h"
 #include "support/kube_sim/preload.h"
@@ -81,17 +82,18 @@ int serve(const Program_Options& options, const sigset_t& ends) {
   const Front front(api, options.front);
 
   const std::string port = std::to_string(front.port()), &token = options.cluster.token;
+  const std::string host = options.front.address == "0.0.0.0" ? "127.0.0.1" : options.front.address;
   write(state / "ca.crt", front.ca());
   write(state / "token", token);
-  write(state / "kubeconfig", kubeconfig("https://127.0.0.1:" + port, state / "ca.crt", token));
+  write(state / "kubeconfig", kubeconfig("https://" + host_in_url(host) + ":" + port, state / "ca.crt", token));
   if (!options.service_account_directory.empty()) {
     const fs::path directory = options.service_account_directory;
     write(directory / "ca.crt", front.ca());
     write(directory / "token", token);
     write(directory / "namespace", "default");
   }
-  std::printf("export KUBECONFIG=%s KUBERNETES_SERVICE_HOST=127.0.0.1 KUBERNETES_SERVICE_PORT=%s\n",
-              (state / "kubeconfig").c_str(), port.c_str());
+  std::printf("export KUBECONFIG=%s KUBERNETES_SERVICE_HOST=%s KUBERNETES_SERVICE_PORT=%s\n",
+              (state / "kubeconfig").c_str(), host.c_str(), port.c_str());
   std::fflush(stdout);
   int signal = 0;
   sigwait(&ends, &signal);
