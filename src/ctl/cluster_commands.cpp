@@ -5,25 +5,21 @@
 #include <vector>
 
 #include "ctl/cluster_view.h"
+#include "ctl/exec.h"
 #include "ctl/human.h"
 #include "ctl/print.h"
 #include "ctl/sc_check.h"
 #include "ctl/selection_commands.h"
 #include "ctl/table.h"
 #include "json_spirit/assign.h"
-#include "json_spirit/dump.h"
 #include "json_spirit/extract.h"
 #include "json_spirit/filter.h"
-#include "json_spirit/json_spirit_helper.h"
 #include "k8s/api/k8s_node.h"
 #include "k8s/api/k8s_pod.h"
 #include "k8s/api/k8s_pvc.h"
-#include "k8s/api/k8s_session_factory.h"
 #include "k8s/api/k8s_utils.h"
 #include "k8s/api/k8s_volume_snapshot.h"
 #include "k8s/api/k8s_workload_factory.h"
-#include "kolt/http_util.h"
-#include "kolt/printable.h"
 
 namespace ctl {
 
@@ -34,10 +30,6 @@ using json_spirit::Value;
 namespace {
 
 constexpr char snapshot_resource[] = "volumesnapshots";
-
-std::string namespace_of(const Options& options) {
-  return options.cluster.ns.empty() ? "default" : options.cluster.ns;
-}
 
 bool has_snapshots(const Cluster_View& view) {
   return !view.cluster().get_resource_gv(snapshot_resource).empty();
@@ -138,7 +130,7 @@ Exit_Code cluster_aux(const Options& options, std::ostream& out, std::ostream&) 
 
 Exit_Code pvc_list(const Options& options, std::ostream& out, std::ostream&) {
   Cluster_View view(options.cluster);
-  K8S_PVC claims(view.client(), namespace_of(options));
+  K8S_PVC claims(view.client(), namespace_or_default(options.cluster));
   Listing listing("claims", {{"name", "NAME"},
                              {"status", "STATUS"},
                              {"storage_class", "CLASS"},
@@ -160,20 +152,37 @@ bool mounts_claim(const Value& pod, const std::string& claim) {
   return false;
 }
 
-/// A running pod that mounts the claim, as the API would return it by itself.
+bool has_one_container(const Value& pod) {
+  const Array* containers = nullptr;
+  json_spirit::pextract(pod)("/spec/containers", containers);
+  return containers && containers->size() == 1;
+}
+
+/// A running pod that mounts the claim, as the API would return it by itself. Of several, one in which there is no
+/// doubt where to measure: in a pod of several containers only the agent on its node can.
 Value pod_with_claim(Cluster_View& view, const std::string& ns, const std::string& claim) {
   K8S_Pod pods(view.client(), ns);
-  for (const Value& listed : view.items_of(pods, "pods")) {
-    if (!mounts_claim(listed, claim) || text_at(listed, "/status/phase") != "Running") continue;
-    Value pod;
-    if (pods.get(text_at(listed, "/metadata/name"), pod, true)) return pod;
+  std::string name;
+  for (const Value& pod : view.items_of(pods, "pods")) {
+    if (!mounts_claim(pod, claim) || text_at(pod, "/status/phase") != "Running") continue;
+    const bool simple = has_one_container(pod);
+    if (simple || name.empty()) name = text_at(pod, "/metadata/name");
+    if (simple) break;
   }
-  throw Failure(exit_usage, "No running pod of namespace " + ns + " mounts the claim '" + claim + "'.");
+  if (name.empty())
+    throw Failure(exit_usage, "No running pod of namespace " + ns + " mounts the claim '" + claim + "'.");
+  Value pod;
+  if (!pods.get(name, pod, true)) view.fail("The pod '" + name + "' cannot be read");
+  if (!has_one_container(pod) && !view.knows_agents())
+    throw Failure(exit_usage, "The pod '" + name + "', which mounts the claim '" + claim +
+                                  "', has several containers. Such a claim is measured by the agent on the pod's node: "
+                                  "AUX_KEY, AUX_VALUE, AUX_PORT and CURRENT_NAMESPACE must tell where it is.");
+  return pod;
 }
 
 Exit_Code pvc_size(const Options& options, std::ostream& out, std::ostream&) {
   Cluster_View view(options.cluster);
-  const std::string &claim = options.cluster.name, ns = namespace_of(options);
+  const std::string &claim = options.cluster.name, ns = namespace_or_default(options.cluster);
   const Value pod = pod_with_claim(view, ns, claim);
   K8S_PVC claims(view.client(), ns);
   std::int64_t size = 0;
@@ -192,7 +201,7 @@ std::string name_of_copy(const Cluster_Options& options) {
 
 Exit_Code tell_copy(const Options& options, const char* kind, const std::string& name, std::ostream& out) {
   if (options.json)
-    print_json(out, Object{{"kind", kind}, {"namespace", namespace_of(options)}, {"name", name}});
+    print_json(out, Object{{"kind", kind}, {"namespace", namespace_or_default(options.cluster)}, {"name", name}});
   else
     out << kind << ' ' << name << '\n';
   return exit_ok;
@@ -200,7 +209,7 @@ Exit_Code tell_copy(const Options& options, const char* kind, const std::string&
 
 Exit_Code pvc_clone(const Options& options, std::ostream& out, std::ostream&) {
   Cluster_View view(options.cluster);
-  K8S_PVC claims(view.client(), namespace_of(options));
+  K8S_PVC claims(view.client(), namespace_or_default(options.cluster));
   const std::string name = name_of_copy(options.cluster);
   if (!claims.clone(options.cluster.name, name)) view.fail("The claim '" + options.cluster.name + "' cannot be cloned");
   if (options.cluster.wait && !claims.is_bound(name, true, K8S_QVX_RETRY_TIMES))
@@ -211,8 +220,8 @@ Exit_Code pvc_clone(const Options& options, std::ostream& out, std::ostream&) {
 Exit_Code pvc_snapshot(const Options& options, std::ostream& out, std::ostream&) {
   Cluster_View view(options.cluster);
   if (!has_snapshots(view)) throw Failure(exit_refused, "The cluster offers no snapshots.");
-  K8S_PVC claims(view.client(), namespace_of(options));
-  K8S_Volume_Snapshot snapshots(view.client(), namespace_of(options));
+  K8S_PVC claims(view.client(), namespace_or_default(options.cluster));
+  K8S_Volume_Snapshot snapshots(view.client(), namespace_or_default(options.cluster));
   const std::string name = name_of_copy(options.cluster);
   if (!snapshots.create_with_name(claims, options.cluster.name, name))
     view.fail("The claim '" + options.cluster.name + "' cannot be snapshotted");
@@ -248,49 +257,6 @@ Exit_Code clean(const Options& options, std::ostream& out, std::ostream&) {
   if (!options.cluster.dry_run && !k8s::clean_env(ns))
     throw Failure(exit_refused, "Not all could be removed from namespace " + ns + ". --verbose tells why.");
   return listing.print(options.json, out);
-}
-
-std::string exec_url(const Cluster_Options& options, const std::string& ns) {
-  std::string url = "/api/v1/namespaces/" + ns + "/pods/" + options.name + "/exec?";
-  HTTP_Query_String_Builder_string query(std::back_inserter(url), false);
-  query("stdout", "True")("stderr", "True");
-  if (!options.container.empty()) query("container", options.container.c_str());
-  // Not by the builder: it writes a space as '+', which only forms mean as a space.
-  for (const std::string& word : options.words) {
-    url += "&command=";
-    http_encode_string(word.c_str(), HUT_FLAG_JS_ENCODE_URI_COMPONENT, url);
-  }
-  return url;
-}
-
-/// The server's word on how a command ended, cut off from the end of its output. Empty if it said none.
-std::string take_status(std::string& output) {
-  constexpr size_t longest = 65536;
-  const size_t begin = output.size() > longest ? output.size() - longest : 0;
-  for (size_t at = output.find('{', begin); at != std::string::npos; at = output.find('{', at + 1)) {
-    Value status;
-    if (!json_spirit::loads_json(output.c_str() + at, status) || text_at(status, "/status").empty()) continue;
-    output.resize(at);
-    return text_at(status, "/message");
-  }
-  return "";
-}
-
-Exit_Code exec(const Options& options, std::ostream& out, std::ostream& err) {
-  Cluster_View view(options.cluster);
-  const std::unique_ptr<K8S_Session> session = K8S_Session_Factory::create("websocket");
-  std::string output, status;
-  const bool done = session && session->get(exec_url(options.cluster, namespace_of(options)), output, nullptr);
-  if (!done) status = take_status(output);
-  if (options.json)
-    print_json(out, Object{{"done", done}, {"output", output}, {"message", status}});
-  else
-    out << output;
-  if (done) return exit_ok;
-  out.flush();
-  err << "tessarinctl: " << (status.empty() ? "The command was not run to its end. --verbose tells why." : status)
-      << std::endl;
-  return exit_job_failed;
 }
 
 }  // namespace

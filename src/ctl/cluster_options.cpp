@@ -3,6 +3,7 @@
 #include <CLI/CLI.hpp>
 
 #include "ctl/options.h"
+#include "ctl/storage_class_file.h"
 
 namespace ctl {
 
@@ -80,9 +81,11 @@ void add_others(CLI::App& app, Options& options) {
   add_namespace(add_command(*sc, options, "show", "sc show", "Storage classes and what they were found able to do"),
                 cluster, "CURRENT_NAMESPACE");
 
-  CLI::App* const check = add_command(*sc, options, "check", "sc check",
-                                      "Try out what the classes of /opt/storage_class/config.json can do");
+  CLI::App* const check =
+      add_command(*sc, options, "check", "sc check", "Try out what storage classes can do, and publish it");
   add_namespace(check, cluster, "CURRENT_NAMESPACE");
+  check->add_option("--file", cluster.file,
+                    std::string("JSON file that names the classes by type; default: ") + storage_class_file);
   check->add_option("--timeout", cluster.timeout, "seconds that the experiment may wait in all")
       ->check(CLI::Range(3, 86400))
       ->capture_default_str();
@@ -95,17 +98,21 @@ void add_others(CLI::App& app, Options& options) {
 
   CLI::App* const exec = add_command(app, options, "exec", "exec", "Run a command in a container");
   add_namespace(exec, cluster, default_namespace);
-  exec->add_option("-c,--container", cluster.container, "container; default: the server's choice");
+  exec->add_option("-c,--container", cluster.container, "container; needed in a pod of several");
   exec->add_option("POD", cluster.name, "name of the pod")->required();
   exec->add_option("COMMAND", cluster.words, "program and arguments, behind --")->required();
 
   CLI::App* const clean = add_command(app, options, "clean", "clean", "Remove what the agent left in a namespace");
   clean->add_option("NAMESPACE", cluster.name, "the namespace")->required();
-  clean->add_flag("--dry-run", cluster.dry_run, "only list it");
-  clean->add_flag("--yes", cluster.yes, "do it");
+  CLI::Option* const dry_run = clean->add_flag("--dry-run", cluster.dry_run, "only list it");
+  clean->add_flag("--yes", cluster.yes, "do it")->excludes(dry_run);
 }
 
 }  // namespace
+
+std::string namespace_or_default(const Cluster_Options& options) {
+  return options.ns.empty() ? default_namespace : options.ns;
+}
 
 void add_cluster_commands(CLI::App& app, Options& options) {
   add_cluster(app, options);

@@ -34,9 +34,12 @@ struct Cluster_Options {
   std::vector<std::string> words;  ///< of "exec": program and arguments
   bool dry_run = false;
   bool yes = false;
-  std::string file;
+  std::string file;                               ///< of "entries check"; of "sc check", empty: the agent's
   int timeout = K8S_UPDATE_CONFIG_RETRY_TIMEOUT;  ///< of "sc check", seconds
 };
+
+/// The namespace of a command that is content with "default".
+std::string namespace_or_default(const Cluster_Options& options);
 
 /// Adds "cluster", "pvc", "sc", "entries", "exec" and "clean".
 void add_cluster_commands(CLI::App& app, Options& options);

@@ -17,6 +17,22 @@ namespace {
 
 constexpr int first_error_status = 400;
 
+/// What a status means to a person.
+const char* meaning_of(int status) {
+  switch (status) {
+    case 401:
+      return " (the token is not taken)";
+    case 403:
+      return " (not allowed)";
+    case 404:
+      return " (not found)";
+    case 409:
+      return " (there already)";
+    default:
+      return "";
+  }
+}
+
 }  // namespace
 
 Cluster_View::Cluster_View(const Cluster_Options& options) {
@@ -47,7 +63,7 @@ void Cluster_View::fail(const std::string& text) const {
   const int status = client_->get_response_code();
   if (status <= 0) throw Failure(exit_unreachable, text + ": no answer. --verbose tells why.");
   if (status < first_error_status) throw Failure(exit_refused, text + ". --verbose tells why.");
-  throw Failure(exit_refused, text + ": the server answered " + std::to_string(status) + ".");
+  throw Failure(exit_refused, text + ": the server answered " + std::to_string(status) + meaning_of(status) + ".");
 }
 
 std::string text_at(const Value& document, const char* path) {

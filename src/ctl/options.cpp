@@ -15,8 +15,9 @@ constexpr char default_resource[] = "default";
 constexpr uint32_t max_seq = std::numeric_limits<uint32_t>::max();
 
 constexpr char footer[] =
-    "Exit codes: 0 the job is completed, 1 it failed or was canceled, 2 wrong usage, 3 no agent or server answers,\n"
-    "4 it refuses, 5 the pool cannot be read, 6 the job has not ended yet.";
+    "Exit codes: 0 done, 1 the job, the check or the command in the pod failed, 2 wrong usage, 3 no agent or server\n"
+    "answers, 4 it refuses, 5 the pool cannot be read, 6 the job has not ended yet, 130 interrupted twice.\n"
+    "exec ends with the exit code of the command that it runs.\n";
 
 std::string from_environment(const char* name, const char* otherwise = "") {
   const char* const value = std::getenv(name);

@@ -22,13 +22,13 @@ uint64_t percent(const Progress& progress) {
   return static_cast<uint64_t>(static_cast<double>(progress.processed) * 100 / static_cast<double>(progress.total));
 }
 
-size_t terminal_columns() {
-  winsize size{};
-  const bool known = ioctl(STDERR_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col > 0;
-  return known ? size.ws_col : 80;
-}
-
 }  // namespace
+
+Terminal_Size terminal_size() {
+  winsize size{};
+  const bool known = ioctl(STDERR_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col > 0 && size.ws_row > 0;
+  return known ? Terminal_Size{size.ws_col, size.ws_row} : Terminal_Size{80, 24};
+}
 
 std::string progress_text(const Progress& progress) {
   if (progress.total == 0) return progress.state;
@@ -60,7 +60,7 @@ Progress_View::~Progress_View() {
 void Progress_View::show(const Progress& progress) {
   if (mode_ == bar) {
     // The last column stays free: some terminals begin a new line behind it.
-    out_ << clear_line << progress_bar(progress, terminal_columns() - 1) << std::flush;
+    out_ << clear_line << progress_bar(progress, terminal_size().columns - 1) << std::flush;
     drawn_ = true;
     return;
   }

@@ -1,11 +1,20 @@
 #pragma once
 
 #include <chrono>
+#include <cstddef>
 #include <cstdint>
 #include <ostream>
 #include <string>
 
 namespace ctl {
+
+struct Terminal_Size {
+  size_t columns;
+  size_t rows;
+};
+
+/// Of the terminal at the standard error; 80 by 24 where there is none.
+Terminal_Size terminal_size();
 
 /// How far a job has got, as the agent tells it.
 struct Progress {

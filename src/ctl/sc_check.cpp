@@ -1,97 +1,88 @@
 #include "ctl/sc_check.h"
 
 #include <cstdlib>
-#include <sstream>
+#include <map>
 
 #include "ctl/cluster_view.h"
-#include "ctl/selection_commands.h"
-#include "ctl/table.h"
-#include "json_spirit/extract.h"
-#include "k8s/api/k8s_pvc.h"
-#include "k8s/api/k8s_pvc_data_helper.h"
-#include "k8s/api/k8s_utils.h"
-#include "k8s/api/k8s_volume_snapshot.h"
-#include "kolt/clock.h"
+#include "ctl/experiment.h"
+#include "ctl/print.h"
+#include "ctl/storage_class_file.h"
 
 namespace ctl {
 
-using json_spirit::Array;
-using json_spirit::Value;
-
 namespace {
 
-Array items_of(K8S_Resource& resource) {
-  Value list;
-  Array* items = nullptr;
-  if (resource.list(list, k8s::selector())) json_spirit::pextract(list)("/items", items);
-  return items ? std::move(*items) : Array();
+const char* note_on(const Storage_Class_Capability_Validation_Unit& unit) {
+  if (!unit.sc_exist_on_system_) return "not in the cluster";
+  if (!unit.pvc_.bound_) return "its claim was not seen bound in time";
+  if (!unit.pvc_clone_.bound_) return "careful: the clone was not seen bound in time";
+  if (!unit.pvc_snap_.ready_to_use_) return "its snapshot was not seen ready in time";
+  return "";
 }
 
-/// Looks at the temporary objects whenever the experiment waits, and prints a table when it has changed.
-class Stage_View : public kolt::Clock {
- public:
-  Stage_View(const K8S_Client_var& client, const std::string& ns, std::ostream& out)
-      : claims_(client, ns), snapshots_(client, ns), out_(out), clock_(kolt::clock()) {
-    previous_ = kolt::set_clock(this);
-  }
-  ~Stage_View() override { kolt::set_clock(previous_); }
+void add_untried(Listing& listing, const Storage_Class_Map& classes, const char* type) {
+  const std::map<std::string, Capability_Flag> sorted(classes.begin(), classes.end());
+  for (const auto& entry : sorted) listing.add({entry.first, type, true, true, "not tried out"});
+}
 
-  time_t now() override { return clock_.now(); }
-  void sleep(std::chrono::milliseconds time) override {
-    std::ostringstream text;
-    table().print(text);
-    if (text.str() != shown_) out_ << text.str() << std::endl;
-    shown_ = text.str();
-    clock_.sleep(time);
-  }
+/// As they are published.
+Listing verdicts_of(const Validation_Units& csi, const Storage_Classes& classes) {
+  Listing listing(
+      "verdicts",
+      {{"name", "CLASS"}, {"type", "TYPE"}, {"clone", "CLONE"}, {"snapshot", "SNAPSHOT"}, {"note", "NOTE"}});
+  for (const auto& unit : csi)
+    listing.add({unit.sc_name_, "csi", unit.pvc_.bound_, unit.pvc_snap_.ready_to_use_, note_on(unit)});
+  add_untried(listing, classes.local, "local");
+  add_untried(listing, classes.nfs, "nfs");
+  return listing;
+}
 
- private:
-  /// One row for each temporary claim.
-  Table table() {
-    const Array claims = items_of(claims_), snapshots = items_of(snapshots_);
-    Table table({"CLASS", "CLAIM", "CLONE", "SNAPSHOT"});
-    for (const Value& claim : claims) {
-      if (!text_at(claim, "/spec/dataSource/name").empty()) continue;
-      const std::string name = text_at(claim, "/metadata/name");
-      std::string clone = "-", snapshot = "-";
-      for (const Value& other : claims)
-        if (text_at(other, "/spec/dataSource/name") == name) clone = text_at(other, "/status/phase");
-      for (const Value& other : snapshots)
-        if (text_at(other, "/spec/source/persistentVolumeClaimName") == name)
-          snapshot = is_ready(other) ? "Ready" : "Pending";
-      table.add({text_at(claim, "/spec/storageClassName"), text_at(claim, "/status/phase"), clone, snapshot});
-    }
-    return table;
-  }
-  static bool is_ready(const Value& snapshot) {
-    bool ready = false;
-    json_spirit::pextract(snapshot)("/status/readyToUse", ready);
-    return ready;
-  }
+std::string namespace_of_experiment(const Cluster_Options& options) {
+  if (!options.ns.empty()) ::setenv("CURRENT_NAMESPACE", options.ns.c_str(), 1);
+  const char* const ns = std::getenv("CURRENT_NAMESPACE");
+  if (ns == nullptr || *ns == '\0')
+    throw Failure(exit_usage, "-n must tell the namespace for the experiment's objects.");
+  return ns;
+}
 
-  K8S_PVC claims_;
-  K8S_Volume_Snapshot snapshots_;
-  std::ostream& out_;
-  kolt::Clock& clock_;
-  kolt::Clock* previous_;
-  std::string shown_;
-};
+Progress_View::Mode mode_of_view(const Options& options) {
+  if (options.json) return Progress_View::silent;
+  // The log would stand between a table and the next one in its place.
+  return options.cluster.verbose ? Progress_View::lines : Progress_View::mode_for_stderr();
+}
+
+/// @return whether there is something.
+bool tell_what_is_left(const std::vector<std::string>& left, const std::string& ns, std::ostream& err) {
+  if (left.empty()) return false;
+  err << "tessarinctl: Left behind in namespace " << ns << ':';
+  for (const std::string& object : left) err << "\n  " << object;
+  err << "\n'tessarinctl clean " << ns
+      << " --yes' removes claims and snapshots, 'kubectl delete storageclass' copies of classes." << std::endl;
+  return true;
+}
 
 }  // namespace
 
 Exit_Code sc_check(const Options& options, std::ostream& out, std::ostream& err) {
-  if (!options.cluster.ns.empty()) ::setenv("CURRENT_NAMESPACE", options.cluster.ns.c_str(), 1);
-  const char* const ns = std::getenv("CURRENT_NAMESPACE");
-  if (ns == nullptr) throw Failure(exit_usage, "-n must tell the namespace for the experiment's objects.");
-  Cluster_View view(options.cluster);
-  std::ostringstream silent;
-  {
-    const Stage_View stages(view.client(), ns, options.json ? silent : err);
-    if (!Storage_Class_Config::instance()->init(true, options.cluster.timeout))
-      throw Failure(exit_refused, "The experiment could not be made. --verbose tells why.");
-  }
-  Storage_Class_Config::close_instance();
-  return print_classes(options, view, out);
+  const Cluster_Options& cluster = options.cluster;
+  const std::string ns = namespace_of_experiment(cluster);
+  const Storage_Classes classes = read_storage_classes(cluster.file.empty() ? storage_class_file : cluster.file, err);
+  Cluster_View view(cluster);
+  const Experiment experiment =
+      make_experiment(view.client(), ns, classes, cluster.timeout, err, mode_of_view(options));
+  const bool left = tell_what_is_left(experiment.left, ns, err);
+  if (experiment.interrupted && !experiment.published)
+    throw Failure(exit_job_failed, left ? "Interrupted. Nothing was published."
+                                        : "Interrupted. Nothing was published, and nothing is left behind.");
+  if (!experiment.made)
+    throw Failure(exit_refused, "The experiment could not be made: the classes of the cluster cannot be listed. " +
+                                    std::string("--verbose tells why."));
+  verdicts_of(experiment.csi, classes).print(options.json, out);
+  out.flush();
+  if (experiment.published) return left ? exit_job_failed : exit_ok;
+  err << "tessarinctl: The verdicts could not be written into the config map 'sc-capability-config' of namespace " << ns
+      << ". --verbose tells why." << std::endl;
+  return exit_refused;
 }
 
 }  // namespace ctl

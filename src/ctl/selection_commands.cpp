@@ -71,7 +71,8 @@ void add_classes(const Backup_Resource& entry, Storage_Class_Set& classes) {
 
 }  // namespace
 
-Exit_Code print_classes(const Options& options, Cluster_View& view, std::ostream& out) {
+Exit_Code sc_show(const Options& options, std::ostream& out, std::ostream&) {
+  Cluster_View view(options.cluster);
   K8S_Storage_Class classes(view.client());
   const Array items = view.items_of(classes, "storage classes");
   const Value verdicts = published_verdicts(view, options.cluster.ns);
@@ -88,11 +89,6 @@ Exit_Code print_classes(const Options& options, Cluster_View& view, std::ostream
                  verdict.snapshot});
   }
   return listing.print(options.json, out);
-}
-
-Exit_Code sc_show(const Options& options, std::ostream& out, std::ostream&) {
-  Cluster_View view(options.cluster);
-  return print_classes(options, view, out);
 }
 
 Exit_Code entries_check(const Options& options, std::ostream& out, std::ostream&) {

@@ -2,14 +2,10 @@
 
 #include <ostream>
 
-#include "ctl/cluster_view.h"
 #include "ctl/failure.h"
 #include "ctl/options.h"
 
 namespace ctl {
-
-/// Prints the storage classes with the verdicts of the last capability experiment.
-Exit_Code print_classes(const Options& options, Cluster_View& view, std::ostream& out);
 
 /// Storage classes, with the verdicts of the last capability experiment.
 Exit_Code sc_show(const Options& options, std::ostream& out, std::ostream& err);

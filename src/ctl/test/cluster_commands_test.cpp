@@ -24,6 +24,7 @@ namespace {
 using namespace ctl;
 using json_spirit::Value;
 using ::testing::AllOf;
+using ::testing::ContainsRegex;
 using ::testing::HasSubstr;
 using ::testing::IsEmpty;
 using ::testing::Not;
@@ -179,9 +180,26 @@ TEST_F(Cluster_Commands, Clone_and_snapshot_of_a_claim_are_removed_again) {
   EXPECT_TRUE(exists("", "persistentvolumeclaims", "shop", "data"));
 }
 
+TEST_F(Cluster_Commands, Dry_run_of_cleaning_changes_nothing) {
+  EXPECT_EQ(run({"pvc", "clone", "data", "-n", "shop"}), exit_ok) << failure;
+  ASSERT_TRUE(controllers.settle());
+  front.clear_requests();
+  EXPECT_EQ(run({"clean", "shop", "--dry-run"}), exit_ok) << failure;
+  EXPECT_EQ(out.str(), "KIND   NAME\nclaim  data-tessarin\n");
+  for (const kube_sim::Request& request : front.requests()) EXPECT_EQ(request.method, "GET");
+  EXPECT_EQ(run({"clean", "lab", "--dry-run", "--json"}), exit_ok) << failure;
+  EXPECT_EQ(printed("/objects/0/name"), "(none)");
+}
+
 TEST_F(Cluster_Commands, Claim_that_is_not_there_has_no_clone) {
   EXPECT_EQ(run({"pvc", "clone", "gone", "-n", "shop"}), exit_refused);
-  EXPECT_EQ(failure, "The claim 'gone' cannot be cloned: the server answered 404.");
+  EXPECT_EQ(failure, "The claim 'gone' cannot be cloned: the server answered 404 (not found).");
+}
+
+TEST_F(Cluster_Commands, Copy_whose_name_is_taken_is_told) {
+  EXPECT_EQ(run({"pvc", "clone", "data", "-n", "shop", "--as", "copy"}), exit_ok) << failure;
+  EXPECT_EQ(run({"pvc", "clone", "data", "-n", "shop", "--as", "copy"}), exit_refused);
+  EXPECT_EQ(failure, "The claim 'data' cannot be cloned: the server answered 409 (there already).");
 }
 
 TEST_F(Cluster_Commands, Size_is_measured_in_a_pod_that_mounts_the_claim) {
@@ -202,17 +220,88 @@ TEST_F(Cluster_Commands, Size_needs_a_pod_that_mounts_the_claim) {
   EXPECT_THAT(failure, HasSubstr("mounts the claim 'other'"));
 }
 
+TEST_F(Cluster_Commands, Size_in_a_pod_of_several_containers_is_left_to_the_agents) {
+  preload(sim, json(R"([
+    {"kind": "PersistentVolumeClaim", "apiVersion": "v1", "metadata": {"name": "shared", "namespace": "lab"},
+     "spec": {"accessModes": ["ReadWriteOnce"], "storageClassName": "fast", "volumeMode": "Filesystem",
+              "resources": {"requests": {"storage": "1Gi"}}}},
+    {"kind": "Pod", "apiVersion": "v1", "metadata": {"name": "two", "namespace": "lab"},
+     "spec": {"containers": [{"name": "a", "image": "busybox",
+                              "volumeMounts": [{"name": "v", "mountPath": "/data"}]},
+                             {"name": "b", "image": "busybox"}],
+              "volumes": [{"name": "v", "persistentVolumeClaim": {"claimName": "shared"}}]}}])"));
+  ASSERT_TRUE(controllers.settle());
+  EXPECT_EQ(run({"pvc", "size", "shared", "-n", "lab"}), exit_usage);
+  EXPECT_THAT(failure, AllOf(HasSubstr("several containers"), HasSubstr("AUX_KEY")));
+}
+
 TEST_F(Cluster_Commands, Exec_passes_words_as_they_are) {
   EXPECT_EQ(run({"exec", "tools", "-n", "lab", "-c", "side", "--", "printf", "%s|", "a b", "c+d&e"}), exit_ok)
       << failure << log.all();
   EXPECT_EQ(out.str(), "a b|c+d&e|");
 }
 
-TEST_F(Cluster_Commands, Exec_tells_how_a_command_failed) {
-  EXPECT_EQ(run({"exec", "tools", "-n", "lab", "-c", "main", "--", "sh", "-c", "echo before; exit 3"}),
-            exit_job_failed);
+TEST_F(Cluster_Commands, Exec_ends_with_the_commands_own_exit_code) {
+  EXPECT_EQ(run({"exec", "tools", "-n", "lab", "-c", "main", "--", "sh", "-c", "echo before; exit 42"}), 42);
   EXPECT_EQ(out.str(), "before\n");
-  EXPECT_THAT(err.str(), HasSubstr("exit code 3"));
+  EXPECT_EQ(err.str(), "tessarinctl: The command ended with exit code 42.\n");
+}
+
+TEST_F(Cluster_Commands, Exec_keeps_output_and_errors_apart) {
+  EXPECT_EQ(run({"exec", "web", "-n", "shop", "--", "sh", "-c", "echo good; echo bad >&2"}), exit_ok) << failure;
+  EXPECT_EQ(out.str(), "good\n");
+  EXPECT_EQ(err.str(), "bad\n");
+  EXPECT_EQ(run({"exec", "web", "-n", "shop", "--json", "--", "sh", "-c", "echo good; echo bad >&2; exit 5"}), 5);
+  EXPECT_EQ(printed("/stdout"), "good\n");
+  EXPECT_EQ(printed("/stderr"), "bad\n");
+  EXPECT_THAT(out.str(), HasSubstr("\"exit_code\": 5"));
+}
+
+TEST_F(Cluster_Commands, Exec_passes_output_on_as_it_comes) {
+  // What is printed last waits for a file that is written once the first output has been seen.
+  const std::string seen = containers / "seen";
+  class Watcher : public std::stringbuf {
+   public:
+    explicit Watcher(const std::string& file) : file_(file) {}
+    int sync() override {
+      if (str().find("first") != std::string::npos) std::ofstream(file_) << "1";
+      return 0;
+    }
+
+   private:
+    const std::string file_;
+  } watcher(seen);
+  static_cast<std::ostream&>(out).rdbuf(&watcher);
+  const std::string script = "echo first; for i in $(seq 200); do [ -e " + seen + " ] && break; sleep 0.05; done; " +
+                             "[ -e " + seen + " ] && echo last";
+  EXPECT_EQ(run({"exec", "web", "-n", "shop", "--", "sh", "-c", script.c_str()}), exit_ok) << failure;
+  static_cast<std::ostream&>(out).rdbuf(out.rdbuf());
+  EXPECT_EQ(watcher.str(), "first\nlast\n");
+}
+
+TEST_F(Cluster_Commands, Exec_of_a_program_that_is_not_there_fails_with_the_servers_words) {
+  EXPECT_EQ(run({"exec", "web", "-n", "shop", "--", "/no-such-program"}), exit_job_failed);
+  EXPECT_THAT(err.str(), HasSubstr("no-such-program"));
+  EXPECT_EQ(run({"exec", "web", "-n", "shop", "--json", "--", "/no-such-program"}), exit_job_failed);
+  EXPECT_THAT(out.str(), HasSubstr("\"exit_code\": null"));
+}
+
+TEST_F(Cluster_Commands, Exec_needs_to_know_the_container_of_several) {
+  EXPECT_EQ(run({"exec", "tools", "-n", "lab", "--", "true"}), exit_usage);
+  EXPECT_EQ(failure, "The pod 'tools' has several containers; -c must name one of them: main, side.");
+  EXPECT_EQ(run({"exec", "tools", "-n", "lab", "-c", "other", "--", "true"}), exit_usage);
+  EXPECT_EQ(failure, "The pod 'tools' has no container 'other'. It has: main, side.");
+}
+
+TEST_F(Cluster_Commands, Exec_needs_a_pod_that_is_there_and_runs) {
+  EXPECT_EQ(run({"exec", "gone", "-n", "lab", "--", "true"}), exit_refused);
+  EXPECT_EQ(failure, "The pod 'gone' cannot be read: the server answered 404 (not found).");
+  preload(sim, json(R"([{"kind": "Pod", "apiVersion": "v1", "metadata": {"name": "stuck", "namespace": "lab"},
+                         "spec": {"nodeName": "", "containers": [{"name": "main", "image": "busybox",
+                                  "volumeMounts": [{"name": "v", "mountPath": "/data"}]}],
+                         "volumes": [{"name": "v", "persistentVolumeClaim": {"claimName": "missing"}}]}}])"));
+  EXPECT_EQ(run({"exec", "stuck", "-n", "lab", "--", "true"}), exit_usage);
+  EXPECT_EQ(failure, "The pod 'stuck' is not running, but Pending.");
 }
 
 TEST_F(Cluster_Commands, Storage_classes_show_their_published_verdicts) {
@@ -229,19 +318,86 @@ TEST_F(Cluster_Commands, Storage_classes_without_verdicts_are_shown_too) {
   EXPECT_EQ(printed("/storage_classes/0/clone"), "");
 }
 
-TEST_F(Cluster_Commands, Storage_classes_are_tried_out_and_nothing_is_left) {
-  std::ofstream("/opt/storage_class/config.json") << R"({"csi": ["fast"]})";
-  EXPECT_EQ(run({"sc", "check", "-n", "agents", "--timeout", "60"}), exit_ok) << failure << log.all();
-  EXPECT_THAT(out.str(), ::testing::ContainsRegex("fast +csi[.]example[.]com +Immediate +csi +yes +yes"));
-  EXPECT_THAT(err.str(), AllOf(HasSubstr("CLASS"), HasSubstr("fast")));
-  EXPECT_THAT(sim.list("", "persistentvolumeclaims", "agents"), IsEmpty());
-  std::filesystem::remove("/opt/storage_class/config.json");
+class Experiment_Command : public Cluster_Commands {
+ protected:
+  int check(const char* classes, std::vector<const char*> more = {}, const char* timeout = "60") {
+    const std::string file = dir.write("classes.json", classes);
+    std::vector<const char*> args{"sc", "check", "-n", "agents", "--timeout", timeout, "--file", file.c_str()};
+    args.insert(args.end(), more.begin(), more.end());
+    return run(args);
+  }
+  std::string published() const {
+    const auto map = sim.get({"", "configmaps", "agents", "sc-capability-config"});
+    std::string text;
+    if (map != nullptr) json_spirit::pextract (*map)("/data/config.json", text);
+    return text;
+  }
+  void expect_nothing_left() const {
+    EXPECT_THAT(sim.list("", "persistentvolumeclaims", "agents"), IsEmpty());
+    EXPECT_THAT(sim.list("snapshot.storage.k8s.io", "volumesnapshots", "agents"), IsEmpty());
+    EXPECT_EQ(sim.list("storage.k8s.io", "storageclasses").size(), 2u);
+  }
+  void SetUp() override { add_storage_class(sim, "late", "csi.example.com", "WaitForFirstConsumer"); }
+
+  const test_support::Temp_Dir dir;
+};
+
+TEST_F(Experiment_Command, Verdicts_are_printed_and_published_and_nothing_is_left) {
+  EXPECT_EQ(check(R"({"csi": ["fast", "late", "ghost"], "nfs": ["share"]})"), exit_ok) << failure << log.all();
+  EXPECT_THAT(out.str(), ContainsRegex("CLASS +TYPE +CLONE +SNAPSHOT +NOTE"));
+  EXPECT_THAT(out.str(), ContainsRegex("fast +csi +yes +yes +-"));
+  EXPECT_THAT(out.str(), ContainsRegex("late +csi +yes +yes +-"));
+  EXPECT_THAT(out.str(), ContainsRegex("ghost +csi +no +no +not in the cluster"));
+  EXPECT_THAT(out.str(), ContainsRegex("share +nfs +yes +yes +not tried out"));
+  EXPECT_THAT(published(), AllOf(HasSubstr("late"), HasSubstr("ghost"), HasSubstr("share")));
+  expect_nothing_left();
 }
 
-TEST_F(Cluster_Commands, Experiment_needs_the_file_that_lists_the_classes) {
+TEST_F(Experiment_Command, Way_there_is_told_in_lines_where_there_is_no_terminal) {
+  EXPECT_EQ(check(R"({"csi": ["late"]})"), exit_ok) << failure << log.all();
+  EXPECT_THAT(err.str(), AllOf(HasSubstr("Making claims and clones\n"), HasSubstr("late: claim pending\n"),
+                               HasSubstr("late: claim bound, clone bound, snapshot"),
+                               HasSubstr("Removing the temporary objects\n")));
+  EXPECT_THAT(err.str(), Not(HasSubstr("\033")));
+}
+
+TEST_F(Experiment_Command, Document_holds_the_verdicts_and_nothing_else_is_said) {
+  EXPECT_EQ(check(R"({"csi": ["fast"]})", {"--json"}), exit_ok) << failure << log.all();
+  EXPECT_EQ(printed("/verdicts/0/name"), "fast");
+  EXPECT_EQ(printed("/verdicts/0/type"), "csi");
+  EXPECT_THAT(out.str(), AllOf(HasSubstr("\"clone\": true"), HasSubstr("\"snapshot\": true")));
+  EXPECT_THAT(err.str(), IsEmpty());
+}
+
+TEST_F(Experiment_Command, Classes_of_the_agents_file_are_the_default) {
+  EXPECT_EQ(run({"sc", "check", "-n", "agents"}), exit_usage);
+  EXPECT_EQ(failure, "'/opt/storage_class/config.json' cannot be read. --file FILE names another one.");
+  std::ofstream("/opt/storage_class/config.json") << R"({"local": ["disk"]})";
+  EXPECT_EQ(run({"sc", "check", "-n", "agents"}), exit_ok) << failure;
+  std::filesystem::remove("/opt/storage_class/config.json");
+  EXPECT_THAT(out.str(), ContainsRegex("disk +local +yes +yes +not tried out"));
+  EXPECT_THAT(err.str(), HasSubstr("none is tried out"));
+}
+
+TEST_F(Experiment_Command, Namespace_has_to_be_told) {
   EXPECT_EQ(run({"sc", "check"}), exit_usage);
   EXPECT_THAT(failure, HasSubstr("-n"));
-  EXPECT_EQ(run({"sc", "check", "-n", "agents"}), exit_refused);
+}
+
+TEST_F(Experiment_Command, Verdicts_that_cannot_be_published_are_printed_all_the_same) {
+  sim.remove({"", "configmaps", "agents", "sc-capability-config"});
+  front.fail({"POST", ".*/configmaps.*", 1, 0}, {.answer = kube_sim::Answer{403}});
+  EXPECT_EQ(check(R"({"csi": ["fast"]})"), exit_refused);
+  EXPECT_THAT(out.str(), ContainsRegex("fast +csi +yes +yes"));
+  EXPECT_THAT(err.str(), HasSubstr("could not be written into the config map"));
+  expect_nothing_left();
+}
+
+TEST_F(Experiment_Command, What_cannot_be_removed_is_told_by_name) {
+  front.fail({"DELETE", ".*/storageclasses/.*", 1, 0}, {.answer = kube_sim::Answer{403}});
+  EXPECT_EQ(check(R"({"csi": ["late"]})", {}, "6"), exit_job_failed);
+  EXPECT_THAT(out.str(), ContainsRegex("late +csi +yes"));
+  EXPECT_THAT(err.str(), ContainsRegex("Left behind in namespace agents:\n  storage class [a-z]{8}\n"));
 }
 
 TEST_F(Cluster_Commands, Selection_is_reduced_and_its_missing_entries_are_told) {
@@ -266,7 +422,7 @@ TEST_F(Cluster_Commands, Selection_that_is_none_is_wrong_usage) {
 TEST_F(Cluster_Commands, Server_that_refuses_is_told_with_its_status) {
   account.set_token("wrong");
   EXPECT_EQ(run({"pvc", "list"}), exit_refused);
-  EXPECT_THAT(failure, HasSubstr("the server answered 401"));
+  EXPECT_THAT(failure, HasSubstr("the server answered 401 (the token is not taken)"));
   EXPECT_THAT(out.str(), IsEmpty());
 }
 

@@ -148,7 +148,13 @@ TEST_F(Options_Test, Wrong_usage_ends_with_2_and_says_why) {
                                                        {"status"},
                                                        {"size"},
                                                        {"size", "/a", "/b"},
-                                                       {"cancel", "job"}};
+                                                       {"cancel", "job"},
+                                                       {"cluster"},
+                                                       {"sc"},
+                                                       {"sc", "check", "--timeout", "2"},
+                                                       {"pvc", "clone"},
+                                                       {"entries", "check"},
+                                                       {"clean"}};
   for (const auto& args : wrong) {
     err_.str("");
     exit_code_ = -1;
@@ -169,6 +175,64 @@ TEST_F(Options_Test, The_version_is_printed_and_ends_with_0) {
   EXPECT_FALSE(parse({"--version"}));
   EXPECT_EQ(exit_code_, 0);
   EXPECT_NE(out_.str(), "");
+}
+
+TEST_F(Options_Test, Storage_classes_are_tried_out_in_a_namespace_from_a_file_for_some_time) {
+  ASSERT_TRUE(parse({"sc", "check"})) << err_.str();
+  EXPECT_EQ(options_.command, "sc check");
+  EXPECT_TRUE(options_.cluster.asked);
+  EXPECT_EQ(options_.cluster.file, "");
+  EXPECT_EQ(options_.cluster.ns, "");
+  EXPECT_EQ(options_.cluster.timeout, 180);
+  ASSERT_TRUE(parse({"sc", "check", "-n", "lab", "--file", "f.json", "--timeout", "30", "--json", "--verbose"}));
+  EXPECT_EQ(options_.cluster.ns, "lab");
+  EXPECT_EQ(options_.cluster.file, "f.json");
+  EXPECT_EQ(options_.cluster.timeout, 30);
+  EXPECT_TRUE(options_.cluster.verbose);
+  EXPECT_TRUE(options_.json);
+}
+
+TEST_F(Options_Test, Command_in_a_pod_stands_behind_two_dashes) {
+  ASSERT_TRUE(parse({"exec", "web", "-n", "shop", "-c", "main", "--", "ls", "-l", "--json"})) << err_.str();
+  EXPECT_EQ(options_.cluster.name, "web");
+  EXPECT_EQ(options_.cluster.ns, "shop");
+  EXPECT_EQ(options_.cluster.container, "main");
+  EXPECT_THAT(options_.cluster.words, ElementsAre("ls", "-l", "--json"));
+  EXPECT_FALSE(options_.json);
+  EXPECT_FALSE(parse({"exec", "web"}));
+  EXPECT_EQ(exit_code_, 2);
+}
+
+TEST_F(Options_Test, Cleaning_takes_a_namespace_and_whether_to_do_it) {
+  ASSERT_TRUE(parse({"clean", "shop", "--dry-run"}));
+  EXPECT_EQ(options_.cluster.name, "shop");
+  EXPECT_TRUE(options_.cluster.dry_run);
+  EXPECT_FALSE(options_.cluster.yes);
+  EXPECT_FALSE(parse({"clean", "shop", "--dry-run", "--yes"})) << "which of them?";
+  EXPECT_EQ(exit_code_, 2);
+}
+
+TEST_F(Options_Test, Copies_of_claims_have_a_name_and_may_be_waited_for) {
+  for (const char* what : {"clone", "snapshot"}) {
+    options_ = Options();
+    ASSERT_TRUE(parse({"pvc", what, "data", "--as", "copy", "--wait"})) << err_.str();
+    EXPECT_EQ(options_.cluster.name, "data");
+    EXPECT_EQ(options_.cluster.copy, "copy");
+    EXPECT_TRUE(options_.cluster.wait);
+  }
+}
+
+TEST_F(Options_Test, Server_token_and_CA_go_together) {
+  ASSERT_TRUE(parse({"cluster", "info", "--server", "https://[::1]:6443", "--token-file", "t", "--ca", "c"}));
+  EXPECT_EQ(options_.cluster.server, "https://[::1]:6443");
+  EXPECT_EQ(options_.cluster.token_file, "t");
+  EXPECT_EQ(options_.cluster.ca_file, "c");
+  for (const auto& args : std::vector<std::vector<const char*>>{{"cluster", "info", "--server", "https://h"},
+                                                                {"cluster", "info", "--token-file", "t"},
+                                                                {"cluster", "info", "--ca", "c"}}) {
+    EXPECT_FALSE(parse(args));
+    EXPECT_EQ(exit_code_, 2);
+  }
 }
 
 TEST_F(Options_Test, A_secret_is_enciphered_with_a_key_from_a_file) {

@@ -35,10 +35,13 @@ class K8S_WebSocket_Session : public K8S_Session {
   void set_request_token() override;
 
  protected:
+  /// Opens the exchange, for a session that reads its frames in a way of its own; reset_request() comes before.
+  /// @retval false  one line at LM_ERROR.
+  bool connect(const std::string& url);
+
   std::unique_ptr<WebSocket_Connection> endpoint_;
   bool resp_status_ok_ = false;
 
  private:
-  bool connect(const std::string& url);
   bool read_frames(std::string& body, size_t& last, const ACE_Time_Value* timeout);
 };
