@@ -32,9 +32,10 @@ typedef std::chrono::steady_clock Clock;
 
 const char usage[] = "mover_bench make|backup|restore ...\n";
 
-/// Half of it is random and never comes twice, so that nothing is gained by knowing blocks again.
-void fill(std::mt19937_64& random, std::string& block) {
-  for (size_t i = 0; i < block.size(); i += 1024)
+/// Half of the first @a size bytes become random and never come twice, so that nothing is gained by knowing blocks
+/// again.
+void fill(std::mt19937_64& random, std::string& block, uint64_t size) {
+  for (size_t i = 0; i < size; i += 1024)
     for (size_t j = 0; j < 512; j += sizeof(uint64_t)) {
       const uint64_t number = random();
       std::memcpy(&block[i + j], &number, sizeof number);
@@ -53,7 +54,7 @@ void make(const std::string& tree, size_t files, uint64_t bytes) {
     uint64_t left = files == 1 ? bytes : random() % (2 * bytes / files + 1);
     while (left > 0) {
       const uint64_t n = std::min<uint64_t>(left, block.size());
-      fill(random, block);
+      fill(random, block, n);
       file.write(block.data(), static_cast<std::streamsize>(n));
       left -= n;
     }
