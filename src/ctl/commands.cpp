@@ -14,10 +14,12 @@
 #include "ctl/interrupt.h"
 #include "ctl/job.h"
 #include "ctl/job_params.h"
-#include "ctl/pool_sets.h"
 #include "ctl/print.h"
 #include "ctl/progress_view.h"
 #include "ctl/secret.h"
+#include "ctl/set_place.h"
+#include "ctl/sets/pool_sets.h"
+#include "ctl/sets/sets_commands.h"
 #include "ctl/table.h"
 #include "json_spirit/assign.h"
 #include "json_spirit/dump.h"
@@ -33,8 +35,6 @@ using json_spirit::Value;
 
 namespace {
 
-constexpr const char* compression_names[] = {"none", "auto", "lzop", "zstd"};
-
 std::string new_uuid() {
   std::ifstream in("/proc/sys/kernel/random/uuid");
   std::string uuid;
@@ -45,22 +45,6 @@ std::string new_uuid() {
 /// What an answer's object says, an empty object for anything else.
 Object object_of(Value answer) {
   return answer.type() == json_spirit::obj_type ? std::move(answer.get_obj()) : Object();
-}
-
-/// Where the sets of a job lie. What the command line leaves open the agent tells; without a pool of its own it is the
-/// directory "pool" beside its tasks.
-Set_Place place_of_job(const Options& options, Agent& agent) {
-  Set_Place place{pool_url(options.pool), options.host, options.resource};
-  if (!place.pool.empty() && !place.host.empty()) return place;
-  const Object info = object_of(agent.call("agent.info", Object()));
-  if (place.pool.empty()) json_spirit::object_get(info, "pool", place.pool);
-  std::string state_dir;
-  if (place.pool.empty() && json_spirit::object_get(info, "state_dir", state_dir))
-    place.pool = pool_url(state_dir + "/pool");
-  if (place.host.empty()) json_spirit::object_get(info, "host_uuid", place.host);
-  if (place.pool.empty()) throw Failure(exit_usage, "The agent tells no pool: give one with --pool.");
-  if (place.host.empty()) throw Failure(exit_usage, "The agent does not tell its host's id: give one with --host.");
-  return place;
 }
 
 void print_errors(std::ostream& err, const Job& job) {
@@ -210,33 +194,6 @@ Exit_Code size(const Options& options, std::ostream& out, std::ostream&) {
   return exit_ok;
 }
 
-Exit_Code sets(const Options& options, std::ostream& out, std::ostream&) {
-  Set_Place place{pool_url(options.pool), options.host, options.resource};
-  if (place.pool.empty()) {
-    Agent agent(options.agent, options.token_file);
-    place.pool = place_of_job(options, agent).pool;
-  }
-  Array documents;
-  Table table({"NAME", ">SEQ", ">INC", "TIME", ">FILES", ">SIZE", ">STORED", "COMPRESSION", "RESOURCE", "HOST"});
-  for (const Set_Info& set : list_sets(place)) {
-    const char* const compression = compression_names[set.compression];
-    json_spirit::insert(json_spirit::append_new_object(documents))("name", set.name)("seq", set.seq)(
-        "incarnation", set.incarnation)("time", set.time)("files", set.files)("size", set.size)(
-        "stored_size", set.stored_size)("compression", compression)("resource", set.resource)("host_uuid", set.host);
-    table.add({printable(set.name), std::to_string(set.seq), std::to_string(set.incarnation), human_time(set.time),
-               std::to_string(set.files), human_size(set.size), human_size(set.stored_size), compression,
-               printable(set.resource), printable(set.host)});
-  }
-  if (options.json) {
-    Object document;
-    document["sets"] = std::move(documents);
-    print_json(out, document);
-  } else {
-    table.print(out);
-  }
-  return exit_ok;
-}
-
 Exit_Code info(const Options& options, std::ostream& out, std::ostream&) {
   Agent agent(options.agent, options.token_file);
   const Object info = object_of(agent.call("agent.info", Object()));
@@ -267,10 +224,11 @@ Exit_Code secret_encrypt(const Options& options, std::ostream& out, std::ostream
 
 Exit_Code run_command(const Options& options, std::ostream& out, std::ostream& err) {
   if (options.cluster.asked) return cluster_commands().at(options.command)(options, out, err);
+  if (options.sets.asked) return sets_commands().at(options.command)(options, out, err);
   static const std::map<std::string, Command> commands = {
       {"backup", backup}, {"restore", restore}, {"jobs", jobs},
       {"status", status}, {"cancel", cancel},   {"size", size},
-      {"sets", sets},     {"info", info},       {"secret encrypt", secret_encrypt}};
+      {"info", info},     {"secret encrypt", secret_encrypt}};
   return commands.at(options.command)(options, out, err);
 }
 

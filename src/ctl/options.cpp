@@ -103,10 +103,6 @@ void add_others(CLI::App& app, Options& options) {
   CLI::App* const size = add_command(app, options, "size", "Measure the first directory that a pattern matches");
   size->add_option("PATTERN", options.patterns, "shell pattern, quoted")->required()->expected(1);
 
-  CLI::App* const sets = add_command(app, options, "sets", "List the sets in a pool");
-  add_pool(sets, options);
-  sets->add_option("--resource", options.resource, "only those under this id");
-
   add_command(app, options, "info", "Show the agent");
 }
 
@@ -136,6 +132,7 @@ bool parse_options(int argc, const char* const* argv, Options& options, int& exi
   add_restore(app, options);
   add_others(app, options);
   add_secret(app, options);
+  add_sets_commands(app, options);
   add_cluster_commands(app, options);
   try {
     app.parse(reversed_arguments(argc, argv));

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "ctl/cluster_options.h"
+#include "ctl/sets/sets_options.h"
 
 namespace ctl {
 
@@ -38,6 +39,7 @@ struct Options {
   std::string public_key;  ///< of "secret encrypt": PEM file
 
   Cluster_Options cluster;
+  Sets_Options sets;
 };
 
 /**

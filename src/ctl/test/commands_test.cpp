@@ -331,7 +331,8 @@ TEST_F(Commands_Test, Sets_are_listed_without_the_agent) {
   options_.resource = "";
   options_.agent = "unix:///nobody";
   ASSERT_TRUE(ctl_test::make_set(options_.pool, "host-1", "default", "data", 6));
-  EXPECT_EQ(run("sets"), exit_ok);
+  options_.sets.asked = true;
+  EXPECT_EQ(run("sets list"), exit_ok);
   EXPECT_THAT(out_.str(), HasSubstr("NAME  SEQ  INC  TIME"));
   EXPECT_THAT(out_.str(), HasSubstr("data    6    1  "));
   EXPECT_THAT(out_.str(), HasSubstr("10  1000 B   100 B  zstd         default   host-1\n"));
@@ -340,10 +341,11 @@ TEST_F(Commands_Test, Sets_are_listed_without_the_agent) {
 TEST_F(Commands_Test, Sets_as_json_are_one_document) {
   options_.json = true;
   ASSERT_TRUE(ctl_test::make_set(options_.pool, "host-1", "default", "data", 6));
-  EXPECT_EQ(run("sets"), exit_ok);
+  options_.sets.asked = true;
+  EXPECT_EQ(run("sets list"), exit_ok);
   EXPECT_TRUE(json(out_.str()) == json(R"({"sets": [{"name": "data", "seq": 6, "incarnation": 1, "time": 1700000000,
-    "files": 10, "size": 1000, "stored_size": 100, "compression": "zstd", "resource": "default",
-    "host_uuid": "host-1"}]})"))
+    "files": 10, "size": 1000, "stored_size": 100, "compression": "zstd", "base": "",
+    "resource": "default", "host_uuid": "host-1"}], "unreadable": 0})"))
       << out_.str();
 }
 

@@ -95,7 +95,13 @@ TEST_F(Options_Test, A_restore_takes_targets_and_a_number) {
 
 TEST_F(Options_Test, Sets_are_those_of_all_resources) {
   ASSERT_TRUE(parse({"sets", "--pool", "/pool"}));
+  EXPECT_EQ(options_.command, "sets list");
   EXPECT_EQ(options_.resource, "");
+  options_ = Options();
+  ASSERT_TRUE(parse({"sets", "show", "--pool", "/pool", "data:1", "/path"}));
+  EXPECT_EQ(options_.command, "sets show");
+  EXPECT_THAT(options_.sets.sets, ElementsAre("data:1"));
+  EXPECT_EQ(options_.sets.path, "/path");
 }
 
 TEST_F(Options_Test, The_other_commands_take_their_arguments) {

@@ -1,4 +1,4 @@
-#include "ctl/pool_sets.h"
+#include "ctl/sets/pool_sets.h"
 
 #include <gtest/gtest.h>
 
@@ -18,9 +18,9 @@ class Pool_Sets_Test : public ::testing::Test {
  protected:
   std::string listed(const std::string& host, const std::string& resource) {
     std::string text;
-    for (const Set_Info& set : list_sets({url_, host, resource}))
-      text += set.host + "/" + set.resource + "/" + set.name + " " + std::to_string(set.seq) + "." +
-              std::to_string(set.incarnation) + "\n";
+    for (const Pool_Set& set : list_sets({url_, host, resource}))
+      text += set.key.host + "/" + set.key.resource + "/" + set.record.name + " " + std::to_string(set.record.seq) +
+              "." + std::to_string(set.record.incarnation) + "\n";
     return text;
   }
 
@@ -39,16 +39,12 @@ class Pool_Sets_Test : public ::testing::Test {
 
 TEST_F(Pool_Sets_Test, A_set_is_told_with_its_figures) {
   ASSERT_TRUE(make_set(url_, "h", "r", "data", 3));
-  const std::vector<Set_Info> sets = list_sets({url_, "h", "r"});
+  const std::vector<Pool_Set> sets = list_sets({url_, "h", "r"});
   ASSERT_EQ(sets.size(), 1u);
-  EXPECT_EQ(sets[0].name, "data");
-  EXPECT_EQ(sets[0].seq, 3u);
-  EXPECT_EQ(sets[0].incarnation, 1u);
-  EXPECT_EQ(sets[0].time, 1700000000);
-  EXPECT_EQ(sets[0].files, 10u);
-  EXPECT_EQ(sets[0].size, 1000u);
-  EXPECT_EQ(sets[0].stored_size, 100u);
-  EXPECT_EQ(sets[0].compression, COMPR_ZSTD);
+  EXPECT_EQ(sets[0].record.name, "data");
+  EXPECT_EQ(sets[0].record.seq, 3u);
+  EXPECT_EQ(sets[0].key.set.dir(), "data/0000000003.1");
+  EXPECT_EQ(sets[0].record.summary.file_count, 10u);
 }
 
 TEST_F(Pool_Sets_Test, All_hosts_and_resources_are_listed_unless_some_are_named) {
@@ -86,7 +82,7 @@ TEST_F(Pool_Sets_Test, A_damaged_set_is_left_out) {
 TEST_F(Pool_Sets_Test, The_next_number_follows_the_newest_of_any_of_the_volumes) {
   for (const auto& [name, seq] : {std::pair{"a", 4u}, {"a", 7u}, {"b", 9u}, {"other", 100u}})
     ASSERT_TRUE(make_set(url_, "h", "r", name, seq));
-  const std::vector<Set_Info> sets = list_sets({url_, "h", "r"});
+  const std::vector<Pool_Set> sets = list_sets({url_, "h", "r"});
   EXPECT_EQ(next_seq(sets, {{"a", ""}}), 8u);
   EXPECT_EQ(next_seq(sets, {{"a", ""}, {"b", ""}}), 10u);
   EXPECT_EQ(next_seq(sets, {{"new", ""}}), 1u);
@@ -95,7 +91,7 @@ TEST_F(Pool_Sets_Test, The_next_number_follows_the_newest_of_any_of_the_volumes)
 TEST_F(Pool_Sets_Test, The_size_of_a_restore_is_that_of_its_sets) {
   for (const char* name : {"a", "b"}) ASSERT_TRUE(make_set(url_, "h", "r", name, 1));
   ASSERT_TRUE(make_set(url_, "h", "r", "a", 1, 2));
-  const std::vector<Set_Info> sets = list_sets({url_, "h", "r"});
+  const std::vector<Pool_Set> sets = list_sets({url_, "h", "r"});
   EXPECT_EQ(size_of_sets(sets, {{"a", ""}, {"b", ""}}, 1, 0), 2000u);
   EXPECT_EQ(size_of_sets(sets, {{"a", ""}}, 1, 2), 1000u);
   EXPECT_THROW(size_of_sets(sets, {{"b", ""}}, 1, 2), Failure);

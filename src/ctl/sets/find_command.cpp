@@ -1,0 +1,113 @@
+#include <fnmatch.h>
+
+#include "ctl/human.h"
+#include "ctl/print.h"
+#include "ctl/progress_view.h"
+#include "ctl/sets/bytes.h"
+#include "ctl/sets/entry_view.h"
+#include "ctl/sets/set_catalog.h"
+#include "ctl/sets/set_spec.h"
+#include "ctl/sets/sets_commands.h"
+#include "json_spirit/assign.h"
+#include "kolt/printable.h"
+
+namespace ctl {
+
+using MTF_BACKUP::Catalog_Entry;
+
+namespace {
+
+/// Compares a pattern with names, or with whole paths if it has a '/'; a '*' matches a '/' as well.
+class Path_Pattern {
+ public:
+  explicit Path_Pattern(const std::string& pattern)
+      : pattern_(pattern), whole_(pattern.find('/') != std::string::npos) {}
+  bool matches(const std::string& path) const {
+    return fnmatch(pattern_.c_str(), path.c_str() + (whole_ ? 0 : path.rfind('/') + 1), 0) == 0;
+  }
+
+ private:
+  const std::string pattern_;
+  const bool whole_;
+};
+
+/// The sets to look into.
+Pool_Sets wanted_sets(const Options& options, const Pool& pool) {
+  const std::vector<MTF_BACKUP::Pool_Key> keys = pool.keys(options.host, options.resource);
+  if (options.sets.sets.empty()) return pool.read(keys);
+  std::vector<MTF_BACKUP::Pool_Key> wanted;
+  for (const std::string& text : options.sets.sets) wanted.push_back(find_set(keys, text));
+  return pool.read(wanted);
+}
+
+json_spirit::Object match_document(const Pool_Set& set, const Catalog_Entry& entry, const std::string& path) {
+  json_spirit::Object document = entry_document(entry, path);
+  insert_bytes(document, "name", set.record.name);
+  json_spirit::insert(document)("seq", set.record.seq)("incarnation", set.record.incarnation)(
+      "time", set.record.begin_time)("resource", set.key.resource)("host_uuid", set.key.host);
+  return document;
+}
+
+std::string match_line(const Pool_Set& set, const Catalog_Entry& entry, const std::string& path) {
+  const MTF_BACKUP::Commit_Record& record = set.record;
+  return set_label(record.name, record.seq, record.incarnation) + "  " + human_time(record.begin_time) + "  " +
+         human_size(entry.stat.size) + "  " + printable(path);
+}
+
+/// What is found in all sets.
+struct Matches {
+  json_spirit::Array documents;    ///< with --json,
+  std::vector<std::string> lines;  ///< and otherwise of the current set
+  bool any = false;
+};
+
+/// False where the set cannot be read, which is told.
+bool search(const Options& options, const Pool& pool, const Pool_Set& set, Matches& matches, std::ostream& err) {
+  try {
+    const Path_Pattern pattern(options.sets.pattern);
+    Set_Catalog catalog(pool, set);
+    Catalog_Entry entry;
+    while (catalog.next(entry)) {
+      const std::string path = catalog.path(entry);
+      if (!pattern.matches(path)) continue;
+      matches.any = true;
+      if (options.json)
+        matches.documents.emplace_back(match_document(set, entry, path));
+      else
+        matches.lines.push_back(match_line(set, entry, path));
+    }
+    return true;
+  } catch (const Failure& failure) {
+    err << failure.what() << '\n';
+    return false;
+  }
+}
+
+}  // namespace
+
+Exit_Code sets_find(const Options& options, std::ostream& out, std::ostream& err) {
+  const Pool pool = Pool::of(options);
+  pool.check();
+  const Pool_Sets sets = wanted_sets(options, pool);
+  const std::string count = std::to_string(sets.sets.size());
+  bool complete = sets.unreadable.empty();
+  Matches matches;
+  for (size_t i = 0; i < sets.sets.size(); ++i) {
+    {
+      const bool shown = !options.json && Progress_View::mode_for_stderr() == Progress_View::bar;
+      Progress_View view(err, shown ? Progress_View::bar : Progress_View::silent);
+      view.show({"searching set " + std::to_string(i + 1) + " of " + count, 0, 0, 0});
+      complete = search(options, pool, sets.sets[i], matches, err) && complete;
+    }
+    for (const std::string& line : matches.lines) out << line << '\n';
+    matches.lines.clear();
+  }
+  if (options.json) {
+    json_spirit::Object document;
+    document["matches"] = std::move(matches.documents);
+    print_json(out, document);
+  }
+  return complete && matches.any ? exit_ok : exit_job_failed;
+}
+
+}  // namespace ctl

@@ -1,0 +1,105 @@
+#pragma once
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include <filesystem>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "ctl/commands.h"
+#include "ctl/failure.h"
+#include "ctl/options.h"
+#include "json_spirit/json_spirit_helper.h"
+#include "kolt/pool_info.h"
+#include "mtf_backup/mtf_backup.h"
+#include "mtf_backup/test/posix_callbacks.h"
+#include "support/log_capture.h"
+#include "support/temp_dir.h"
+
+namespace ctl_test {
+
+/// Commands on a pool in a directory, with sets that the data mover made.
+class Sets_Fixture : public ::testing::Test {
+ protected:
+  Sets_Fixture() { std::filesystem::create_directory(source_); }
+
+  struct Backup {
+    std::string name = "data";
+    uint32_t seq = 1;
+    std::string host = "host";
+    std::string resource = "res";
+    size_t channels = 2;
+    Compression_Method compression = COMPR_ZSTD;
+    bool incremental = false;
+    std::vector<std::string> sources = {};
+  };
+
+  bool back_up() { return back_up(Backup()); }
+  bool back_up(const Backup& args) {
+    Pool_Info pool;
+    pool.url = "file://" + pool_;
+    MTF::Metadata metadata;
+    MTF_Backup backup(MTF::Event_Handler_var(), metadata, ACE_Log_Msg_Callback_var());
+    backup.pool_uuid("pool");
+    backup.host_uuid(args.host);
+    backup.uuid("set-" + args.name + std::to_string(args.seq));
+    backup.minor_resource_id(args.resource);
+    backup.compression(static_cast<MTF_COMPRESSION_TYPE>(args.compression));
+    backup.channel_num(args.channels);
+    backup.incremental(args.incremental);
+    backup.seq(args.seq - 1);
+    backup.callback_factory(MTF::IBackup_Callback_Factory_var(new mover_test::Posix_Backup_Factory));
+    backup.channel_factory(MTF_BACKUP::make_channel_factory(pool, args.host + "/" + args.resource, {}));
+    for (const std::string& source : args.sources.empty() ? std::vector<std::string>{source_} : args.sources)
+      backup.add_source(source);
+    return backup.backup(args.name);
+  }
+
+  /// A file in the source.
+  std::string write(const std::string& name, const std::string& content) const {
+    return dir_.write("source/" + name, content);
+  }
+
+  /// Runs a command line; what it prints and how it ends is kept.
+  ctl::Exit_Code run(std::vector<std::string> words) {
+    words.insert(words.begin(), "tessarinctl");
+    if (add_pool_) words.insert(words.end(), {"--pool", pool_});
+    std::vector<const char*> argv;
+    for (const std::string& word : words) argv.push_back(word.c_str());
+    out_.str("");
+    err_.str("");
+    failure_.clear();
+    ctl::Options options;
+    int code = ctl::exit_ok;
+    if (!ctl::parse_options(static_cast<int>(argv.size()), argv.data(), options, code, out_, err_))
+      return static_cast<ctl::Exit_Code>(code);
+    try {
+      return ctl::run_command(options, out_, err_);
+    } catch (const ctl::Failure& failure) {
+      failure_ = failure.what();
+      return failure.code();
+    }
+  }
+
+  /// The document that the last command printed.
+  json_spirit::Object document() const {
+    json_spirit::Value value;
+    EXPECT_TRUE(json_spirit::loads_json(out_.str(), value)) << out_.str();
+    return value.type() == json_spirit::obj_type ? value.get_obj() : json_spirit::Object();
+  }
+
+  std::string set_dir(const std::string& dir) const { return pool_ + "/host/res/" + dir; }
+
+  const test_support::Temp_Dir dir_;
+  const std::string source_ = dir_ / "source";
+  const std::string pool_ = dir_ / "pool";
+  bool add_pool_ = true;
+  std::ostringstream out_;
+  std::ostringstream err_;
+  std::string failure_;
+};
+
+}  // namespace ctl_test
