@@ -122,7 +122,7 @@ bool K8S_Cluster::list_namespaces(K8S_Namespaces& namespaces, const std::string*
   Array* items = json_spirit::object_get_array(val.get_obj(), "items");
   KOLT_RETURN_IF_EMPTY(items, false);
   namespaces.reserve(namespaces.size() + items->size());
-  for (Value& item : *items) {
+  for (Object& item : *items | json_spirit::get_obj) {
     std::string *namespace_name = nullptr, *namespace_status = nullptr, *namespace_uid = nullptr;
     pextract(item)("/status/phase", namespace_status)
         .chroot("/metadata")("/name", namespace_name)("/uid", namespace_uid);
@@ -150,7 +150,7 @@ bool K8S_Cluster::list_aux_nodes(Array& nodes) {
   Array* items = json_spirit::object_get_array(val.get_obj(), "items");
   KOLT_RETURN_IF_EMPTY(items, false);
   nodes.reserve(nodes.size() + items->size());
-  for (Value& item : *items) {
+  for (Object& item : *items | json_spirit::get_obj) {
     std::string *node_name = nullptr, *pod_status = nullptr;
     pextract(item)("/spec/nodeName", node_name)("/status/phase", pod_status);
     KOLT_RETURN_IF_EMPTY(node_name, false);

@@ -62,7 +62,7 @@ bool extract_scs_from_workload(const std::string& ns, const std::string& type, c
 }
 
 bool extract_scs_from_pods(const std::string& ns, const Array& pods, Storage_Class_Set& sc_set) {
-  for (const Value& pod : pods) {
+  for (const Object& pod : pods | json_spirit::get_obj) {
     const Array* volumes = nullptr;
     pextract(pod)("/spec/volumes", volumes);
     KOLT_RETURN_IF_EMPTY(volumes, false);

@@ -3,6 +3,7 @@
 #include "json_spirit/assign.h"
 #include "json_spirit/dump.h"
 #include "json_spirit/extract.h"
+#include "json_spirit/filter.h"
 #include "k8s/api/k8s_cluster.h"
 #include "k8s/api/k8s_pv.h"
 #include "k8s/api/k8s_pvc.h"
@@ -118,11 +119,11 @@ bool K8S_Volume_Snapshot::delete_all() {
   const Array* items = json_spirit::object_get_array(std::as_const(val).get_obj(), "items");
   KOLT_RETURN_IF_NULL(items, false);
   bool result = true;
-  for (const Value& item : *items) result = delete_item(item) && result;
+  for (const Object& item : *items | json_spirit::get_obj) result = delete_item(item) && result;
   return result;
 }
 
-bool K8S_Volume_Snapshot::delete_item(const Value& item) {
+bool K8S_Volume_Snapshot::delete_item(const Object& item) {
   const std::string* name = nullptr;
   pextract(item)("/metadata/name", name);
   if (kolt::is_null_or_empty(name)) {

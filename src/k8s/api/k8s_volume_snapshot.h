@@ -40,5 +40,5 @@ class K8S_Volume_Snapshot : public K8S_Resource {
   bool create_i(const json_spirit::Object& pvc, const std::string& snapshot_name);
 
  private:
-  bool delete_item(const json_spirit::Value& item);
+  bool delete_item(const json_spirit::Object& item);
 };
