@@ -9,6 +9,7 @@ using json_spirit::Value;
 using testing::AllOf;
 using testing::Contains;
 using testing::ElementsAre;
+using testing::EndsWith;
 using testing::Gt;
 using testing::HasSubstr;
 using testing::IsEmpty;
@@ -380,6 +381,49 @@ TEST_F(Capability_Run, CleanUpThatFailedAtFirstIsToldAsFailedThoughNothingRemain
   // A third of 30 seconds, beyond which the last delay may go.
   EXPECT_GE(slept_sec(), 10);
   EXPECT_LT(slept_sec(), 30);
+}
+
+struct Wait_Ended {};
+
+/// Notes how far the first class is whenever the run waits, and ends one of the waits.
+class Ending_Clock : public kolt::Clock {
+ public:
+  Ending_Clock(kolt::Clock& clock, size_t last) : clock_(clock), last_(last), previous_(kolt::set_clock(this)) {}
+  ~Ending_Clock() override { kolt::set_clock(previous_); }
+
+  time_t now() override { return clock_.now(); }
+  void sleep(std::chrono::milliseconds span) override {
+    clock_.sleep(span);
+    if (units_ == nullptr) return;
+    const auto& unit = units_->front();
+    seen.push_back(unit.pvc_snap_.name_.empty() ? unit.pvc_.name_ : unit.pvc_snap_.name_);
+    if (seen.size() == last_) throw Wait_Ended();
+  }
+  /// Null: ends nothing any more.
+  void watch(const Validation_Units* units) { units_ = units; }
+
+  std::vector<std::string> seen;
+
+ private:
+  kolt::Clock& clock_;
+  const size_t last_;
+  kolt::Clock* const previous_;
+  const Validation_Units* units_ = nullptr;
+};
+
+TEST_F(Capability_Run, ThatAClockEndsInAWaitIsCleanedUp) {
+  add_class("gold", {.mode = "WaitForFirstConsumer", .ready_sec = never});
+  before = server.objects();
+  run.emplace(client, "backup", 30);
+  Ending_Clock ending(clock, 3);
+  ending.watch(&run->csi_units());
+  EXPECT_THROW(run->init(csi, nfs, local), Wait_Ended);
+  EXPECT_THAT(ending.seen.back(), EndsWith("-snap"));
+  ending.watch(nullptr);
+  end();
+  EXPECT_TRUE(nothing_left());
+  EXPECT_THAT(infos_without_retries(), ElementsAre(start_line, success_line));
+  EXPECT_FALSE(server.has(config_map));
 }
 
 TEST_F(Capability_Run, CleanUpOfOneClassGoesOnAfterThatOfAnotherFailed) {
