@@ -10,7 +10,6 @@
 #include "ctl/print.h"
 #include "ctl/sc_check.h"
 #include "ctl/selection_commands.h"
-#include "ctl/table.h"
 #include "json_spirit/assign.h"
 #include "json_spirit/extract.h"
 #include "json_spirit/filter.h"

@@ -1,5 +1,7 @@
 #include "ctl/selection_commands.h"
 
+#include <unistd.h>
+
 #include <cstdlib>
 #include <set>
 #include <vector>
@@ -24,10 +26,14 @@ namespace {
 constexpr char config_map_name[] = "sc-capability-config";
 constexpr char namespace_type[] = "namespace";
 
-/// The document that the last experiment published; null where there is none.
-Value published_verdicts(Cluster_View& view, std::string ns) {
+/// Where verdicts are published; empty where nobody tells.
+std::string namespace_of_verdicts(const Cluster_Options& options) {
   const char* const own = std::getenv("CURRENT_NAMESPACE");
-  if (ns.empty() && own != nullptr) ns = own;
+  return options.ns.empty() && own != nullptr ? own : options.ns;
+}
+
+/// The document that the last experiment published; null where there is none.
+Value published_verdicts(Cluster_View& view, const std::string& ns) {
   Value map, document;
   if (!ns.empty() && K8S_Config_Map(view.client(), ns).get(config_map_name, map, false))
     static_cast<void>(json_spirit::loads_json(text_at(map, "/data/config.json").c_str(), document));
@@ -57,6 +63,7 @@ Verdict verdict_on(const Value& document, const std::string& name) {
 
 Array entries_of(const std::string& file) {
   Value entries;
+  if (::access(file.c_str(), R_OK) != 0) throw Failure(exit_usage, "'" + file + "' cannot be read.");
   if (!json_spirit::load_json(file.c_str(), entries, json_spirit::LOAD_STRICT) ||
       entries.type() != json_spirit::array_type)
     throw Failure(exit_usage, "'" + file + "' holds no JSON array.");
@@ -71,11 +78,12 @@ void add_classes(const Backup_Resource& entry, Storage_Class_Set& classes) {
 
 }  // namespace
 
-Exit_Code sc_show(const Options& options, std::ostream& out, std::ostream&) {
+Exit_Code sc_show(const Options& options, std::ostream& out, std::ostream& err) {
   Cluster_View view(options.cluster);
   K8S_Storage_Class classes(view.client());
   const Array items = view.items_of(classes, "storage classes");
-  const Value verdicts = published_verdicts(view, options.cluster.ns);
+  const std::string ns = namespace_of_verdicts(options.cluster);
+  const Value verdicts = published_verdicts(view, ns);
   Listing listing("storage_classes", {{"name", "NAME"},
                                       {"provisioner", "PROVISIONER"},
                                       {"binding", "BINDING"},
@@ -88,6 +96,7 @@ Exit_Code sc_show(const Options& options, std::ostream& out, std::ostream&) {
     listing.add({name, text_at(item, "/provisioner"), text_at(item, "/volumeBindingMode"), verdict.type, verdict.clone,
                  verdict.snapshot});
   }
+  if (ns.empty() && !options.json) err << "No verdicts are shown: -n tells the namespace that holds them." << std::endl;
   return listing.print(options.json, out);
 }
 

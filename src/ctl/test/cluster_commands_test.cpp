@@ -316,6 +316,9 @@ TEST_F(Cluster_Commands, Storage_classes_without_verdicts_are_shown_too) {
   EXPECT_EQ(run({"sc", "show", "--json"}), exit_ok) << failure;
   EXPECT_EQ(printed("/storage_classes/0/name"), "fast");
   EXPECT_EQ(printed("/storage_classes/0/clone"), "");
+  EXPECT_THAT(err.str(), IsEmpty());
+  EXPECT_EQ(run({"sc", "show"}), exit_ok) << failure;
+  EXPECT_THAT(err.str(), HasSubstr("-n tells the namespace"));
 }
 
 class Experiment_Command : public Cluster_Commands {
@@ -415,6 +418,8 @@ TEST_F(Cluster_Commands, Selection_is_reduced_and_its_missing_entries_are_told) 
 
 TEST_F(Cluster_Commands, Selection_that_is_none_is_wrong_usage) {
   const test_support::Temp_Dir dir;
+  EXPECT_EQ(run({"entries", "check", "/nowhere"}), exit_usage);
+  EXPECT_EQ(failure, "'/nowhere' cannot be read.");
   EXPECT_EQ(run({"entries", "check", dir.write("a", "{}").c_str()}), exit_usage);
   EXPECT_EQ(run({"entries", "check", dir.write("b", "[{}]").c_str()}), exit_usage);
 }
