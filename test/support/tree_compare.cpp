@@ -6,8 +6,10 @@
 #include <sys/xattr.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <limits>
 #include <map>
 #include <set>
 #include <utility>
@@ -100,6 +102,13 @@ class Comparison {
     if ((S_ISBLK(a.st_mode) || S_ISCHR(a.st_mode)) && a.st_rdev != b.st_rdev) differ(path, "device number");
     if (a.st_mtim.tv_sec != b.st_mtim.tv_sec || a.st_mtim.tv_nsec != b.st_mtim.tv_nsec) differ(path, "time");
     if (S_ISREG(a.st_mode) && a.st_size != b.st_size) differ(path, "size");
+    if (S_ISREG(a.st_mode) && lost_holes(a, b)) differ(path, "holes");
+  }
+
+  /// Whether the right file takes markedly more room than the left one, which has holes. What a filesystem needs to
+  /// keep account of the pieces counts too, so a little more is no difference.
+  static bool lost_holes(const struct stat& a, const struct stat& b) {
+    return a.st_blocks * 512 < a.st_size && b.st_blocks > a.st_blocks + a.st_blocks / 8 + 128;
   }
 
   void attributes(const std::string& left, const std::string& right, const std::string& path) {
@@ -120,21 +129,32 @@ class Comparison {
     Dir a(openat(left.fd(), name.c_str(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC));
     Dir b(openat(right.fd(), name.c_str(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC));
     if (a.fd() < 0 || b.fd() < 0) return differ(path, std::string("cannot be opened: ") + std::strerror(errno));
-    while (true) {
-      const ssize_t got_left = fill(a.fd(), left_bytes_);
-      const ssize_t got_right = fill(b.fd(), right_bytes_);
+    // Stretches that are holes on both sides are passed over, so that a file of a terabyte is compared in no time.
+    for (off_t at = 0; (at = std::min(next_data(a.fd(), at), next_data(b.fd(), at))) != no_more_data;) {
+      const ssize_t got_left = fill(a.fd(), at, left_bytes_);
+      const ssize_t got_right = fill(b.fd(), at, right_bytes_);
       if (got_left < 0 || got_right < 0) return differ(path, "cannot be read");
       if (got_left != got_right || std::memcmp(left_bytes_.data(), right_bytes_.data(), got_left) != 0)
         return differ(path, "content");
-      if (got_left == 0) return;
       report_.bytes += static_cast<unsigned long long>(got_left);
+      at += got_left;
     }
   }
 
-  static ssize_t fill(int fd, std::vector<char>& bytes) {
+  static constexpr off_t no_more_data = std::numeric_limits<off_t>::max();
+
+  static off_t next_data(int fd, off_t from) {
+    struct stat st;
+    if (fstat(fd, &st) != 0 || from >= st.st_size) return no_more_data;
+    const off_t data = lseek(fd, from, SEEK_DATA);
+    if (data >= 0) return data;
+    return errno == ENXIO ? no_more_data : from;
+  }
+
+  static ssize_t fill(int fd, off_t at, std::vector<char>& bytes) {
     std::size_t filled = 0;
     while (filled < bytes.size()) {
-      const ssize_t got = read(fd, bytes.data() + filled, bytes.size() - filled);
+      const ssize_t got = pread(fd, bytes.data() + filled, bytes.size() - filled, at + static_cast<off_t>(filled));
       if (got < 0) return -1;
       if (got == 0) break;
       filled += static_cast<std::size_t>(got);

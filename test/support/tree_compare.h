@@ -15,7 +15,8 @@ struct Tree_Report {
 
 /**
  * Compares @a left with @a right: names, types, content, link targets, which names are hard links of one file, modes
- * with their special bits, owners, device numbers, modification times in nanoseconds, and extended attributes.
+ * with their special bits, owners, device numbers, modification times in nanoseconds, and extended attributes, among
+ * them access lists and file capabilities; and whether holes on the left have become blocks on the right.
  *
  * Access and change times are left out: reading changes the one, nobody can set the other. A tree that cannot be read
  * is a difference, never a silent success.

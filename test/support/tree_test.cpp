@@ -97,6 +97,39 @@ TEST_F(TreeCompare, AFileInPlaceOfADirectoryIsSeen) {
   EXPECT_THAT(differences(), ::testing::Contains("./odd: type"));
 }
 
+TEST_F(TreeCompare, HolesThatWereFilledAreSeen) {
+  const std::string file = left() + "/holes";
+  ASSERT_EQ(close(open(file.c_str(), O_CREAT | O_WRONLY, 0644)), 0);
+  ASSERT_EQ(truncate(file.c_str(), 1 << 20), 0);
+  ASSERT_EQ(std::system(("cp -a --sparse=never " + file + " " + right() + "/holes").c_str()), 0);
+  EXPECT_THAT(differences(), ::testing::Contains("./holes: holes"));
+}
+
+TEST_F(TreeCompare, OneByteInAHugeHoleIsSeen) {
+  for (const std::string& tree : {left(), right()}) {
+    const int fd = open((tree + "/huge").c_str(), O_CREAT | O_WRONLY, 0644);
+    ASSERT_EQ(ftruncate(fd, off_t(1) << 40), 0);
+    ASSERT_EQ(pwrite(fd, tree == left() ? "a" : "b", 1, off_t(1) << 39), 1);
+    close(fd);
+  }
+  EXPECT_THAT(differences(), ::testing::Contains("./huge: content"));
+}
+
+TEST_F(TreeCompare, AnAccessListIsSeen) {
+  // Version 2; owner rw, user 7 r, group r, mask r, others nothing.
+  const std::string list(
+      "\x02\0\0\0"
+      "\x01\0\x06\0\xff\xff\xff\xff"
+      "\x02\0\x04\0\x07\0\0\0"
+      "\x04\0\x04\0\xff\xff\xff\xff"
+      "\x10\0\x04\0\xff\xff\xff\xff"
+      "\x20\0\0\0\xff\xff\xff\xff",
+      44);
+  if (setxattr(victim_.c_str(), "system.posix_acl_access", list.data(), list.size(), 0) != 0)
+    GTEST_SKIP() << "no access lists on this filesystem";
+  EXPECT_THAT(differences(), ::testing::Contains("./links/first: extended attributes"));
+}
+
 TEST_F(TreeCompare, ATreeThatIsNotThereIsADifference) {
   EXPECT_EQ(compare_trees(left(), dir_ / "none").differences.size(), 1u);
 }

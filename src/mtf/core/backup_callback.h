@@ -44,7 +44,8 @@ class TESSARIN_API IFile_Reader {
   virtual Error_Code handle_file_blk(File_Blk& block, unsigned long& flags, Callback_Stat& st);
 
   /// Finds the first data at or behind @a from, up to the next hole or the end of the file; the next read begins there.
-  /// At the end, true with begin and end equal. False, with errno, on an error; the base does not know holes: ENOTSUP.
+  /// At the end, true with begin and end equal. False, with errno, on an error, and the next read begins at @a from;
+  /// the base does not know holes: ENOTSUP. The data mover asks only where a file takes less room than its size.
   virtual bool next_data(ACE_UINT64 from, ACE_UINT64& begin, ACE_UINT64& end);
 };
 

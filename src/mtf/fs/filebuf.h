@@ -25,14 +25,14 @@ class TESSARIN_API ifilebuf : public std::streambuf {
 
   /**
    * Opens @a path in place of what was open. A final link is not followed (ELOOP), and what is no regular file is
-   * refused (EISDIR, EINVAL) without ever waiting for it.
+   * refused (EISDIR, EINVAL) without ever waiting for it. The access time stays as it is where the system allows that.
    *
    * @return 0; -1 with errno
    */
   int open(const char* path, int flags, int mode);
   bool is_open() const { return fd_ >= 0; }
   /// Finds the first data at or behind @a from, up to the next hole or the end of the file, and goes there. At the end,
-  /// true with begin and end equal. False with errno.
+  /// true with begin and end equal. False with errno; the next read then begins at @a from.
   bool next_data(uint64_t from, uint64_t& begin, uint64_t& end);
   /// 0, also where nothing is open; -1 with errno. Closed in any case.
   int close();

@@ -13,8 +13,6 @@ namespace MTF_BACKUP {
 
 namespace {
 
-constexpr size_t max_read = size_t(1) << 20;  // a cancel is seen between two reads
-
 bool same_content(const MTF::Entry_Stat& a, const MTF::Entry_Stat& b) {
   return a.size == b.size && a.mtime == b.mtime && a.ctime == b.ctime && inode_of(a) == inode_of(b);
 }
@@ -23,7 +21,11 @@ bool same_content(const MTF::Entry_Stat& a, const MTF::Entry_Stat& b) {
 
 Channel_Writer::Channel_Writer(const Backup_Job& job, Client_IO_Base& storage, const Medium_Id& id, int level,
                                Frame_Workers& workers)
-    : job_(job), channel_(id.channel), medium_(storage, id, level, workers), writer_(medium_) {}
+    : job_(job),
+      channel_(id.channel),
+      medium_(storage, id, level, workers),
+      writer_(medium_),
+      copier_(writer_, job.state) {}
 
 bool Channel_Writer::fail(MTF::Error_Code code) {
   job_.state.fail(code);
@@ -132,76 +134,32 @@ Channel_Writer::Outcome Channel_Writer::put_file(const Work_Item& item, const MT
   errno = 0;
   if (reader->open(dir_.path(item.name)) != MTF::E_OK) return lost(item, errno ? errno : EIO, entry);
 
-  const uint64_t size = item.stat.size;
-  uint64_t got = 0;
-  int error = 0;
-  hash_.reset();
-  if (!writer_.begin_file(on_medium, size)) return fail(MTF::E_WRITE_TO_STORAGE), STOPPED;
+  File_Copy copy;
+  if (!copier_.copy(*reader, on_medium, item.may_have_holes, copy)) return STOPPED;
   entry.offset = writer_.offset();
-  if (!copy(*reader, size, got, error) || !fill(size - got)) return STOPPED;
-  const MTF::File_Damage damage = got == size ? MTF::FD_NONE : error ? MTF::FD_UNREADABLE : MTF::FD_LENGTH_CHANGED;
-  if (!writer_.end_file(damage, got)) return fail(MTF::E_WRITE_TO_STORAGE), STOPPED;
-  entry.data_size = size;
-  entry.data_hash = hash_.value();
-  check_read(item, got, error, entry);
+  entry.data_size = copy.data_size;
+  entry.data_hash = copy.data_hash;
+  check_read(item, copy, entry);
   return SAVED;
 }
 
-/// Reads as far as the file goes, straight into the medium's memory. False: the run is stopping.
-bool Channel_Writer::copy(MTF::IFile_Reader& reader, uint64_t size, uint64_t& got, int& error) {
-  while (got < size) {
-    if (job_.state.stopping()) return false;
-    char* at = nullptr;
-    size_t room = 0;
-    if (!writer_.room(at, room)) return fail(MTF::E_WRITE_TO_STORAGE);
-    MTF::Buffer buffer(at, static_cast<ACE_UINT32>(std::min(room, max_read)));
-    errno = 0;
-    if (reader.read(buffer) != MTF::E_OK || buffer.used_size() == 0) {
-      error = errno;
-      return true;
-    }
-    hash_.update(at, buffer.used_size());
-    got += buffer.used_size();
-    job_.state.processed += buffer.used_size();
-    if (!writer_.filled(buffer.used_size())) return fail(MTF::E_WRITE_TO_STORAGE);
-  }
-  return true;
-}
-
-/// Puts zeros in place of what could not be read: the medium has the length by then.
-bool Channel_Writer::fill(uint64_t size) {
-  while (size > 0) {
-    if (job_.state.stopping()) return false;
-    char* at = nullptr;
-    size_t room = 0;
-    if (!writer_.room(at, room)) return fail(MTF::E_WRITE_TO_STORAGE);
-    room = static_cast<size_t>(std::min<uint64_t>(room, size));
-    std::memset(at, 0, room);
-    hash_.update(at, room);
-    size -= room;
-    job_.state.processed += room;
-    if (!writer_.filled(room)) return fail(MTF::E_WRITE_TO_STORAGE);
-  }
-  return true;
-}
-
 /// Flags a file whose data is not what the listing promised.
-void Channel_Writer::check_read(const Work_Item& item, uint64_t got, int error, Catalog_Entry& entry) {
-  if (got < item.stat.size && error) {
+void Channel_Writer::check_read(const Work_Item& item, const File_Copy& copy, Catalog_Entry& entry) {
+  if (copy.got < item.stat.size && copy.error) {
     entry.flags = CAT_SKIPPED;
-    entry.reason = std::strerror(error);
-    ACE_ERROR((LM_ERROR, ACE_TEXT("Failed to back up %C: reading stopped at byte %Q: %C\n"), shown(item).c_str(), got,
-               entry.reason.c_str()));
+    entry.reason = std::strerror(copy.error);
+    ACE_ERROR((LM_ERROR, ACE_TEXT("Failed to back up %C: reading stopped at byte %Q: %C\n"), shown(item).c_str(),
+               copy.got, entry.reason.c_str()));
     return;
   }
   ACE_stat st;
   const bool there = callback_->full_lstat(dir_.path(item.name), st);
   const MTF::Entry_Stat now = there ? MTF::entry_stat(st) : MTF::Entry_Stat();
   moved_ = there && inode_of(now) != inode_of(item.stat);
-  if (got == item.stat.size && there && same_content(now, item.stat)) return;
+  if (copy.got == item.stat.size && there && same_content(now, item.stat)) return;
   entry.flags = CAT_CHANGED;
   entry.reason = "changed while it was read";
-  if (got < item.stat.size) {
+  if (copy.got < item.stat.size) {
     entry.flags |= CAT_CORRUPT;
     entry.reason = "became shorter while it was read";
   }

@@ -8,11 +8,11 @@
 #include "mtf/core/backup_callback.h"
 #include "mtf/core/set_writer.h"
 #include "mtf_backup/backup/entry_collector.h"
+#include "mtf_backup/backup/file_copier.h"
 #include "mtf_backup/backup/work_batch.h"
 #include "mtf_backup/run/anchored_dir.h"
 #include "mtf_backup/run/run_state.h"
 #include "mtf_backup/set/catalog_entry.h"
-#include "mtf_backup/set/data_hash.h"
 #include "mtf_backup/set/medium_writer.h"
 
 namespace MTF_BACKUP {
@@ -55,9 +55,7 @@ class Channel_Writer {
   bool read_link(const Work_Item& item, std::string& target);
   void read_xattrs(const Work_Item& item, MTF::Xattrs& attrs);
   Outcome put_file(const Work_Item& item, const MTF::Entry& on_medium, Catalog_Entry& entry);
-  bool copy(MTF::IFile_Reader& reader, uint64_t size, uint64_t& got, int& error);
-  bool fill(uint64_t size);
-  void check_read(const Work_Item& item, uint64_t got, int error, Catalog_Entry& entry);
+  void check_read(const Work_Item& item, const File_Copy& copy, Catalog_Entry& entry);
   Outcome lost(const Work_Item& item, int error, Catalog_Entry& entry);
   bool fail(MTF::Error_Code code);
   std::string shown(const Work_Item& item) const;
@@ -66,8 +64,8 @@ class Channel_Writer {
   const unsigned channel_;
   Medium_Writer medium_;
   MTF::Set_Writer writer_;
+  File_Copier copier_;
   MTF::IBackup_Callback_var callback_;
-  Data_Hash hash_;
   int64_t volume_ = -1;                           // source that the medium is in
   std::shared_ptr<const std::string> directory_;  // what dir_ shows
   int64_t directory_source_ = -1;

@@ -13,6 +13,7 @@ namespace {
 
 constexpr size_t max_items = 256;
 constexpr uint64_t max_size = uint64_t(4) << 20;
+constexpr uint64_t stat_block = 512;  // unit of st_blocks
 constexpr int list_attempts = 3;
 
 bool by_name(const Directory_Entry& a, const Directory_Entry& b) {
@@ -133,6 +134,7 @@ bool Source_Walker::add_files(uint32_t source, std::list<Directory_Entry>& entri
     item.directory = directory;
     item.name = std::move(entry.name);
     item.stat = MTF::entry_stat(entry.stat);
+    item.may_have_holes = static_cast<uint64_t>(entry.stat.st_blocks) * stat_block < item.stat.size;
     if (item.stat.nlink > 1)
       item.hard_link_target = links_.first_name(item.stat, path_in_set(sources_[source].path, item.path()));
     const uint64_t size = item.stat.size;

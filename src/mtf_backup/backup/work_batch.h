@@ -25,6 +25,7 @@ struct Work_Item {
   std::string name;                              ///< empty: the directory itself
   MTF::Entry_Stat stat;
   std::string hard_link_target;  ///< path in the set of an earlier name of the same file
+  bool may_have_holes = false;   ///< of a file: takes less room than its size
   std::string problem;           ///< of a directory: why it could not be listed
 
   std::string path() const { return join_names(*directory, name); }

@@ -45,6 +45,10 @@ class Posix_Reader : public MTF::IFile_Reader {
     return MTF::E_OK;
   }
   MTF::Error_Code close() override { return MTF::E_OK; }
+  bool next_data(ACE_UINT64 from, ACE_UINT64& begin, ACE_UINT64& end) override {
+    if (hook_ && hook_("next_data", path_)) return false;
+    return file_.next_data(from, begin, end);
+  }
 
  private:
   const Hook& hook_;
@@ -109,6 +113,10 @@ class Posix_Writer : public MTF::File_Writer_Base {
   MTF::Error_Code close() override {
     file_.close();
     return MTF::E_OK;
+  }
+  MTF::Error_Code skip_to(ACE_UINT64 offset) override {
+    if (hook_ && hook_("skip_to", path_)) return MTF::E_FAILED;
+    return file_.skip_to(offset) ? MTF::E_OK : MTF::E_FAILED;
   }
 
  private:
