@@ -22,24 +22,24 @@ class Killed_Run : public Mover_Fixture {
     test_support::make_tree(source_, {.files = 300, .bytes = 3'000'000});
   }
 
-  bool run_backup() {
+  bool run_backup(const Hook& hook = Hook()) {
     MTF::Metadata metadata;
     MTF_Backup backup(MTF::Event_Handler_var(nullptr), metadata, ACE_Log_Msg_Callback_var());
     backup.uuid("set-uuid");
     backup.channel_num(2);
     backup.compression(COMPR_ZSTD);
-    backup.callback_factory(MTF::IBackup_Callback_Factory_var(new Posix_Backup_Factory));
+    backup.callback_factory(MTF::IBackup_Callback_Factory_var(new Posix_Backup_Factory(hook)));
     backup.channel_factory(factory_);
     backup.add_source(source_);
     return backup.backup("volume");
   }
-  bool run_restore() {
+  bool run_restore(const Hook& hook = Hook()) {
     MTF_Restore restore(MTF::Event_Handler_var(nullptr), ACE_Log_Msg_Callback_var());
     restore.seq(1);
     restore.concurrent(3);
     restore.path_converter(
         MTF_FS::create_transform_path_converter("/", {{source_, target_}}, false, MTF::IPath_Converter_var(nullptr)));
-    restore.callback_factory(MTF::IRestore_Callback_Factory_var(new Posix_Restore_Factory));
+    restore.callback_factory(MTF::IRestore_Callback_Factory_var(new Posix_Restore_Factory(hook)));
     restore.channel_factory(factory_);
     return restore.restore("volume");
   }
@@ -110,19 +110,31 @@ constexpr long peak_bound = 512;
 constexpr long peak_bound = 100;
 #endif
 
+/// In MiB, of a run in a process of its own.
+long peak_of(const std::function<bool()>& run) {
+  const pid_t child = fork();
+  if (child == 0) _exit(run() ? 0 : 1);
+  int status = 0;
+  rusage used{};
+  wait4(child, &status, 0, &used);
+  EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
+  return used.ru_maxrss / 1024;
+}
+
 TEST_F(Killed_Run, LargeFileIsMovedInBoundedMemory) {
   ASSERT_EQ(0, truncate(write("large", "").c_str(), off_t(1) << 30));
-  const auto peak_of = [](const std::function<bool()>& run) {
-    const pid_t child = fork();
-    if (child == 0) _exit(run() ? 0 : 1);
-    int status = 0;
-    rusage used{};
-    wait4(child, &status, 0, &used);
-    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
-    return used.ru_maxrss / 1024;
-  };
+  EXPECT_LT(peak_of([this] { return run_backup(without_holes); }), peak_bound);
+  EXPECT_LT(peak_of([this] { return run_restore(without_holes); }), peak_bound);
+}
+
+TEST_F(Killed_Run, FileOfAHundredThousandPiecesIsMovedInBoundedMemory) {
+  const std::string piece = noise(200);
+  const int fd = open(write("pieces", "").c_str(), O_WRONLY);
+  for (off_t i = 0; i < 100'000; ++i) ASSERT_EQ(200, pwrite(fd, piece.data(), piece.size(), i * 8192));
+  close(fd);
   EXPECT_LT(peak_of([this] { return run_backup(); }), peak_bound);
   EXPECT_LT(peak_of([this] { return run_restore(); }), peak_bound);
+  EXPECT_EQ("", differences());
 }
 
 }  // namespace

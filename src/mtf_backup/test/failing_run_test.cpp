@@ -125,7 +125,7 @@ TEST_F(Failing_Run, CancelIsSeenWhileALargeFileIsRead) {
     handler.cancel_when = [=] { return std::chrono::steady_clock::now() - begin > std::chrono::milliseconds(300); };
   };
   Log_Capture log;
-  EXPECT_FALSE(back_up({.compression = COMPR_ZSTD}));
+  EXPECT_FALSE(back_up({.compression = COMPR_ZSTD, .hook = without_holes}));
   EXPECT_TRUE(sets().empty());
   EXPECT_TRUE(log.texts(LM_ERROR).empty()) << log.all();
 }

@@ -4,6 +4,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <functional>
 #include <list>
 #include <string>
@@ -26,6 +27,13 @@ inline std::string name_of(const std::string& path) {
 /// Called with the operation ("open", "read", "read_dirs", "write", "rename", ...) and its path; true: the operation
 /// fails with the errno that the hook has set. Threads: several at once.
 typedef std::function<bool(const char* operation, const std::string& path)> Hook;
+
+/// For a filesystem that knows no holes: files with them are read and written as zeros.
+inline bool without_holes(const char* operation, const std::string&) {
+  const bool about_holes = operation == std::string("next_data") || operation == std::string("skip_to");
+  if (about_holes) errno = ENOTSUP;
+  return about_holes;
+}
 
 class Posix_Reader : public MTF::IFile_Reader {
  public:
