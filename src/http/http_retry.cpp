@@ -12,18 +12,13 @@
 using std::chrono::milliseconds;
 using std::chrono::seconds;
 
-namespace {
-
-/// The span told by a Retry-After header, a number of seconds or a date; nothing if it is neither.
-std::optional<milliseconds> retry_after(const char* text) {
+std::optional<milliseconds> http_retry_after(const char* text) {
   if (!text || *text == '\0') return {};
   if (text[std::strspn(text, "0123456789")] == '\0') return seconds(natoi<int>(text));
   const time_t date = ::curl_getdate(text, nullptr);
   if (date == -1) return {};
   return seconds(std::max<time_t>(date - kolt::clock().now(), 0));
 }
-
-}  // namespace
 
 HTTP_Retry::HTTP_Retry(int method, int retries, int timeout)
     : repeatable_(method == HTTP_METHOD_GET || method == HTTP_METHOD_DELETE),
@@ -56,7 +51,7 @@ std::optional<milliseconds> HTTP_Retry::wait(HTTP_Outcome outcome, const HTTP_Re
 }
 
 std::optional<milliseconds> HTTP_Retry::wait_for_server(const HTTP_Response& response) const {
-  const std::optional<milliseconds> told = retry_after(response.headers().get(HTTP_HEAD_RETRY_AFTER, true));
+  const std::optional<milliseconds> told = http_retry_after(response.headers().get(HTTP_HEAD_RETRY_AFTER, true));
   switch (response.status()) {
     case 429:
       return told.value_or(seconds(1));

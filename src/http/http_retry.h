@@ -6,6 +6,9 @@
 
 #include "http/http_session.h"
 
+/// The span told by a Retry-After header, a number of seconds or a date; nothing if it is neither or null.
+TESSARIN_API std::optional<std::chrono::milliseconds> http_retry_after(const char* text);
+
 /**
  * Decides whether a request is sent again, by the table in json_http_session.h. Knows nothing of connections. One
  * object per request; its time starts with it and goes by kolt::clock().
