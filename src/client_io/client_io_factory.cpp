@@ -8,6 +8,8 @@
 #include "client_io/file_client_io.h"
 #include "client_io/object_key.h"
 #include "client_io/rate_limited_client_io.h"
+#include "client_io/s3_client_io.h"
+#include "client_io/s3_settings.h"
 #include "kolt/pool_info.h"
 #include "kolt/printable.h"
 
@@ -31,12 +33,33 @@ bool has_rate_limits(const Rate_Limits& limits) {
   return !limits.dest_rate_limits.empty() || !limits.src_rate_limits.empty();
 }
 
-std::unique_ptr<Client_IO_Base> make_file_client(const std::string& root, const Client_IO_Base::Options& options) {
-  std::unique_ptr<Client_IO_Base> client(new (std::nothrow) File_Client_IO(root, options));
-  if (client && has_rate_limits(options.rate_limits))
-    client.reset(new (std::nothrow) Rate_Limited_Client_IO(std::move(client), options.rate_limits));
-  if (!client) errno = ENOMEM;
-  return client;
+std::unique_ptr<Client_IO_Base> make_driver(const Pool_Info& pool, std::string_view path,
+                                            const Client_IO_Base::Options& options) {
+  std::unique_ptr<Client_IO_Base> driver;
+  if (pool.url.starts_with(s3_scheme)) {
+    const auto settings = client_io::s3_settings(pool, path, options);
+    if (!settings) return nullptr;
+    driver.reset(new (std::nothrow) S3_Client_IO(*settings));
+  } else {
+    const std::string_view directory = std::string_view(pool.url).substr(file_scheme.size());
+    const std::string root = "/" + std::string(strip(directory)) + "/" + std::string(path);
+    if (!directory.starts_with('/')) {
+      refuse("The storage pool's URL has no absolute directory", pool.url, EINVAL);
+      return nullptr;
+    }
+    driver.reset(new (std::nothrow) File_Client_IO(root, options));
+  }
+  if (!driver) errno = ENOMEM;
+  return driver;
+}
+
+std::unique_ptr<Client_IO_Base> with_limits(std::unique_ptr<Client_IO_Base> client,
+                                            const Client_IO_Base::Options& options) {
+  if (!client || !has_rate_limits(options.rate_limits)) return client;
+  std::unique_ptr<Client_IO_Base> limited(new (std::nothrow)
+                                              Rate_Limited_Client_IO(std::move(client), options.rate_limits));
+  if (!limited) errno = ENOMEM;
+  return limited;
 }
 
 }  // namespace
@@ -46,13 +69,12 @@ std::shared_ptr<Client_IO_Base> make_client_io(const Pool_Info& pool, const std:
   const std::string_view url = pool.url;
   // A pool's URL may carry a password; the part before "://" is all that is shown.
   const std::string_view scheme = url.substr(0, url.find("://"));
-  if (!url.starts_with(file_scheme)) return refuse("Storage pools of this kind are not supported", scheme, ENOTSUP);
+  if (!url.starts_with(file_scheme) && !url.starts_with(s3_scheme))
+    return refuse("Storage pools of this kind are not supported", scheme, ENOTSUP);
   if (pool.cipher != ENCRYPT_NONE)
     return refuse("Encrypted storage pools are not supported, cipher", std::to_string(pool.cipher), ENOTSUP);
-  const std::string_view directory = url.substr(file_scheme.size());
-  if (!directory.starts_with('/')) return refuse("The storage pool's URL has no absolute directory", url, EINVAL);
   const std::string_view path = strip(uri_path);
   if (!path.empty() && !client_io::is_key(path))
     return refuse("The path in the storage pool is not allowed", uri_path, EINVAL);
-  return make_file_client("/" + std::string(strip(directory)) + "/" + std::string(path), options);
+  return with_limits(make_driver(pool, path, options), options);
 }

@@ -15,7 +15,8 @@ struct Pool_Info;
  *
  * @param uri_path  empty, or a key as of Client_IO_Base; '/' before and behind it does not count.
  * @return empty on failure, after one line at LM_ERROR: a URL scheme or a cipher that is not supported, a URL without a
- *   directory, a path that is no key, or no memory (errno ENOMEM). For all but the last errno is EINVAL or ENOTSUP.
+ *   directory or a bucket, credentials that are missing, a path that is no key, or no memory (errno ENOMEM). For all
+ * but the last errno is EINVAL or ENOTSUP.
  */
 [[nodiscard]] TESSARIN_API std::shared_ptr<Client_IO_Base> make_client_io(const Pool_Info& pool,
                                                                           const std::string& uri_path,

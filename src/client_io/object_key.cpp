@@ -36,9 +36,13 @@ bool is_key(std::string_view key) {
 }
 
 void log_failure(const char* operation, std::string_view key, const std::string& root) {
+  log_failure(operation, key, root, {});
+}
+
+void log_failure(const char* operation, std::string_view key, const std::string& root, const std::string& detail) {
   const int error = errno;
-  ACE_ERROR((LM_ERROR, ACE_TEXT("Failed to %C object \"%C\" in \"%C\": %m.\n"), operation, printable(key).c_str(),
-             printable(root).c_str()));
+  ACE_ERROR((LM_ERROR, ACE_TEXT("Failed to %C object \"%C\" in \"%C\": %m%C.\n"), operation, printable(key).c_str(),
+             printable(root).c_str(), detail.empty() ? "" : (" (" + detail + ")").c_str()));
   errno = error;
 }
 

@@ -18,6 +18,8 @@ TESSARIN_API bool is_key(std::string_view key);
 
 /// Logs "Failed to <operation> object "<key>" in "<root>": <reason of errno>." at LM_ERROR; errno stays.
 void log_failure(const char* operation, std::string_view key, const std::string& root);
+/// The same with "<reason of errno> (<detail>)."; an empty detail is left out.
+void log_failure(const char* operation, std::string_view key, const std::string& root, const std::string& detail);
 
 /// is_key(), and when it is none a log line as by log_failure() with errno EINVAL.
 bool check_key(const char* operation, std::string_view key, const std::string& root);

@@ -84,7 +84,7 @@ TEST_F(Make_Client, NothingIsMadeInThePoolBeforeTheFirstObject) {
 }
 
 TEST_F(Make_Client, OtherSchemesAreRefusedByName) {
-  for (const char* scheme : {"dedup", "dedups", "ws", "wss", "s3", "FILE", "nfs"})
+  for (const char* scheme : {"dedup", "dedups", "ws", "wss", "S3", "FILE", "nfs"})
     expect_refused(std::string(scheme) + "://user:password@host/x", "a/b", ENOTSUP,
                    "Storage pools of this kind are not supported: \"" + std::string(scheme) + "\".\n");
 }
