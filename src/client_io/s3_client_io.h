@@ -25,6 +25,8 @@ class S3_Session;
  * A reader asks for the bytes of the object as it was opened (If-Match, and the ETag of the answer). An object of up to
  * 64 KiB is read when it is opened; a larger one that is replaced later fails to be read, with ESTALE.
  *
+ * What is left of a writer after a cancel goes with the writer, which may take some seconds if the service is silent.
+ *
  * list() fails with ENOENT, and a line, where there is no bucket. sweep() aborts the uploads of other processes, the
  * living among them: below one prefix only one process may write. It does nothing where the service cannot list
  * uploads.

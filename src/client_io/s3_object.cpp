@@ -7,11 +7,12 @@
 namespace client_io {
 
 bool head_s3_object(S3_Session& session, const std::string& name, const std::atomic<bool>* stop, S3_Object_Head& head,
-                    S3_Result& result) {
+                    S3_Result& result, size_t max_seconds_retry) {
   S3_Request request;
   request.method = "HEAD";
   request.name = name;
   request.stop = stop;
+  request.max_seconds_retry = max_seconds_retry;
   if (!session.send(request, result)) return false;
   const std::string size = result.header("content-length");
   head.size = natoi<uint64_t>(size.c_str());
@@ -30,10 +31,20 @@ S3_Headers s3_new_headers(const S3_Session& session, const S3_New_Object& object
   return headers;
 }
 
-bool is_s3_object_of(S3_Session& session, const S3_New_Object& object) {
+bool is_s3_object_of(S3_Session& session, const S3_New_Object& object, size_t max_seconds_retry) {
   S3_Object_Head head;
   S3_Result result;
-  return head_s3_object(session, object.name, nullptr, head, result) && head.mark == object.mark;
+  return head_s3_object(session, object.name, nullptr, head, result, max_seconds_retry) && head.mark == object.mark;
+}
+
+void take_back_s3_object(S3_Session& session, const S3_New_Object& object) {
+  if (!is_s3_object_of(session, object, 0)) return;
+  S3_Request request;
+  request.method = "DELETE";
+  request.name = object.name;
+  request.max_seconds_retry = 0;
+  S3_Result result;
+  static_cast<void>(session.send(request, result));
 }
 
 bool publish_s3_object(S3_Session& session, const S3_New_Object& object, S3_Request request, S3_Result& result) {

@@ -18,8 +18,9 @@ struct S3_Object_Head {
 };
 
 /// False with errno, ENOENT where there is none.
+/// @param stop, max_seconds_retry  as of S3_Request.
 [[nodiscard]] bool head_s3_object(S3_Session& session, const std::string& name, const std::atomic<bool>* stop,
-                                  S3_Object_Head& head, S3_Result& result);
+                                  S3_Object_Head& head, S3_Result& result, size_t max_seconds_retry = SIZE_MAX);
 
 /// What a new object is to be.
 struct S3_New_Object {
@@ -39,6 +40,9 @@ S3_Headers s3_new_headers(const S3_Session& session, const S3_New_Object& object
                                      S3_Result& result);
 
 /// Whether the object is there and made by this writer.
-bool is_s3_object_of(S3_Session& session, const S3_New_Object& object);
+bool is_s3_object_of(S3_Session& session, const S3_New_Object& object, size_t max_seconds_retry = SIZE_MAX);
+
+/// Removes what a writer has made without being told so, with one try.
+void take_back_s3_object(S3_Session& session, const S3_New_Object& object);
 
 }  // namespace client_io

@@ -15,6 +15,8 @@ namespace client_io {
 namespace {
 
 constexpr std::chrono::milliseconds wait_slice{100};
+// How long an answer may take that is only waited for to clean up after a cancel.
+constexpr std::chrono::seconds patience_after_cancel{3};
 
 // A word of the service as it may stand in a log line.
 std::string s3_word(const std::string& text) {
@@ -95,7 +97,11 @@ int S3_Session::exchange(const S3_Request& request, S3_Result& result, bool& aga
   exchange.body = request.body;
   exchange.to = request.to;
   exchange.to_size = request.to_size;
-  exchange.stopped = [&] { return is_stopped(request); };
+  const auto begin = std::chrono::steady_clock::now();
+  exchange.stopped = [&] {
+    if (request.stop != nullptr) return is_stopped(request);
+    return canceled_ && std::chrono::steady_clock::now() - begin > patience_after_cancel;
+  };
 
   S3_Answer answer;
   const S3_Outcome outcome = is_stopped(request) ? S3_Outcome::STOPPED : transport_.exchange(exchange, answer);
@@ -105,7 +111,7 @@ int S3_Session::exchange(const S3_Request& request, S3_Result& result, bool& aga
   result.code.clear();
   result.reason = answer.reason;
   again = outcome == S3_Outcome::BROKEN;
-  if (outcome == S3_Outcome::STOPPED) return ECANCELED;
+  if (outcome == S3_Outcome::STOPPED) return request.stop != nullptr ? ECANCELED : ETIMEDOUT;
   return outcome == S3_Outcome::ANSWERED ? judge(request, answer, result, again) : answer.error;
 }
 

@@ -23,7 +23,7 @@ struct S3_Request {
   char* to = nullptr;            ///< takes the body of a 2xx answer, which has exactly to_size bytes
   size_t to_size = 0;
   /// True breaks the operation off, as the session's cancel() does. Null: it cleans up. That goes on after a cancel,
-  /// with three tries and no waits.
+  /// with three tries of three seconds and no waits between them.
   const std::atomic<bool>* stop = nullptr;
   size_t max_seconds_retry = SIZE_MAX;  ///< and never longer than the settings say
 };

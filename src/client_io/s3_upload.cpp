@@ -82,7 +82,7 @@ bool S3_Upload::start_thread() {
   } catch (const std::system_error& failure) {
     if (!threads_.empty()) return true;  // those will do
     reason_ = "no thread";
-    errno = failure.code().value();
+    errno = error_ = failure.code().value();
     return false;
   }
   return true;

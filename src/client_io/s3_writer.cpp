@@ -25,7 +25,9 @@ S3_Writer::S3_Writer(S3_Session& session, const std::string& key)
       key_(key),
       object_{session.settings().name_of(key), new_mark(), session.settings().overwrite} {}
 
-S3_Writer::~S3_Writer() = default;
+S3_Writer::~S3_Writer() {
+  if (!ended_) discard();
+}
 
 bool S3_Writer::may_go_on() {
   errno = error_;
@@ -87,6 +89,7 @@ bool S3_Writer::commit() {
   }
   if ((!object_.overwrite && !is_free()) || !publish()) return fail("commit");
   error_ = EINVAL;
+  ended_ = true;
   upload_.reset();
   part_ = {};
   return true;
@@ -131,24 +134,24 @@ bool S3_Writer::put_whole() {
 bool S3_Writer::fail(const char* operation) {
   error_ = errno;
   if (upload_ && !upload_->reason().empty()) reason_ = upload_->reason();
-  if (error_ != ECANCELED) log_failure(operation, key_, session_.settings().root, reason_);
-  discard();
+  if (error_ != ECANCELED) {
+    log_failure(operation, key_, session_.settings().root, reason_);
+    discard();
+  }
   errno = error_;
   return false;
 }
 
-// Also the object itself, where nobody told whether it was made.
+// After a cancel only at the end, as it may take some seconds. Also the object itself, where nobody told whether it was
+// made.
 void S3_Writer::discard() {
+  const int error = errno;
+  ended_ = true;
   stop_ = true;
   upload_.reset();
   part_ = {};
-  if (!asked_ || error_ == EEXIST || !is_s3_object_of(session_, object_)) return;
-  S3_Request request;
-  request.method = "DELETE";
-  request.name = object_.name;
-  request.max_seconds_retry = 0;
-  S3_Result result;
-  static_cast<void>(session_.send(request, result));
+  if (asked_ && error_ != EEXIST) take_back_s3_object(session_, object_);
+  errno = error;
 }
 
 }  // namespace client_io

@@ -41,6 +41,7 @@ class S3_Writer : public Client_IO_Base::Writer {
   size_t room_ = 0;     // of part_
   int error_ = 0;       // the first failure, or EINVAL after the end
   bool asked_ = false;  // for the object to become visible
+  bool ended_ = false;  // committed, or nothing of it remains
   std::string reason_;
   std::atomic<bool> stop_{false};
   std::unique_ptr<S3_Upload> upload_;

@@ -215,6 +215,18 @@ TEST_F(S3_Faults, AServiceThatStaysAwayIsGivenUp) {
   EXPECT_GE(slept, seconds(28));
 }
 
+TEST_F(S3_Faults, TakingBackWhatFailedWaitsForNothing) {
+  Fake_Clock clock;
+  options_.max_seconds_retry = 60;
+  options_.overwrite = true;
+  proxy_.refuse(true);
+  Log_Capture log;
+  EXPECT_FALSE(store(*client(), "a", "bytes"));
+  milliseconds slept{0};
+  for (const milliseconds span : clock.sleeps()) slept += span;
+  EXPECT_LE(slept, seconds(60));
+}
+
 TEST_F(S3_Faults, AServiceThatComesBackInTimeIsNotMissed) {
   const auto one = client();
   const auto writer = one->create("a");
@@ -344,6 +356,20 @@ TEST_F(S3_Faults, CleaningUpAfterACancelEndsSoon) {
   EXPECT_LT(time_of([&] { EXPECT_FALSE(one->remove("a")); }), seconds(1));
   EXPECT_EQ(errno, ECONNREFUSED);
   EXPECT_EQ(log.texts(LM_ERROR).size(), 1u) << log.all();
+}
+
+TEST_F(S3_Faults, SilenceAfterACancelIsNotWaitedForLong) {
+  const auto one = client();
+  auto writer = one->create("a");
+  ASSERT_TRUE(writer && writer->write("x", 1));
+  fail(Network_Fault::SILENCE, 1000, "");
+  Log_Capture log;
+  expect_cancel_ends(*one, [&] { EXPECT_FALSE(writer->commit()); });
+  EXPECT_EQ(log.all(), "");
+  EXPECT_LT(time_of([&] { EXPECT_FALSE(one->remove("a")); }), seconds(5));
+  EXPECT_EQ(errno, ETIMEDOUT);
+  EXPECT_EQ(log.texts(LM_ERROR).size(), 1u) << log.all();
+  EXPECT_LT(time_of([&] { writer.reset(); }), seconds(5));
 }
 
 }  // namespace
