@@ -1,6 +1,8 @@
 // One medium through the writer and the reader, beside plain write(2), read(2) and libzstd's own threads, in one run.
 // Data: POOL_BENCH_DATA names a file (its first 512 MiB are used); without it a mixture of text and noise is made.
-// Pool: POOL_BENCH_DIR, or /tmp. Nothing is synced, so that the disk does not count.
+// Pool: POOL_BENCH_DIR, or /tmp. Nothing is synced, so that the disk does not count. POOL_BENCH_S3 names an S3 service
+// with the bucket "bucket" and the keys "S3RVER"; without it the benchmarks of "s3" are skipped. bench/pool/run starts
+// one.
 #include <benchmark/benchmark.h>
 #include <fcntl.h>
 #include <unistd.h>
@@ -14,7 +16,8 @@
 #include <string_view>
 #include <vector>
 
-#include "client_io/file_client_io.h"
+#include "client_io/client_io_factory.h"
+#include "kolt/pool_info.h"
 #include "mtf_backup/set/frame_workers.h"
 #include "mtf_backup/set/medium_reader.h"
 #include "mtf_backup/set/medium_writer.h"
@@ -66,15 +69,36 @@ Client_IO_Base::Options options() {
   return made;
 }
 
+enum Scheme { FILE_POOL, S3_POOL };
+
+const char* s3_endpoint() {
+  return getenv("POOL_BENCH_S3");
+}
+
+std::shared_ptr<Client_IO_Base> make_client(Scheme scheme) {
+  Pool_Info pool;
+  pool.url = scheme == FILE_POOL ? "file://" + pool_dir() : "s3://bucket/bench";
+  if (scheme == S3_POOL)
+    pool.default_s3 = {{"endpoint", s3_endpoint()}, {"access_key_id", "S3RVER"}, {"secret_access_key", "S3RVER"}};
+  return make_client_io(pool, "", options());
+}
+
 struct Pool {
-  Pool() : client(pool_dir(), options()) { (void)workers.open(); }
+  explicit Pool(Scheme scheme) : client(make_client(scheme)) { (void)workers.open(); }
   ~Pool() {
-    (void)client.list("", [this](const Client_IO_Base::Object_Info& info) { return client.remove(info.key); });
+    (void)client->list("", [this](const Client_IO_Base::Object_Info& info) { return client->remove(info.key); });
     rmdir(pool_dir().c_str());
   }
-  File_Client_IO client;
+  const std::shared_ptr<Client_IO_Base> client;
   Frame_Workers workers;
 };
+
+// Whether there is no service to measure.
+bool skip(benchmark::State& state, Scheme scheme) {
+  if (scheme == FILE_POOL || s3_endpoint() != nullptr) return false;
+  state.SkipWithError("POOL_BENCH_S3 is not set");
+  return true;
+}
 
 void finish(benchmark::State& state, uint64_t stored) {
   state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * data().size()));
@@ -95,7 +119,7 @@ bool append(Medium_Writer& writer, std::string_view bytes) {
 }
 
 bool write_medium(Pool& pool, const Medium_Id& id, int level, std::vector<Stored_Object>& objects) {
-  Medium_Writer writer(pool.client, id, level, pool.workers);
+  Medium_Writer writer(*pool.client, id, level, pool.workers);
   if (!writer.open() || !append(writer, data()) || !writer.finish()) return false;
   objects = writer.objects();
   return true;
@@ -106,7 +130,7 @@ Medium_Id id_of(const benchmark::State& state) {
 }
 
 void BM_MediumWriter(benchmark::State& state) {
-  Pool pool;
+  Pool pool(FILE_POOL);
   std::vector<Stored_Object> objects(1);
   data();
   for (auto _ : state)
@@ -116,17 +140,49 @@ void BM_MediumWriter(benchmark::State& state) {
 }
 
 void BM_MediumReader(benchmark::State& state) {
-  Pool pool;
+  Pool pool(FILE_POOL);
   std::vector<Stored_Object> objects(2);
   if (!write_medium(pool, id_of(state), static_cast<int>(state.range(1)), objects)) state.SkipWithError("write failed");
   for (auto _ : state) {
-    Medium_Reader reader(pool.client, id_of(state), objects[0].size, objects[1].size, pool.workers);
+    Medium_Reader reader(*pool.client, id_of(state), objects[0].size, objects[1].size, pool.workers);
     if (!reader.open()) state.SkipWithError("open failed");
     Frame_View view;
     for (uint64_t offset = 0; offset < reader.size(); offset += view.size())
       if (!reader.view(offset, frame_size, view)) state.SkipWithError("read failed");
   }
   finish(state, objects[0].size);
+}
+
+// One object as a driver takes it, without frames.
+bool write_object(Client_IO_Base& client) {
+  const std::unique_ptr<Client_IO_Base::Writer> writer = client.create("object");
+  for (size_t at = 0; writer && at < data().size(); at += frame_size)
+    if (!writer->write(data().data() + at, std::min(frame_size, data().size() - at))) return false;
+  return writer && writer->commit();
+}
+
+void BM_ObjectWrite(benchmark::State& state) {
+  const Scheme scheme = static_cast<Scheme>(state.range(0));
+  if (skip(state, scheme)) return;
+  Pool pool(scheme);
+  data();
+  for (auto _ : state)
+    if (!write_object(*pool.client)) state.SkipWithError("write failed");
+  finish(state, data().size());
+}
+
+void BM_ObjectRead(benchmark::State& state) {
+  const Scheme scheme = static_cast<Scheme>(state.range(0));
+  if (skip(state, scheme)) return;
+  Pool pool(scheme);
+  if (!write_object(*pool.client)) state.SkipWithError("write failed");
+  std::vector<char> buffer(frame_size);
+  for (auto _ : state) {
+    const std::unique_ptr<Client_IO_Base::Reader> reader = pool.client->open("object");
+    for (uint64_t at = 0; reader && at < reader->size(); at += frame_size)
+      if (reader->read(at, buffer.data(), frame_size) < 0) state.SkipWithError("read failed");
+  }
+  finish(state, data().size());
 }
 
 void BM_PlainWrite(benchmark::State& state) {
@@ -202,6 +258,9 @@ BENCHMARK(BM_MediumReader)
     ->ArgNames({"method", "level"})
     ->UseRealTime()
     ->Unit(benchmark::kMillisecond);
+
+BENCHMARK(BM_ObjectWrite)->Arg(FILE_POOL)->Arg(S3_POOL)->ArgName("s3")->UseRealTime()->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_ObjectRead)->Arg(FILE_POOL)->Arg(S3_POOL)->ArgName("s3")->UseRealTime()->Unit(benchmark::kMillisecond);
 
 }  // namespace
 
