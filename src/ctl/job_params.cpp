@@ -179,8 +179,8 @@ Object backup_params(const Options& options, const Set_Place& place, const std::
       "compression_level", compression == COMPR_NONE ? 0 : options.level)("channel_num", options.channels);
 
   Object params = common_params(place);
-  json_spirit::insert(params)("paths", paths)("meta", meta)("opts", opts)("seq", static_cast<int64_t>(seq))("subtype",
-                                                                                                            "full");
+  json_spirit::insert(params)("paths", paths)("meta", meta)("opts", opts)("seq", static_cast<int64_t>(seq))(
+      "subtype", options.incremental ? "incremental" : "full");
   return params;
 }
 

@@ -68,6 +68,8 @@ void add_backup(CLI::App& app, Options& options) {
   command->add_option("--level", options.level, "level of the compression")
       ->check(CLI::Range(1, 22))
       ->capture_default_str();
+  command->add_flag("--incremental", options.incremental,
+                    "read only what has changed since the sets with the number before; without them everything");
   command->add_option("--seq", options.seq, "sequence number of the sets; default: one more than the newest")
       ->check(CLI::Range(uint32_t(0), max_seq));
   command->add_option("PATTERN", options.patterns, "shell patterns, quoted; the first match of each is backed up")

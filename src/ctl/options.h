@@ -25,6 +25,7 @@ struct Options {
 
   std::string name;
   unsigned channels = 2;
+  bool incremental = false;
   std::string compression = "auto";
   int level = 1;
   std::optional<uint32_t> seq;

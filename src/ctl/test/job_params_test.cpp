@@ -69,6 +69,13 @@ TEST(Job_Params, A_backup_sends_all_that_the_job_needs) {
   EXPECT_EQ(text(sent), text(expected));
 }
 
+TEST(Job_Params, An_incremental_backup_says_so) {
+  Options options = backup_of({"/etc"});
+  options.incremental = true;
+  const json_spirit::Object sent = backup_params(options, place, backup_volumes(options), 9, "set-uuid");
+  EXPECT_EQ(sent.at("subtype").get_str(), "incremental");
+}
+
 TEST(Job_Params, Without_compression_the_level_is_0) {
   Options options = backup_of({"/etc"});
   options.compression = "none";

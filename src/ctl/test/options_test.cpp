@@ -40,6 +40,7 @@ TEST_F(Options_Test, A_backup_needs_no_more_than_a_pattern) {
   EXPECT_EQ(options_.compression, "auto");
   EXPECT_EQ(options_.level, 1);
   EXPECT_FALSE(options_.seq.has_value());
+  EXPECT_FALSE(options_.incremental);
   EXPECT_FALSE(options_.json);
 }
 
@@ -59,6 +60,7 @@ TEST_F(Options_Test, A_backup_takes_all_its_options) {
                      "zstd",
                      "--level",
                      "19",
+                     "--incremental",
                      "--seq",
                      "4294967295",
                      "--agent",
@@ -74,6 +76,7 @@ TEST_F(Options_Test, A_backup_takes_all_its_options) {
   EXPECT_EQ(options_.channels, 4u);
   EXPECT_EQ(options_.compression, "zstd");
   EXPECT_EQ(options_.level, 19);
+  EXPECT_TRUE(options_.incremental);
   EXPECT_EQ(options_.seq, 4294967295u);
   EXPECT_EQ(options_.agent, "http://127.0.0.1:80");
   EXPECT_EQ(options_.token_file, "/t");
