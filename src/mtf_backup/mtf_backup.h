@@ -31,7 +31,8 @@ class TESSARIN_API MTF_Backup {
   void host_uuid(const std::string& value) { settings_.host_uuid = value; }
   void minor_resource_id(const std::string& value) { settings_.minor_resource_id = value; }
   void uuid(const std::string& value) { settings_.uuid = value; }
-  /// Whether the set holds only what changed since the last one. backup() refuses true for now.
+  /// Whether the set holds only what changed since the newest one of the number seq(). Where there is none to build on
+  /// backup() writes a full set, after one line at LM_WARNING that says why.
   void incremental(bool value) { settings_.incremental = value; }
   /// Numbers of Compression_Method. 0 with level 0 means none.
   void compression(MTF_COMPRESSION_TYPE value) { settings_.compression = value; }

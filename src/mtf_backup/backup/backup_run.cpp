@@ -51,7 +51,6 @@ bool Backup_Run::check(const std::string& name) const {
   if (!settings_.callback_factory) return refuse("no callback factory");
   if (!settings_.channel_factory) return refuse("no channel factory");
   if (settings_.sources.empty()) return refuse("no source");
-  if (settings_.incremental) return refuse("incremental backups are not supported yet");
   if (method == COMPR_LZOP) return refuse("compression by lzop is not supported yet");
   if (method >= COMPR_MAX) return refuse("unknown compression method");
   if (settings_.extra_client_io_opts.encryption_algorithm != ENCRYPT_NONE)
@@ -96,7 +95,23 @@ bool Backup_Run::open_storage(const std::string& name) {
   record_.incarnation = id_.incarnation;
   record_.begin_time = std::time(nullptr);
   record_.compression = mtf_to_compression(settings_.compression);
+  if (settings_.incremental) open_base(name);
   return true;
+}
+
+/// Without a set to build on a full one is written.
+void Backup_Run::open_base(const std::string& name) {
+  std::string why;
+  if (find_base(*store_, name, settings_.seq, record_.sources, base_set_, why)) {
+    base_ = std::make_unique<Base_Merge>(*clients_.front(), base_set_, state_);
+    record_.base = base_set_.dir;
+    if (base_->open()) return;
+    base_.reset();
+    record_.base.clear();
+    why = "the catalog of set " + printable(base_set_.dir) + " cannot be read";
+  }
+  ACE_ERROR((LM_WARNING, ACE_TEXT("Set %C is written in full and builds on no other: %C.\n"),
+             printable(id_.dir()).c_str(), why.c_str()));
 }
 
 bool Backup_Run::make_channels() {
@@ -107,6 +122,7 @@ bool Backup_Run::make_channels() {
   header.set_name = id_.name;
   header.user = settings_.host_uuid;
   header.time = record_.begin_time;
+  header.incremental = base_ != nullptr;
   job_.reset(new Backup_Job{sources_, settings_.callback_factory, header, state_});
   workers_ = std::make_unique<Frame_Workers>();
   catalog_ = std::make_unique<Catalog_Writer>(*clients_.front(), id_.dir(), record_.set_uuid);
@@ -126,7 +142,7 @@ bool Backup_Run::make_channels() {
 bool Backup_Run::move_data() {
   Bounded_Queue_T<Work_Batch> queue(2 * channels_.size() + 2);
   Entry_Collector collector(*catalog_, record_.sources, state_);
-  Source_Walker walker(sources_, settings_.callback_factory, queue, state_);
+  Source_Walker walker(sources_, settings_.callback_factory, base_.get(), queue, state_);
   Progress_Reporter progress(handler_, state_);
   {
     const Source_Meter meter(sources_, state_);
@@ -142,6 +158,7 @@ bool Backup_Run::move_data() {
   if (state_.stopping()) return false;
   progress.finish();
   record_.summary = collector.summary();
+  if (base_) record_.chain = base_->chain();
   has_files_ = collector.has_files();
   return true;
 }
@@ -175,8 +192,10 @@ void Backup_Run::clean_up() {
   channels_.clear();
   catalog_.reset();
   record_.summary = MTF::Cat_Summary();
+  // The clients of a run that was stopped read nothing any more.
+  const std::shared_ptr<Client_IO_Base> storage = settings_.channel_factory->storage();
   // A failure has its line, and the next run sweeps again.
-  (void)store_->sweep();
+  if (storage) (void)Set_Store(storage).sweep();
 }
 
 MTF::Error_Code Backup_Run::result() const {

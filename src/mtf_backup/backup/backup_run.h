@@ -6,6 +6,7 @@
 
 #include "mtf/core/cat_summary.h"
 #include "mtf/core/event_handler.h"
+#include "mtf_backup/backup/base_merge.h"
 #include "mtf_backup/backup/channel_writer.h"
 #include "mtf_backup/backup/entry_collector.h"
 #include "mtf_backup/backup_settings.h"
@@ -38,6 +39,7 @@ class Backup_Run {
   bool check(const std::string& name) const;
   bool open_sources();
   bool open_storage(const std::string& name);
+  void open_base(const std::string& name);
   bool make_channels();
   bool move_data();
   bool run_channel(Channel_Writer& channel, Bounded_Queue_T<Work_Batch>& queue, Entry_Collector& collector);
@@ -55,6 +57,8 @@ class Backup_Run {
   std::unique_ptr<Set_Store> store_;
   Set_Id id_;
   Commit_Record record_;
+  Base_Set base_set_;
+  std::unique_ptr<Base_Merge> base_;  // null: a full set
   std::unique_ptr<Backup_Job> job_;
   std::unique_ptr<Frame_Workers> workers_;
   std::unique_ptr<Catalog_Writer> catalog_;

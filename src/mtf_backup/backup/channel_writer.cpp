@@ -52,11 +52,15 @@ bool Channel_Writer::finish() {
   return (writer_.end() && medium_.finish()) || fail(MTF::E_WRITE_TO_STORAGE);
 }
 
-bool Channel_Writer::write(const Work_Batch& batch, Batch_Result& result) {
+bool Channel_Writer::write(Work_Batch& batch, Batch_Result& result) {
   result.number = batch.number;
   result.entries.reserve(batch.items.size());
-  for (const Work_Item& item : batch.items) {
+  for (Work_Item& item : batch.items) {
     if (job_.state.stopping()) return false;
+    if (item.kept) {
+      keep(item, result);
+      continue;
+    }
     Catalog_Entry entry;
     moved_ = false;
     const Outcome outcome = put(item, entry);
@@ -66,6 +70,11 @@ bool Channel_Writer::write(const Work_Batch& batch, Batch_Result& result) {
     if (outcome == SAVED) result.entries.push_back(std::move(entry));
   }
   return true;
+}
+
+void Channel_Writer::keep(Work_Item& item, Batch_Result& result) {
+  if (!item.kept->is_directory()) job_.state.processed += item.stat.size;
+  result.entries.push_back(std::move(*item.kept));
 }
 
 Channel_Writer::Outcome Channel_Writer::put(const Work_Item& item, Catalog_Entry& entry) {
@@ -85,7 +94,7 @@ Channel_Writer::Outcome Channel_Writer::put(const Work_Item& item, Catalog_Entry
   on_medium.hard_link_target = entry.hard_link_target;
   if (!enter(item) || (S_ISLNK(item.stat.mode) && !read_link(item, entry.link_target))) return lost(item, errno, entry);
   on_medium.link_target = entry.link_target;
-  if (item.hard_link_target.empty()) read_xattrs(item, on_medium.xattrs);
+  if (item.hard_link_target.empty()) read_xattrs(item, on_medium.xattrs, entry);
   entry.xattr_hash = xattr_hash(on_medium.xattrs);
 
   if (volume_ != item.source) {
@@ -121,10 +130,12 @@ bool Channel_Writer::read_link(const Work_Item& item, std::string& target) {
   return size >= 0;
 }
 
-void Channel_Writer::read_xattrs(const Work_Item& item, MTF::Xattrs& attrs) {
+void Channel_Writer::read_xattrs(const Work_Item& item, MTF::Xattrs& attrs, Catalog_Entry& entry) {
   if (callback_->read_xattrs(dir_.path(item.name), attrs) || errno == ENOENT) return;
   ACE_ERROR((LM_WARNING, ACE_TEXT("Failed to read the extended attributes of %C: %m\n"), shown(item).c_str()));
   attrs.clear();
+  entry.flags = CAT_BARE;
+  entry.reason = "its extended attributes could not be read";
 }
 
 Channel_Writer::Outcome Channel_Writer::put_file(const Work_Item& item, const MTF::Entry& on_medium,
@@ -146,7 +157,7 @@ Channel_Writer::Outcome Channel_Writer::put_file(const Work_Item& item, const MT
 /// Flags a file whose data is not what the listing promised.
 void Channel_Writer::check_read(const Work_Item& item, const File_Copy& copy, Catalog_Entry& entry) {
   if (copy.got < item.stat.size && copy.error) {
-    entry.flags = CAT_SKIPPED;
+    entry.flags |= CAT_SKIPPED;
     entry.reason = std::strerror(copy.error);
     ACE_ERROR((LM_ERROR, ACE_TEXT("Failed to back up %C: reading stopped at byte %Q: %C\n"), shown(item).c_str(),
                copy.got, entry.reason.c_str()));
@@ -157,7 +168,7 @@ void Channel_Writer::check_read(const Work_Item& item, const File_Copy& copy, Ca
   const MTF::Entry_Stat now = there ? MTF::entry_stat(st) : MTF::Entry_Stat();
   moved_ = there && inode_of(now) != inode_of(item.stat);
   if (copy.got == item.stat.size && there && same_content(now, item.stat)) return;
-  entry.flags = CAT_CHANGED;
+  entry.flags |= CAT_CHANGED;
   entry.reason = "changed while it was read";
   if (copy.got < item.stat.size) {
     entry.flags |= CAT_CORRUPT;
@@ -184,7 +195,7 @@ Channel_Writer::Outcome Channel_Writer::lost(const Work_Item& item, int error, C
     return LEFT_OUT;
   }
   job_.state.processed += size;
-  entry.flags = CAT_SKIPPED;
+  entry.flags |= CAT_SKIPPED;
   entry.reason = std::strerror(error);
   ACE_ERROR((LM_ERROR, ACE_TEXT("Failed to back up %C: %C\n"), shown(item).c_str(), entry.reason.c_str()));
   return SAVED;

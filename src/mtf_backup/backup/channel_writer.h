@@ -26,7 +26,8 @@ struct Backup_Job {
 };
 
 /**
- * One channel of a backup: reads the entries of its batches and writes them onto its medium.
+ * One channel of a backup: reads the entries of its batches and writes them onto its medium. Those that are kept from
+ * an older set go by as they are.
  *
  * A failure of the medium stops the run, as E_OPEN_MEDIA or E_WRITE_TO_STORAGE. An entry that cannot be read has a line
  * at LM_ERROR and is catalogued as skipped; one that vanished has a line at LM_WARNING and is left out; one that
@@ -40,7 +41,7 @@ class Channel_Writer {
 
   /// False here and below: the run is stopping.
   [[nodiscard]] bool open();
-  [[nodiscard]] bool write(const Work_Batch& batch, Batch_Result& result);
+  [[nodiscard]] bool write(Work_Batch& batch, Batch_Result& result);
   /// Ends the medium and makes it durable.
   [[nodiscard]] bool finish();
 
@@ -50,10 +51,11 @@ class Channel_Writer {
  private:
   enum Outcome { SAVED, LEFT_OUT, STOPPED };
 
+  void keep(Work_Item& item, Batch_Result& result);
   Outcome put(const Work_Item& item, Catalog_Entry& entry);
   bool enter(const Work_Item& item);
   bool read_link(const Work_Item& item, std::string& target);
-  void read_xattrs(const Work_Item& item, MTF::Xattrs& attrs);
+  void read_xattrs(const Work_Item& item, MTF::Xattrs& attrs, Catalog_Entry& entry);
   Outcome put_file(const Work_Item& item, const MTF::Entry& on_medium, Catalog_Entry& entry);
   void check_read(const Work_Item& item, const File_Copy& copy, Catalog_Entry& entry);
   Outcome lost(const Work_Item& item, int error, Catalog_Entry& entry);

@@ -69,7 +69,7 @@ void Entry_Collector::add_up(const Catalog_Entry& entry) {
   if (entry.flags & CAT_CORRUPT) ++summary_.corrupt_count;
   if (entry.is_directory()) return;
   summary_.total_size += entry.stat.size;
-  if (!skipped) summary_.inc_size += entry.stat.size;
+  if (!skipped && entry.set == 0) summary_.inc_size += entry.stat.size;
 }
 
 }  // namespace MTF_BACKUP

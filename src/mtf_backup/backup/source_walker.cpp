@@ -23,8 +23,8 @@ bool by_name(const Directory_Entry& a, const Directory_Entry& b) {
 }  // namespace
 
 Source_Walker::Source_Walker(const std::vector<Source>& sources, MTF::IBackup_Callback_Factory_var factory,
-                             Bounded_Queue_T<Work_Batch>& queue, Run_State& state)
-    : sources_(sources), factory_(factory), queue_(queue), state_(state) {}
+                             Base_Merge* base, Bounded_Queue_T<Work_Batch>& queue, Run_State& state)
+    : sources_(sources), factory_(factory), base_(base), queue_(queue), state_(state) {}
 
 void Source_Walker::run() {
   callback_ = factory_->make();
@@ -87,7 +87,7 @@ bool Source_Walker::visit(uint32_t source, const MTF::Entry_Stat& stat) {
   item.stat = stat;
   item.problem = std::move(problem);
   std::shared_ptr<const std::string> directory = item.directory;
-  if (!add(std::move(item), 0)) return false;
+  if (!add(std::move(item))) return false;
 
   Level level{path_.size(), {}};
   entries.sort(by_name);
@@ -137,16 +137,18 @@ bool Source_Walker::add_files(uint32_t source, std::list<Directory_Entry>& entri
     item.may_have_holes = static_cast<uint64_t>(entry.stat.st_blocks) * stat_block < item.stat.size;
     if (item.stat.nlink > 1)
       item.hard_link_target = links_.first_name(item.stat, path_in_set(sources_[source].path, item.path()));
-    const uint64_t size = item.stat.size;
-    if (!add(std::move(item), size)) return false;
+    if (!add(std::move(item))) return false;
   }
   return true;
 }
 
-bool Source_Walker::add(Work_Item item, uint64_t size) {
+bool Source_Walker::add(Work_Item item) {
+  const uint64_t full_size = item.name.empty() ? 0 : item.stat.size;
+  if (base_ && item.problem.empty()) item.kept = base_->keep(item);
+  const uint64_t size = item.kept ? 0 : full_size;
   // A big file goes alone: what comes behind it need not wait for it.
   if (!batch_.items.empty() && batch_size_ + size > max_size && !flush()) return false;
-  state_.total += size;
+  state_.total += full_size;
   batch_size_ += size;
   batch_.items.push_back(std::move(item));
   return batch_.items.size() < max_items && batch_size_ < max_size ? true : flush();
@@ -156,7 +158,8 @@ bool Source_Walker::flush() {
   if (batch_.items.empty()) return true;
   const uint64_t next = batch_.number + 1;
   if (!queue_.push(std::move(batch_))) return false;
-  batch_ = Work_Batch{next, {}};
+  batch_ = Work_Batch();
+  batch_.number = next;
   batch_size_ = 0;
   return true;
 }

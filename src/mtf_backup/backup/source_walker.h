@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "mtf/core/backup_callback.h"
+#include "mtf_backup/backup/base_merge.h"
 #include "mtf_backup/backup/link_table.h"
 #include "mtf_backup/backup/work_batch.h"
 #include "mtf_backup/run/anchored_dir.h"
@@ -21,7 +22,8 @@ namespace MTF_BACKUP {
  */
 class Source_Walker {
  public:
-  Source_Walker(const std::vector<Source>& sources, MTF::IBackup_Callback_Factory_var factory,
+  /// @param base  borrowed; null: everything is to be read.
+  Source_Walker(const std::vector<Source>& sources, MTF::IBackup_Callback_Factory_var factory, Base_Merge* base,
                 Bounded_Queue_T<Work_Batch>& queue, Run_State& state);
 
   /// Walks; at the end the queue is closed, unless the run is stopping.
@@ -44,11 +46,12 @@ class Source_Walker {
   bool list_one_by_one(std::list<Directory_Entry>& entries);
   bool add_files(uint32_t source, std::list<Directory_Entry>& entries,
                  const std::shared_ptr<const std::string>& directory, std::vector<Subdirectory>& subdirectories);
-  bool add(Work_Item item, uint64_t size);
+  bool add(Work_Item item);
   bool flush();
 
   const std::vector<Source>& sources_;
   MTF::IBackup_Callback_Factory_var factory_;
+  Base_Merge* const base_;
   Bounded_Queue_T<Work_Batch>& queue_;
   Run_State& state_;
 
@@ -58,7 +61,7 @@ class Source_Walker {
   Anchored_Dir dir_;  // ... and itself
   std::vector<Level> levels_;
   Work_Batch batch_;
-  uint64_t batch_size_ = 0;  // bytes of file data in it
+  uint64_t batch_size_ = 0;  // bytes of file data to be read for it
 };
 
 }  // namespace MTF_BACKUP

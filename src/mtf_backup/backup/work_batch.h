@@ -7,6 +7,7 @@
 
 #include "kolt/posix_fd.h"
 #include "mtf/core/entry.h"
+#include "mtf_backup/set/catalog_entry.h"
 #include "mtf_backup/set/set_path.h"
 
 namespace MTF_BACKUP {
@@ -24,9 +25,10 @@ struct Work_Item {
   std::shared_ptr<const std::string> directory;  ///< relative to the source: where it lies
   std::string name;                              ///< empty: the directory itself
   MTF::Entry_Stat stat;
-  std::string hard_link_target;  ///< path in the set of an earlier name of the same file
-  bool may_have_holes = false;   ///< of a file: takes less room than its size
-  std::string problem;           ///< of a directory: why it could not be listed
+  std::string hard_link_target;         ///< path in the set of an earlier name of the same file
+  bool may_have_holes = false;          ///< of a file: takes less room than its size
+  std::string problem;                  ///< of a directory: why it could not be listed
+  std::unique_ptr<Catalog_Entry> kept;  ///< where it lies already, in an older set; null: it is to be read
 
   std::string path() const { return join_names(*directory, name); }
 };

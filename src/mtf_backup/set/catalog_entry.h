@@ -13,6 +13,7 @@ enum Catalog_Flag : uint32_t {
   CAT_CORRUPT = 1,  ///< the medium holds a substitute for some of the data
   CAT_CHANGED = 2,  ///< the file changed while it was read
   CAT_SKIPPED = 4,  ///< not on the medium at all
+  CAT_BARE = 8,     ///< without extended attributes, which could not be read
 };
 
 /// One entry of a set, with all that a listing, an incremental and the restore of a single file need. Texts are raw

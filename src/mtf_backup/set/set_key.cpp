@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <charconv>
+#include <utility>
 
 namespace MTF_BACKUP {
 
@@ -62,6 +63,14 @@ bool parse_set_key(std::string_view key, Set_Key& parts) {
   return parse_number(numbers.substr(0, seq_digits), parts.seq) &&
          parse_number(numbers.substr(seq_digits + 1), parts.incarnation) && parts.incarnation > 0 &&
          parts.object.find('/') == std::string::npos && key.starts_with(parts.dir() + "/");
+}
+
+bool list_set_keys(Client_IO_Base& storage, const std::string& prefix, std::vector<Set_Key>& keys) {
+  return storage.list(prefix, [&](const Client_IO_Base::Object_Info& info) {
+    Set_Key parts;
+    if (parse_set_key(info.key, parts)) keys.push_back(std::move(parts));
+    return true;
+  });
 }
 
 bool list_pool(Client_IO_Base& pool, const std::string& host, const std::string& resource,

@@ -29,6 +29,9 @@ struct TESSARIN_API Set_Key {
 /// @retval false  it is not the key of a set's object; @a parts is undefined.
 TESSARIN_API bool parse_set_key(std::string_view key, Set_Key& parts);
 
+/// Adds the keys of all objects of sets that begin with @a prefix. False with errno; logged.
+[[nodiscard]] bool list_set_keys(Client_IO_Base& storage, const std::string& prefix, std::vector<Set_Key>& keys);
+
 /// Key of the directory of a set. @param name  encoded.
 std::string set_dir(const std::string& name, uint32_t seq, uint32_t incarnation);
 

@@ -2,6 +2,8 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstring>
+#include <map>
 #include <vector>
 
 #include "ace/Log_Msg.h"
@@ -19,18 +21,9 @@ namespace {
 constexpr size_t max_component = 255;
 constexpr uint64_t max_record_size = uint64_t(64) << 20;
 
-// All keys of sets below a prefix.
-bool list_keys(Client_IO_Base& storage, const std::string& prefix, std::vector<Set_Key>& keys) {
-  return storage.list(prefix, [&](const Client_IO_Base::Object_Info& info) {
-    Set_Key parts;
-    if (parse_set_key(info.key, parts)) keys.push_back(std::move(parts));
-    return true;
-  });
-}
-
 // The keys of commit records below a prefix, in the order of the sets.
 bool list_commits(Client_IO_Base& storage, const std::string& prefix, std::vector<Set_Key>& keys) {
-  if (!list_keys(storage, prefix, keys)) return false;
+  if (!list_set_keys(storage, prefix, keys)) return false;
   std::erase_if(keys, [](const Set_Key& key) { return key.object != commit_name; });
   std::sort(keys.begin(), keys.end(), [](const Set_Key& a, const Set_Key& b) { return a.order() < b.order(); });
   return true;
@@ -66,6 +59,14 @@ bool read_commit(Client_IO_Base& storage, const Set_Key& key, Commit_Record& rec
 bool is_whole(Client_IO_Base& storage, const std::string& dir, const Commit_Record& record) {
   return std::all_of(record.objects.begin(), record.objects.end(), [&](const Stored_Object& object) {
     return open_object(storage, dir + "/" + object.name, object.size) != nullptr;
+  });
+}
+
+// Somebody may have removed a set while another was made that builds on it.
+bool has_chain(Client_IO_Base& storage, const Commit_Record& record) {
+  return std::all_of(record.chain.begin(), record.chain.end(), [&](const Chain_Link& link) {
+    const std::string key = link.dir + "/" + commit_name;
+    return storage.open(key) != nullptr || (errno == ENOENT && tell_missing(key));
   });
 }
 
@@ -142,17 +143,38 @@ bool Set_Store::find(const std::string& name, uint32_t seq, uint32_t incarnation
 
 bool Set_Store::begin(const std::string& name, uint32_t seq, Set_Id& id) {
   std::vector<Set_Key> keys;
-  if (!list_keys(*storage_, prefix_of(name, seq), keys)) return false;
+  if (!list_set_keys(*storage_, prefix_of(name, seq), keys)) return false;
   uint32_t highest = 0;
   for (const Set_Key& key : keys) highest = std::max(highest, key.incarnation);
   id = {name, seq, highest + 1};
   return true;
 }
 
+bool Set_Store::has_objects(const std::string& dir, const Commit_Record& record, std::string& problem) {
+  std::map<std::string, uint64_t> sizes;
+  const std::string prefix = dir + "/";
+  const auto keep = [&](const Client_IO_Base::Object_Info& info) {
+    sizes[info.key.substr(prefix.size())] = info.size;
+    return true;
+  };
+  if (!storage_->list(prefix, keep)) {
+    problem = std::string("the objects cannot be listed (") + std::strerror(errno) + ")";
+    return false;
+  }
+  for (const Stored_Object& object : record.objects) {
+    const auto found = sizes.find(object.name);
+    if (found != sizes.end() && found->second == object.size) continue;
+    problem =
+        "object " + printable(prefix + object.name) + (found == sizes.end() ? " is missing" : " has another size");
+    return false;
+  }
+  return true;
+}
+
 bool Set_Store::commit(const Set_Id& id, const Commit_Record& record) {
   const std::string key = id.dir() + "/" + commit_name;
   if (storage_->open(key)) return tell_exists(key);
-  if (errno != ENOENT || !is_whole(*storage_, id.dir(), record)) return false;
+  if (errno != ENOENT || !is_whole(*storage_, id.dir(), record) || !has_chain(*storage_, record)) return false;
   Commit_Record stored = record;
   stored.name = id.name;
   stored.seq = id.seq;
@@ -160,32 +182,6 @@ bool Set_Store::commit(const Set_Id& id, const Commit_Record& record) {
   const std::string text = stored.to_text();
   const std::unique_ptr<Client_IO_Base::Writer> writer = storage_->create(key);
   return writer && writer->write(text.data(), text.size()) && writer->commit();
-}
-
-bool Set_Store::remove(const Set_Id& id) {
-  const std::string dir = id.dir() + "/";
-  std::vector<std::string> keys;
-  if (!storage_->remove(dir + commit_name)) return false;
-  const auto keep = [&](const Client_IO_Base::Object_Info& info) {
-    keys.push_back(info.key);
-    return true;
-  };
-  return storage_->list(dir, keep) &&
-         std::all_of(keys.begin(), keys.end(), [&](const std::string& key) { return storage_->remove(key); });
-}
-
-bool Set_Store::sweep() {
-  std::vector<Set_Key> keys;
-  if (!list_keys(*storage_, "", keys)) return false;
-  std::vector<std::string> committed;
-  for (const Set_Key& key : keys)
-    if (key.object == commit_name) committed.push_back(key.dir());
-  std::sort(committed.begin(), committed.end());
-  for (const Set_Key& key : keys)
-    if (!std::binary_search(committed.begin(), committed.end(), key.dir()) &&
-        !storage_->remove(key.dir() + "/" + key.object))
-      return false;
-  return storage_->sweep("");
 }
 
 }  // namespace MTF_BACKUP

@@ -4,6 +4,7 @@
 #include <functional>
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "client_io/client_io_base.h"
 #include "kolt/export.h"
@@ -63,17 +64,33 @@ class TESSARIN_API Set_Store {
 
   /**
    * Writes the commit record, with the name and the numbers of @a id, which makes the set. All objects it names are
-   * finished by then; one that is missing or has another size is a failure.
+   * finished by then; one that is missing or has another size is a failure, and so is a set of its chain that is gone.
    * @retval false  the set does not exist; errno EEXIST when a set of this id does.
    */
   [[nodiscard]] bool commit(const Set_Id& id, const Commit_Record& record);
 
-  /// Removes a set: the commit record first, so that a crash leaves leftovers and never a set with holes. True as well
-  /// where there was none.
-  [[nodiscard]] bool remove(const Set_Id& id);
+  /**
+   * Whether all objects that the record of the set in @a dir names are there in their sizes. Nothing of them is read.
+   * @param problem  on failure what is wrong, for a log line.
+   */
+  [[nodiscard]] bool has_objects(const std::string& dir, const Commit_Record& record, std::string& problem);
+
+  /// The sets whose chain names this one: they cannot be restored without it. Records that are damaged have no say.
+  [[nodiscard]] bool dependents(const Set_Id& id, std::vector<Set_Id>& sets);
+
+  /**
+   * Removes sets, those that build on others before these. Of each the commit record goes first, so that a crash leaves
+   * leftovers and never a set with holes. True as well where there was none. As a writer: one at a time.
+   *
+   * @retval false  errno EBUSY: another set, which is not to be removed, needs one of them; then nothing is removed. Or
+   *   a failure; what was removed before it stays removed.
+   */
+  [[nodiscard]] bool remove(const std::vector<Set_Id>& sets);
+  [[nodiscard]] bool remove(const Set_Id& id) { return remove(std::vector<Set_Id>{id}); }
 
   /// Removes all that no commit record stands for: unfinished objects and whole directories of sets that were never
-  /// committed. Not while another writer of the resource is at work. Foreign objects stay.
+  /// committed, but for directories that the chain of a set names. Not while another writer of the resource is at work.
+  /// Foreign objects stay.
   [[nodiscard]] bool sweep();
 
  private:

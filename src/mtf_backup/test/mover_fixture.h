@@ -98,6 +98,7 @@ class Mover_Fixture : public ::testing::Test {
     Hook hook = Hook();
     test_support::Fault_Plan* plan = nullptr;
     std::vector<std::string> sources = {};  ///< none: source_
+    bool incremental = false;
   };
   struct Restore_Args {
     size_t threads = 2;
@@ -126,6 +127,7 @@ class Mover_Fixture : public ::testing::Test {
     backup.compression(static_cast<MTF_COMPRESSION_TYPE>(args.compression));
     backup.channel_num(args.channels);
     backup.seq(args.seq);
+    backup.incremental(args.incremental);
     backup.callback_factory(MTF::IBackup_Callback_Factory_var(new Posix_Backup_Factory(args.hook)));
     backup.channel_factory(std::make_shared<Memory_Channel_Factory>(pool_, args.plan));
     for (const std::string& source : args.sources.empty() ? std::vector<std::string>{source_} : args.sources)
