@@ -1,5 +1,6 @@
 #include <sys/xattr.h>
 
+#include "mtf_backup/set/medium_set.h"
 #include "mtf_backup/test/chain_fixture.h"
 
 namespace {
@@ -484,6 +485,36 @@ TEST_F(Incremental, EverySetOfALongChainBringsItsMomentBack) {
   for (unsigned i = 0; i < count; ++i) EXPECT_EQ(restored_differences(i + 1, saved[i]), "") << i;
 }
 
+TEST_F(Incremental, MediaOfALongChainAreNotAllKeptOpen) {
+  constexpr unsigned count = 30;
+  for (unsigned i = 0; i < count; ++i) {
+    write("f" + std::to_string(i), noise(1000, i));
+    ASSERT_TRUE(step());
+    age();
+  }
+  const Commit_Record record = last_record();
+  ASSERT_EQ(record.chain.size(), count - 1);
+  mover_test::Memory_Channel_Factory factory(pool_);
+  MTF_BACKUP::Frame_Workers workers;
+  ASSERT_TRUE(workers.open());
+  MTF_BACKUP::Medium_Set media(factory, record, dir_of(record), workers);
+  std::vector<std::weak_ptr<MTF_BACKUP::Medium_Reader>> given;
+  for (uint32_t set = 0; set < count; ++set) {
+    const MTF_BACKUP::Medium_Reader_var medium = media.get(set, 0);
+    ASSERT_TRUE(medium);
+    given.push_back(medium);
+  }
+  EXPECT_EQ(std::count_if(given.begin(), given.end(), [](const auto& medium) { return !medium.expired(); }), 17);
+  EXPECT_TRUE(given[0].expired());
+  EXPECT_TRUE(media.get(0, 0));
+  EXPECT_EQ(media.get(0, 1), nullptr);
+  EXPECT_EQ(errno, EBADMSG);
+  EXPECT_EQ(media.get(count, 0), nullptr);
+  EXPECT_EQ(errno, EBADMSG);
+  EXPECT_EQ(media.name(0, 0), set_dir(count) + "/channel-000.mtf");
+  EXPECT_EQ(media.name(1, 0), record.chain[0].dir + "/channel-000.mtf");
+}
+
 TEST_F(Incremental, ChainNamesOnlySetsThatAreStillNeeded) {
   write("a", "1");
   write("b", "1");
@@ -620,7 +651,8 @@ TEST_F(Incremental, OnACatalogWithoutItsEndItIsFull) {
 }
 
 TEST_F(Incremental, BehindADamageOfTheCatalogEverythingIsRead) {
-  for (int i = 0; i < 6000; ++i) write("a file with a long name, so that blocks fill up " + std::to_string(i), "");
+  const auto name_of = [](int i) { return std::to_string(10'000 + i) + std::string(200, 'x'); };
+  for (int i = 0; i < 2500; ++i) write(name_of(i), "");
   ASSERT_TRUE(step());
   age();
   std::string& catalog_bytes = pool_->objects[set_dir(1) + "/catalog"];
@@ -631,10 +663,53 @@ TEST_F(Incremental, BehindADamageOfTheCatalogEverythingIsRead) {
                       "The catalog of set " + set_dir(1) + " cannot be read any further: all that follows is read.\n"))
       << log.all();
   const auto entries = catalog();
-  EXPECT_EQ(entries.size(), 6001u);
+  EXPECT_EQ(entries.size(), 2501u);
   EXPECT_EQ(entries.at("").set, 1u);
-  EXPECT_EQ(entries.at("a file with a long name, so that blocks fill up 999").set, 0u);
+  EXPECT_EQ(entries.at(name_of(2499)).set, 0u);
   EXPECT_EQ(restored_differences(), "");
+}
+
+TEST_F(Incremental, DamageAnywhereInTheCatalogOfTheBaseDoesNotGetIntoTheNext) {
+  for (int i = 0; i < 20; ++i) write("f" + std::to_string(i), std::to_string(i));
+  ASSERT_TRUE(step());
+  age();
+  const std::string key = set_dir(1) + "/catalog";
+  const std::string good = pool_->objects[key];
+  for (size_t at = 0; at < good.size(); at += 1 + good.size() / 15) {
+    pool_->objects[key][at] ^= 0x10;
+    last_seq_ = 1;
+    Log_Capture log;
+    ASSERT_TRUE(step()) << at;
+    EXPECT_LE(log.texts(LM_WARNING).size(), 1u) << at << log.all();
+    EXPECT_EQ(restored_differences(), "") << at;
+    pool_->objects[key] = good;
+  }
+}
+
+TEST_F(Incremental, EveryFailureOfTheStorageGivesAWholeSetOrNone) {
+  for (int i = 0; i < 5; ++i) write("f" + std::to_string(i), noise(1000, i));
+  ASSERT_TRUE(step());
+  age();
+  write("f3", noise(1000, 9));
+  for (int nth = 0;; ++nth) {
+    last_seq_ = 1;
+    test_support::Fault_Plan plan(test_support::Fault_Plan::ALL, nth, EIO);
+    const size_t before = sets().size();
+    const size_t objects = pool_->objects.size();
+    Log_Capture log;
+    const bool done = step({.plan = &plan});
+    if (!plan.struck()) {
+      EXPECT_TRUE(done);
+      break;
+    }
+    EXPECT_FALSE(log.texts(LM_ERROR).empty()) << nth;
+    if (done) {
+      EXPECT_EQ(restored_differences(), "") << nth;
+    } else {
+      EXPECT_EQ(sets().size(), before) << nth;
+      EXPECT_EQ(pool_->objects.size(), objects) << nth;
+    }
+  }
 }
 
 TEST_F(Incremental, DamageOfAnOlderSetCostsOnlyWhatLiesThere) {

@@ -1,0 +1,191 @@
+#include <cerrno>
+
+#include "mtf_backup/set/set_store.h"
+#include "mtf_backup/test/store_fixture.h"
+
+namespace {
+
+using MTF_BACKUP::Commit_Record;
+using MTF_BACKUP::Set_Id;
+using MTF_BACKUP::Set_Store;
+using test_support::Fault_Plan;
+using test_support::Faulty_Client_IO;
+using test_support::Log_Capture;
+using test_support::Memory_Client_IO;
+
+typedef std::vector<std::string> Dirs;
+
+/// Sets of one object each, which build on each other.
+class Removal : public Store_Fixture {
+ protected:
+  Set_Id make_set(uint32_t seq, const Dirs& chain = {}, const std::string& name = "a") {
+    const Set_Id id{name, seq, 1};
+    put(id.dir() + "/catalog");
+    Commit_Record record;
+    record.objects = {{"catalog", 5, std::string(32, '0')}};
+    if (!chain.empty()) record.base = chain.back();
+    for (const std::string& dir : chain) record.chain.push_back({dir, "uuid"});
+    EXPECT_TRUE(store_.commit(id, record));
+    return id;
+  }
+  void put(const std::string& key) { pool_->objects[key] = "bytes"; }
+
+  static std::string error_line(const std::string& text) { return std::to_string(LM_ERROR) + " " + text; }
+
+  Dirs left() {
+    Dirs dirs;
+    EXPECT_TRUE(store_.list([&](const Set_Id& id, const Commit_Record&) {
+      dirs.push_back(id.dir());
+      return true;
+    }));
+    return dirs;
+  }
+  Dirs dependents_of(const Set_Id& id) {
+    std::vector<Set_Id> sets{{"old", 1, 1}};
+    EXPECT_TRUE(store_.dependents(id, sets));
+    Dirs dirs;
+    for (const Set_Id& set : sets) dirs.push_back(set.dir());
+    return dirs;
+  }
+
+  const std::shared_ptr<Memory_Client_IO> storage_ = std::make_shared<Memory_Client_IO>(pool_);
+  Set_Store store_{storage_};
+};
+
+TEST_F(Removal, DependentsAreTheSetsWhoseChainNamesIt) {
+  const Set_Id one = make_set(1);
+  const Set_Id two = make_set(2, {one.dir()});
+  const Set_Id three = make_set(3, {one.dir(), two.dir()});
+  const Set_Id four = make_set(4, {three.dir()});
+  EXPECT_EQ(dependents_of(one), (Dirs{two.dir(), three.dir()}));
+  EXPECT_EQ(dependents_of(three), Dirs{four.dir()});
+  EXPECT_EQ(dependents_of(four), Dirs{});
+  EXPECT_EQ(dependents_of({"a", 9, 1}), Dirs{});
+}
+
+TEST_F(Removal, ASetThatAnotherBuildsOnStays) {
+  const Set_Id one = make_set(1);
+  const Set_Id two = make_set(2, {one.dir()});
+  const auto before = pool_->objects;
+  Log_Capture log;
+  EXPECT_FALSE(store_.remove(one));
+  EXPECT_EQ(errno, EBUSY);
+  EXPECT_EQ(log.all(), error_line("Set a/0000000001.1 is not removed: set a/0000000002.1 builds on it.\n"));
+  EXPECT_EQ(pool_->objects, before);
+  EXPECT_TRUE(store_.remove(two));
+  EXPECT_TRUE(store_.remove(one));
+  EXPECT_TRUE(pool_->objects.empty());
+}
+
+TEST_F(Removal, OneThatHasToStayKeepsAllOfThem) {
+  const Set_Id one = make_set(1);
+  const Set_Id two = make_set(2, {one.dir()});
+  const Set_Id three = make_set(3, {one.dir()});
+  Log_Capture log;
+  EXPECT_FALSE(store_.remove({two, one}));
+  EXPECT_EQ(errno, EBUSY);
+  EXPECT_EQ(left(), (Dirs{one.dir(), two.dir(), three.dir()}));
+}
+
+TEST_F(Removal, SetsGoBeforeThoseTheyBuildOnWhereverItStops) {
+  for (int nth = 0;; ++nth) {
+    pool_->objects.clear();
+    // The numbers wrap around, and so tell nothing of the order.
+    const Set_Id one = make_set(4294967295u);
+    const Set_Id two = make_set(0, {one.dir()});
+    const Set_Id three = make_set(1, {two.dir(), one.dir()});
+    const Set_Id other = make_set(7, {}, "b");
+    Fault_Plan plan(Fault_Plan::REMOVE, nth);
+    Set_Store failing(std::make_shared<Faulty_Client_IO>(*storage_, plan));
+    Log_Capture log;
+    const bool done = failing.remove({two, one, three});
+    const Dirs dirs = left();
+    const auto has = [&](const Set_Id& id) { return std::find(dirs.begin(), dirs.end(), id.dir()) != dirs.end(); };
+    EXPECT_TRUE(has(one) || !has(two)) << nth;
+    EXPECT_TRUE((has(one) && has(two)) || !has(three)) << nth;
+    EXPECT_TRUE(has(other));
+    EXPECT_EQ(done, !plan.struck());
+    if (done) {
+      EXPECT_EQ(dirs.size(), 1u);
+      break;
+    }
+  }
+}
+
+TEST_F(Removal, ADamagedRecordNeedsNothing) {
+  const Set_Id one = make_set(1);
+  const Set_Id two = make_set(2, {one.dir()});
+  pool_->objects[two.dir() + "/commit"][70] ^= 1;
+  Log_Capture log;
+  EXPECT_EQ(dependents_of(one), Dirs{});
+  EXPECT_TRUE(store_.remove(one));
+}
+
+TEST_F(Removal, ARecordThatCannotBeReadStopsIt) {
+  const Set_Id one = make_set(1);
+  make_set(2, {one.dir()});
+  const auto before = pool_->objects;
+  Fault_Plan plan(Fault_Plan::OPEN, 0, EIO);
+  Set_Store failing(std::make_shared<Faulty_Client_IO>(*storage_, plan));
+  Log_Capture log;
+  EXPECT_FALSE(failing.remove(one));
+  EXPECT_EQ(errno, EIO);
+  EXPECT_EQ(pool_->objects, before);
+}
+
+TEST_F(Removal, SetsThatNeedEachOtherInACircleGoToo) {
+  const Set_Id one = make_set(1);
+  const Set_Id two = make_set(2, {one.dir()});
+  Commit_Record record;
+  ASSERT_TRUE(store_.read(one.dir(), record));
+  record.base = two.dir();
+  record.chain = {{two.dir(), "uuid"}};
+  pool_->objects[one.dir() + "/commit"] = record.to_text();
+  EXPECT_TRUE(store_.remove({one, two}));
+  EXPECT_TRUE(pool_->objects.empty());
+}
+
+TEST_F(Removal, ASweepLeavesWhatAChainNames) {
+  const Set_Id one = make_set(1);
+  make_set(2, {one.dir()});
+  pool_->objects.erase(one.dir() + "/commit");
+  put("a/0000000003.1/catalog");
+  ASSERT_TRUE(store_.sweep());
+  EXPECT_TRUE(pool_->objects.count("a/0000000001.1/catalog"));
+  EXPECT_FALSE(pool_->objects.count("a/0000000003.1/catalog"));
+}
+
+TEST_F(Removal, ASetIsNotCommittedWithoutTheSetsOfItsChain) {
+  put("a/0000000002.1/catalog");
+  Commit_Record record;
+  record.objects = {{"catalog", 5, std::string(32, '0')}};
+  record.base = "a/0000000001.1";
+  record.chain = {{"a/0000000001.1", "uuid"}};
+  Log_Capture log;
+  EXPECT_FALSE(store_.commit({"a", 2, 1}, record));
+  EXPECT_EQ(errno, ENOENT);
+  EXPECT_EQ(log.all(), error_line("Object \"a/0000000001.1/commit\" is missing.\n"));
+  EXPECT_EQ(left(), Dirs{});
+}
+
+TEST_F(Removal, ObjectsAreCountedAndMeasured) {
+  const Set_Id one = make_set(1);
+  Commit_Record record;
+  ASSERT_TRUE(store_.read(one.dir(), record));
+  std::string problem = "none";
+  EXPECT_TRUE(store_.has_objects(one.dir(), record, problem));
+  EXPECT_EQ(problem, "none");
+  pool_->objects[one.dir() + "/catalog"] += "x";
+  EXPECT_FALSE(store_.has_objects(one.dir(), record, problem));
+  EXPECT_EQ(problem, "object a/0000000001.1/catalog has another size");
+  pool_->objects.erase(one.dir() + "/catalog");
+  EXPECT_FALSE(store_.has_objects(one.dir(), record, problem));
+  EXPECT_EQ(problem, "object a/0000000001.1/catalog is missing");
+  Fault_Plan plan(Fault_Plan::LIST, 0, EIO);
+  Set_Store failing(std::make_shared<Faulty_Client_IO>(*storage_, plan));
+  Log_Capture log;
+  EXPECT_FALSE(failing.has_objects(one.dir(), record, problem));
+  EXPECT_EQ(problem, "the objects cannot be listed (Input/output error)");
+}
+
+}  // namespace
