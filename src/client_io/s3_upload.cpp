@@ -42,6 +42,11 @@ S3_Upload::~S3_Upload() {
   errno = error;
 }
 
+std::string S3_Upload::reason() const {
+  const std::lock_guard<std::mutex> guard(lock_);
+  return reason_;
+}
+
 bool S3_Upload::begin() {
   // Before there is an upload, so that no sweep takes it for a dead one.
   S3_Living_Uploads::add(S3_Living_Uploads::place(session_.settings(), object_.name));

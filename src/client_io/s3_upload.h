@@ -50,7 +50,7 @@ class S3_Upload {
   /// Waits for all parts and puts them together under the object's name.
   [[nodiscard]] bool finish();
 
-  const std::string& reason() const { return reason_; }
+  std::string reason() const;
 
  private:
   void work();
@@ -64,17 +64,17 @@ class S3_Upload {
   S3_Session& session_;
   const S3_New_Object& object_;
   std::atomic<bool>& stop_;
-  std::string id_;      // of the upload; empty: none
-  std::string reason_;  // guarded by lock_ while threads run
+  std::string id_;  // of the upload; empty: none
   bool finished_ = false;
 
-  std::mutex lock_;
+  mutable std::mutex lock_;
   std::condition_variable changed_;
   std::deque<S3_Part> waiting_;       // guarded by lock_
   std::map<int, std::string> etags_;  // guarded by lock_
   size_t on_the_way_ = 0;             // guarded by lock_: bytes waiting or being sent
   size_t idle_ = 0;                   // guarded by lock_: threads without a part
   int error_ = 0;                     // guarded by lock_: the first failure
+  std::string reason_;                // guarded by lock_: of that
   bool no_more_ = false;              // guarded by lock_
   std::vector<std::thread> threads_;
 };

@@ -133,7 +133,7 @@ bool S3_Writer::put_whole() {
 
 bool S3_Writer::fail(const char* operation) {
   error_ = errno;
-  if (upload_ && !upload_->reason().empty()) reason_ = upload_->reason();
+  if (upload_) reason_ = upload_->reason();
   if (error_ != ECANCELED) {
     log_failure(operation, key_, session_.settings().root, reason_);
     discard();
