@@ -25,8 +25,9 @@ bool has_plain_names(const std::string& path) {
 
 }  // namespace
 
+// A set without its catalog is as damaged as one with a bad one.
 void fail_by_catalog(Run_State& state) {
-  state.fail(errno == EBADMSG ? MTF::E_CORRUPT : MTF::E_DOWNLOAD_CAT_ERROR);
+  state.fail(errno == EBADMSG || errno == ENOENT ? MTF::E_CORRUPT : MTF::E_DOWNLOAD_CAT_ERROR);
 }
 
 int Entry_Scan::next(Restore_Item& item) {
