@@ -116,6 +116,11 @@ class Mover_Fixture : public ::testing::Test {
     std::filesystem::create_directory(target_);
   }
 
+  /// The way to the pool: in memory, if a test knows no other.
+  virtual MTF_BACKUP::Channel_Factory_var make_channels(test_support::Fault_Plan* plan) const {
+    return std::make_shared<Memory_Channel_Factory>(pool_, plan);
+  }
+
   bool back_up(const Backup_Args& args) {
     make_handler();
     MTF::Metadata metadata;
@@ -129,7 +134,7 @@ class Mover_Fixture : public ::testing::Test {
     backup.seq(args.seq);
     backup.incremental(args.incremental);
     backup.callback_factory(MTF::IBackup_Callback_Factory_var(new Posix_Backup_Factory(args.hook)));
-    backup.channel_factory(std::make_shared<Memory_Channel_Factory>(pool_, args.plan));
+    backup.channel_factory(make_channels(args.plan));
     for (const std::string& source : args.sources.empty() ? std::vector<std::string>{source_} : args.sources)
       backup.add_source(source);
     const bool ok = backup.backup(args.name);
@@ -160,7 +165,7 @@ class Mover_Fixture : public ::testing::Test {
     restore.path_converter(
         MTF_FS::create_transform_path_converter("/", rules, false, MTF::IPath_Converter_var(nullptr)));
     restore.callback_factory(MTF::IRestore_Callback_Factory_var(new Posix_Restore_Factory(args.hook)));
-    restore.channel_factory(std::make_shared<Memory_Channel_Factory>(pool_, args.plan));
+    restore.channel_factory(make_channels(args.plan));
     const bool ok = restore.restore(args.name);
     keep(restore.err_code(), restore.size(), restore.set_size());
     return ok;
@@ -172,7 +177,7 @@ class Mover_Fixture : public ::testing::Test {
   /// The commit records in the pool.
   std::vector<MTF_BACKUP::Commit_Record> sets() {
     std::vector<MTF_BACKUP::Commit_Record> records;
-    MTF_BACKUP::Set_Store store(std::make_shared<test_support::Memory_Client_IO>(pool_));
+    MTF_BACKUP::Set_Store store(make_channels(nullptr)->storage());
     EXPECT_TRUE(store.list([&](const MTF_BACKUP::Set_Id&, const MTF_BACKUP::Commit_Record& record) {
       records.push_back(record);
       return true;

@@ -1,0 +1,113 @@
+// Every call by which a pool in a directory, or a target, is written fails in turn, under the whole data mover.
+#include "client_io/test/posix_faults.h"
+#include "mtf_backup/test/file_pool.h"
+
+using namespace mover_test;
+using test_support::Log_Capture;
+
+namespace {
+
+namespace fs = std::filesystem;
+
+class Mover_Faults : public File_Pool_Fixture {
+ protected:
+  void SetUp() override {
+    for (int i = 0; i < 8; ++i) write("d" + std::to_string(i % 3) + "/f" + std::to_string(i), noise(3000, i));
+    write("large", noise((2u << 20) + 77));
+  }
+
+  /// A failure of every single call, until one run makes fewer.
+  void fail_backups(posix_faults::Call call, int error, int least) {
+    ASSERT_TRUE(back_up({.channels = 2}));
+    const auto before = pool_files();
+    int failures = 0;
+    for (int nth = 0;; ++nth) {
+      SCOPED_TRACE(nth);
+      Log_Capture log;
+      posix_faults::fail(call, nth, error);
+      const bool ok = back_up({.compression = COMPR_ZSTD, .channels = 2, .seq = 1});
+      if (!posix_faults::stop()) {
+        ASSERT_TRUE(ok) << log.all();
+        break;
+      }
+      if (ok) {  // not every close is of an object
+        ASSERT_EQ(2u, sets().size());
+        ASSERT_TRUE(MTF_BACKUP::Set_Store(make_channels(nullptr)->storage()).remove({"volume", 2, 1}));
+        continue;
+      }
+      ++failures;
+      EXPECT_THAT((std::vector<MTF::Error_Code>{MTF::E_OPEN_MEDIA, MTF::E_WRITE_TO_STORAGE, MTF::E_ADD_TO_CATALOG}),
+                  ::testing::Contains(code_));
+      EXPECT_TRUE(log.has_containing(LM_ERROR, strerror(error))) << log.all();
+      EXPECT_FALSE(log.has_containing(LM_ERROR, "Failed to back up")) << "taken for a read error";
+      ASSERT_TRUE(before == pool_files());
+      ASSERT_LT(nth, 5000);
+    }
+    EXPECT_GE(failures, least);
+    EXPECT_EQ(2u, sets().size());
+    for (const unsigned seq : {1u, 2u}) {
+      clear_target();
+      EXPECT_TRUE(restore({.seq = seq}));
+      EXPECT_EQ("", differences());
+    }
+  }
+
+  /// The same for what a restore writes.
+  void fail_restores(posix_faults::Call call, int error, int least) {
+    ASSERT_TRUE(back_up({.channels = 2}));
+    int failures = 0;
+    for (int nth = 0;; ++nth) {
+      SCOPED_TRACE(nth);
+      clear_target();
+      Log_Capture log;
+      posix_faults::fail(call, nth, error);
+      const bool ok = restore();
+      const bool struck = posix_faults::stop();
+      EXPECT_EQ("", ok ? differences() : "") << log.all();
+      if (!struck) {
+        ASSERT_TRUE(ok) << log.all();
+        break;
+      }
+      if (ok) continue;
+      ++failures;
+      EXPECT_NE(MTF::E_CORRUPT, code_) << log.all();
+      EXPECT_FALSE(log.texts(LM_ERROR).empty());
+      for (const auto& entry : fs::recursive_directory_iterator(target_)) {
+        if (!entry.is_regular_file()) continue;
+        const std::string name = entry.path().string().substr(target_.size());
+        ASSERT_TRUE(fs::exists(source_ + name)) << name << " is left over";
+        ASSERT_TRUE(test_support::read_file(source_ + name) == test_support::read_file(entry.path().string())) << name;
+      }
+      ASSERT_LT(nth, 5000);
+    }
+    EXPECT_GE(failures, least);
+  }
+};
+
+TEST_F(Mover_Faults, EveryWriteThatFindsNoSpaceEndsTheBackup) {
+  fail_backups(posix_faults::WRITE, ENOSPC, 6);
+}
+TEST_F(Mover_Faults, EveryWriteOverTheQuotaEndsTheBackup) {
+  fail_backups(posix_faults::WRITE, EDQUOT, 6);
+}
+TEST_F(Mover_Faults, EveryFailedSyncEndsTheBackup) {
+  fail_backups(posix_faults::FSYNC, EIO, 6);
+}
+TEST_F(Mover_Faults, EveryObjectThatFailsAtCloseEndsTheBackup) {
+  fail_backups(posix_faults::CLOSE, EIO, 6);
+}
+TEST_F(Mover_Faults, EveryFailedRenameEndsTheBackup) {
+  fail_backups(posix_faults::RENAME, EIO, 6);
+}
+
+TEST_F(Mover_Faults, FailedReadsOfThePoolAreNoDamage) {
+  fail_restores(posix_faults::PREAD, EIO, 4);
+}
+TEST_F(Mover_Faults, FailedWritesOfTheTargetLeaveNoHalfFile) {
+  fail_restores(posix_faults::WRITE, EIO, 9);
+}
+TEST_F(Mover_Faults, FullTargetLeavesNoHalfFile) {
+  fail_restores(posix_faults::WRITE, ENOSPC, 9);
+}
+
+}  // namespace
