@@ -15,6 +15,7 @@
 #include "kolt/encryption.h"
 #include "kolt/export.h"
 #include "kolt/rate_controller.h"
+#include "kolt/secure_memory.h"
 
 /// How a deduplicating store is reached from this node.
 enum D2T_Access_Mode { D2T_Access_Auto = 0, D2T_Access_LAN_Base = 1, D2T_Access_RPC = 2 };
@@ -31,14 +32,15 @@ enum D2T_Access_Mode { D2T_Access_Auto = 0, D2T_Access_LAN_Base = 1, D2T_Access_
  * whether these are failures is the caller's to say. errno is EINVAL (key), ENOENT, EEXIST (commit() on a key that
  * exists, without Options::overwrite), ENOMEM, ECANCELED, or what the storage said (EIO, ENOSPC, EDQUOT, EACCES, ...).
  *
- * Repetition: what the driver can repeat safely it repeats itself; a failure that comes out is final for that object.
+ * Repetition: a client of make_client_io() rides out failures that may pass, under Options::max_seconds_retry; a
+ * failure that comes out is final for that object.
  *
  * Threads: all operations may be called from any thread. One Writer belongs to one thread at a time; a Reader may be
  * read by several threads at once. The client outlives its writers and readers.
  */
 class TESSARIN_API Client_IO_Base {
  public:
-  /// The client's settings. Plain values; a driver takes a copy.
+  /// The client's settings. Plain values; a driver takes a copy. The key is wiped when they go.
   struct TESSARIN_API Options {
     typedef std::map<unsigned int, std::string> node_addresses_type;
     typedef std::map<std::string, std::string> extra_options_type;
@@ -68,6 +70,8 @@ class TESSARIN_API Client_IO_Base {
     extra_options_type extra_options;
     std::vector<std::string> scan_initiators;
 
+    ~Options() { secure_memset(key, 0, sizeof key); }
+
     /// Sets or replaces an option by name. Options that a driver does not know have no effect.
     void set_extra_option(const char* name, const std::string& value) { extra_options[name] = value; }
   };
@@ -85,14 +89,26 @@ class TESSARIN_API Client_IO_Base {
   class TESSARIN_API Writer {
    public:
     virtual ~Writer() = default;
-    /// Appends @a n bytes. After false the object can only be destroyed: every later call fails with the first errno
-    /// and logs nothing more.
+    /// Appends @a n bytes. After false the object can only be destroyed, or resumed: every later call fails with the
+    /// first errno and logs nothing more.
     [[nodiscard]] virtual bool write(const void* data, size_t n) = 0;
     /// Makes the object durable and then visible under its key, at once and as a whole. When true comes back it
-    /// survives a power cut. After false nothing of it remains.
+    /// survives a power cut. After false nothing of it remains, but where it could be resumed: then it goes with the
+    /// writer.
     [[nodiscard]] virtual bool commit() = 0;
     /// Bytes written so far.
     virtual uint64_t size() const = 0;
+
+    // For Retrying_Client_IO. A driver that rides out failures itself has no need of them, nor have other callers.
+
+    /// Hands the first @a n bytes over to the storage for good: no failure that passes can take them back. May wait for
+    /// what is under way. Errors as of write().
+    [[nodiscard]] virtual bool settle(uint64_t n);
+    /// After a failure that may pass: makes the writer usable again.
+    /// @param settled  bytes that a successful settle() was told.
+    /// @return from where on the bytes have to be written again, not below @a settled; size() is that as well. -1 with
+    ///   errno, not logged, if it can't be; ENOTSUP: never.
+    [[nodiscard]] virtual int64_t resume(uint64_t settled);
   };
 
   /// A finished object. Its bytes never change.

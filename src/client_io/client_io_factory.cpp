@@ -7,9 +7,10 @@
 #include "ace/Log_Msg.h"
 #include "client_io/file_client_io.h"
 #include "client_io/object_key.h"
-#include "client_io/rate_limited_client_io.h"
+#include "client_io/pool_encryption.h"
 #include "client_io/s3_client_io.h"
 #include "client_io/s3_settings.h"
+#include "client_io/wrap_driver.h"
 #include "kolt/pool_info.h"
 #include "kolt/printable.h"
 
@@ -27,10 +28,6 @@ std::string_view strip(std::string_view path) {
   while (path.starts_with('/')) path.remove_prefix(1);
   while (path.ends_with('/')) path.remove_suffix(1);
   return path;
-}
-
-bool has_rate_limits(const Rate_Limits& limits) {
-  return !limits.dest_rate_limits.empty() || !limits.src_rate_limits.empty();
 }
 
 std::unique_ptr<Client_IO_Base> make_driver(const Pool_Info& pool, std::string_view path,
@@ -53,15 +50,6 @@ std::unique_ptr<Client_IO_Base> make_driver(const Pool_Info& pool, std::string_v
   return driver;
 }
 
-std::unique_ptr<Client_IO_Base> with_limits(std::unique_ptr<Client_IO_Base> client,
-                                            const Client_IO_Base::Options& options) {
-  if (!client || !has_rate_limits(options.rate_limits)) return client;
-  std::unique_ptr<Client_IO_Base> limited(new (std::nothrow)
-                                              Rate_Limited_Client_IO(std::move(client), options.rate_limits));
-  if (!limited) errno = ENOMEM;
-  return limited;
-}
-
 }  // namespace
 
 std::shared_ptr<Client_IO_Base> make_client_io(const Pool_Info& pool, const std::string& uri_path,
@@ -71,10 +59,11 @@ std::shared_ptr<Client_IO_Base> make_client_io(const Pool_Info& pool, const std:
   const std::string_view scheme = url.substr(0, url.find("://"));
   if (!url.starts_with(file_scheme) && !url.starts_with(s3_scheme))
     return refuse("Storage pools of this kind are not supported", scheme, ENOTSUP);
-  if (pool.cipher != ENCRYPT_NONE)
-    return refuse("Encrypted storage pools are not supported, cipher", std::to_string(pool.cipher), ENOTSUP);
   const std::string_view path = strip(uri_path);
   if (!path.empty() && !client_io::is_key(path))
     return refuse("The path in the storage pool is not allowed", uri_path, EINVAL);
-  return with_limits(make_driver(pool, path, options), options);
+  client_io::Pool_Encryption encryption;
+  if (!client_io::read_encryption(pool, options, encryption)) return nullptr;
+  const bool repeats_itself = url.starts_with(s3_scheme);
+  return client_io::wrap_driver(make_driver(pool, path, options), options, std::move(encryption), repeats_itself);
 }

@@ -11,13 +11,14 @@
 
 #include "client_io/file_tree.h"
 #include "client_io/object_key.h"
+#include "client_io/patience.h"
 
 namespace client_io {
 
 namespace {
 
 constexpr mode_t file_mode = 0600;
-constexpr uint64_t writeback_step = uint64_t(8) << 20;
+constexpr uint64_t writeback_step = uint64_t(2) << 20;
 
 std::string random_name() {
   unsigned char bytes[12];
@@ -67,16 +68,20 @@ bool File_Writer::make_unfinished() {
   flock(file_.get(), LOCK_EX);  // where locks do not work nothing is ever swept, see File_Client_IO::sweep()
   struct stat st;
   if (fstat(file_.get(), &st) != 0) return false;
+  device_ = st.st_dev;
+  inode_ = st.st_ino;
   if (st.st_nlink > 0) return true;
   errno = ENOENT;
   return false;
 }
 
+bool File_Writer::is_usable() {
+  errno = committed_ ? EINVAL : error_;
+  return errno == 0;
+}
+
 bool File_Writer::write(const void* data, size_t n) {
-  if (error_ != 0 || !file_) {
-    errno = error_ != 0 ? error_ : EINVAL;
-    return false;
-  }
+  if (!is_usable()) return false;
   if (!put(static_cast<const char*>(data), n)) return fail("write");
   start_writeback();
   return true;
@@ -107,41 +112,78 @@ void File_Writer::start_writeback() {
   writeback_ = size_;
 }
 
-bool File_Writer::commit() {
-  if (error_ != 0 || !file_) {
-    errno = error_ != 0 ? error_ : EINVAL;
-    return false;
+bool File_Writer::settle(uint64_t n) {
+  if (!is_usable()) return false;
+  const int flags = SYNC_FILE_RANGE_WAIT_BEFORE | SYNC_FILE_RANGE_WRITE | SYNC_FILE_RANGE_WAIT_AFTER;
+  return sync_file_range(file_.get(), 0, static_cast<off64_t>(n), flags) == 0 || fail("write");
+}
+
+// A failed sync may have dropped what was not settled, so all of that is written again.
+int64_t File_Writer::resume(uint64_t settled) {
+  if (closed_) {
+    error_ = 0;
+    return static_cast<int64_t>(size_);
   }
+  const off_t offset = static_cast<off_t>(settled);
+  if (!file_ || ftruncate(file_.get(), offset) != 0 || lseek(file_.get(), offset, SEEK_SET) != offset) {
+    if (!file_) errno = ENOTSUP;
+    return -1;
+  }
+  size_ = settled;
+  writeback_ = std::min(writeback_, settled);
+  error_ = 0;
+  return offset;
+}
+
+bool File_Writer::commit() {
+  if (!is_usable()) return false;
   if (*settings_.canceled) {
     errno = ECANCELED;
     return fail("commit");
   }
-  if (!sync_and_close() || !publish()) return fail("commit");
+  if ((!closed_ && !sync_and_close()) || !publish()) return fail("commit");
   return true;
 }
 
 // Closed before it gets its name: some filesystems tell of a failed write only here.
 bool File_Writer::sync_and_close() {
   if (settings_.flush && fsync(file_.get()) != 0) return false;
-  return ::close(file_.release()) == 0;
+  closed_ = ::close(file_.release()) == 0;
+  return closed_;
 }
 
 bool File_Writer::publish() {
   const std::string name(last_part(settings_.key));
-  const int renamed = settings_.overwrite
-                          ? renameat(directory_.get(), unfinished_.c_str(), directory_.get(), name.c_str())
-                          : rename_new(directory_.get(), unfinished_.c_str(), name.c_str());
-  if (renamed != 0) return false;
+  if (unfinished_ != name && !give_name(name)) return false;
   unfinished_ = name;  // until it is durable it is taken back on failure
   if (settings_.flush && fsync(directory_.get()) != 0) return false;
   committed_ = true;
   return true;
 }
 
+// A network filesystem may have renamed the file and yet have told of a failure.
+bool File_Writer::give_name(const std::string& name) {
+  const int renamed = settings_.overwrite
+                          ? renameat(directory_.get(), unfinished_.c_str(), directory_.get(), name.c_str())
+                          : rename_new(directory_.get(), unfinished_.c_str(), name.c_str());
+  if (renamed == 0) return true;
+  const int error = errno;
+  const bool has = has_name(name);
+  if (has) unlinkat(directory_.get(), unfinished_.c_str(), 0);  // where it was linked
+  errno = error;
+  return has;
+}
+
+bool File_Writer::has_name(const std::string& name) const {
+  struct stat st;
+  return fstatat(directory_.get(), name.c_str(), &st, AT_SYMLINK_NOFOLLOW) == 0 && st.st_dev == device_ &&
+         st.st_ino == inode_;
+}
+
 bool File_Writer::fail(const char* operation) {
   error_ = errno;
   if (error_ != ECANCELED) log_failure(operation, settings_.key, settings_.root);
-  discard();
+  if (!may_pass(error_, Patience::WRITING)) discard();
   errno = error_;
   return false;
 }

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <sys/types.h>
+
 #include <atomic>
 #include <memory>
 #include <string>
@@ -29,6 +31,8 @@ class File_Writer : public Client_IO_Base::Writer {
   bool write(const void* data, size_t n) override;
   bool commit() override;
   uint64_t size() const override { return size_; }
+  bool settle(uint64_t n) override;
+  int64_t resume(uint64_t settled) override;
 
  private:
   bool make_unfinished();
@@ -36,6 +40,9 @@ class File_Writer : public Client_IO_Base::Writer {
   void start_writeback();
   bool sync_and_close();
   bool publish();
+  bool give_name(const std::string& name);
+  bool has_name(const std::string& name) const;
+  bool is_usable();
   bool fail(const char* operation);
   void discard();
 
@@ -43,6 +50,9 @@ class File_Writer : public Client_IO_Base::Writer {
   Posix_Fd directory_;
   Posix_Fd file_;
   std::string unfinished_;  // name in directory_; empty when there is none
+  dev_t device_ = 0;
+  ino_t inode_ = 0;
+  bool closed_ = false;  // whole, synced and closed
   bool committed_ = false;
   uint64_t size_ = 0;
   uint64_t writeback_ = 0;  // up to here the kernel was told to start writing

@@ -4,6 +4,8 @@
 #include <cerrno>
 
 #include "ace/Log_Msg.h"
+#include "ace/OS_NS_string.h"
+#include "client_io/held_failure.h"
 #include "kolt/printable.h"
 
 namespace client_io {
@@ -41,8 +43,10 @@ void log_failure(const char* operation, std::string_view key, const std::string&
 
 void log_failure(const char* operation, std::string_view key, const std::string& root, const std::string& detail) {
   const int error = errno;
-  ACE_ERROR((LM_ERROR, ACE_TEXT("Failed to %C object \"%C\" in \"%C\": %m%C.\n"), operation, printable(key).c_str(),
-             printable(root).c_str(), detail.empty() ? "" : (" (" + detail + ")").c_str()));
+  const std::string line = std::string("Failed to ") + operation + " object \"" + printable(key) + "\" in \"" +
+                           printable(root) + "\": " + ACE_OS::strerror(error) +
+                           (detail.empty() ? "" : " (" + detail + ")") + ".";
+  if (!Held_Failure::keep(line)) ACE_ERROR((LM_ERROR, ACE_TEXT("%C\n"), line.c_str()));
   errno = error;
 }
 

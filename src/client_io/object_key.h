@@ -16,7 +16,8 @@ TESSARIN_API bool is_key_component(std::string_view name);
 /// Whether @a key has the form that Client_IO_Base asks for.
 TESSARIN_API bool is_key(std::string_view key);
 
-/// Logs "Failed to <operation> object "<key>" in "<root>": <reason of errno>." at LM_ERROR; errno stays.
+/// Logs "Failed to <operation> object "<key>" in "<root>": <reason of errno>." at LM_ERROR, unless a
+/// Held_Failure keeps the line; errno stays.
 void log_failure(const char* operation, std::string_view key, const std::string& root);
 /// The same with "<reason of errno> (<detail>)."; an empty detail is left out.
 void log_failure(const char* operation, std::string_view key, const std::string& root, const std::string& detail);

@@ -58,6 +58,8 @@ class Limited_Writer : public Client_IO_Base::Writer {
   }
   bool commit() override { return next_->commit(); }
   uint64_t size() const override { return next_->size(); }
+  bool settle(uint64_t n) override { return next_->settle(n); }
+  int64_t resume(uint64_t settled) override { return next_->resume(settled); }
 
  private:
   const std::unique_ptr<Writer> next_;

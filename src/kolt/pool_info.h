@@ -6,6 +6,7 @@
 #include "json_spirit/value_fwd.h"
 #include "kolt/encryption.h"
 #include "kolt/export.h"
+#include "kolt/secure_memory.h"
 
 /// What a job's JSON tells about its storage pool.
 struct TESSARIN_API Pool_Info {
@@ -30,6 +31,9 @@ struct TESSARIN_API Pool_Info {
   std::string dedup_backend_type;
   Ext_Attrs_T default_s3;
   bool s3_enabled = false;
+
+  /// Wipes the key.
+  ~Pool_Info() { secure_memset(key.data(), 0, key.size()); }
 
   /**
    * Reads a description; every member is optional and one of another kind counts as absent.

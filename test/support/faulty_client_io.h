@@ -7,6 +7,7 @@
 
 #include "client_io/client_io_base.h"
 #include "client_io/object_key.h"
+#include "kolt/clock.h"
 
 namespace test_support {
 
@@ -14,11 +15,24 @@ namespace test_support {
 class Fault_Plan {
  public:
   /// Operations that are counted together.
-  enum Kind { CREATE = 1, WRITE = 2, COMMIT = 4, OPEN = 8, READ = 16, LIST = 32, REMOVE = 64, ALL = 127 };
+  enum Kind { CREATE = 1, WRITE = 2, COMMIT = 4, OPEN = 8, READ = 16, LIST = 32, REMOVE = 64, SWEEP = 128, ALL = 255 };
 
   /// The @a nth operation (from 0) of @a kinds fails with @a error, and with @a for_good all that follow it too.
   Fault_Plan(int kinds, int nth, int error = EIO, bool for_good = false)
       : kinds_(kinds), nth_(nth), error_(error), for_good_(for_good) {}
+
+  /// From the @a nth operation (from 0) on all fail with @a error for so many seconds of kolt::clock().
+  static Fault_Plan away(int nth, time_t seconds, int error) {
+    Fault_Plan plan(ALL, nth, error, true);
+    plan.seconds_ = seconds;
+    return plan;
+  }
+  Fault_Plan(Fault_Plan&& other) noexcept
+      : kinds_(other.kinds_),
+        nth_(other.nth_),
+        error_(other.error_),
+        for_good_(other.for_good_),
+        seconds_(other.seconds_) {}
 
   /// Whether a fault came up, so that a loop over nth knows when it has passed the last operation.
   bool struck() const { return struck_; }
@@ -28,6 +42,10 @@ class Fault_Plan {
     if ((kinds_ & kind) == 0) return false;
     const int number = count_++;
     if (number != nth_ && (number < nth_ || !for_good_)) return false;
+    time_t none = 0;
+    const time_t now = kolt::clock().now();
+    since_.compare_exchange_strong(none, now);
+    if (seconds_ != 0 && now >= since_ + seconds_) return false;
     struck_ = true;
     errno = error_;
     client_io::log_failure(operation, key, "faulty");
@@ -39,7 +57,9 @@ class Fault_Plan {
   const int nth_;
   const int error_;
   const bool for_good_;
+  time_t seconds_ = 0;  // 0: no end
   std::atomic<int> count_{0};
+  std::atomic<time_t> since_{0};  // of the first fault
   std::atomic<bool> struck_{false};
 };
 
@@ -64,7 +84,9 @@ class Faulty_Client_IO : public Client_IO_Base {
   bool remove(const std::string& key) override {
     return !plan_.strikes(Fault_Plan::REMOVE, "remove", key) && next_.remove(key);
   }
-  bool sweep(const std::string& prefix) override { return next_.sweep(prefix); }
+  bool sweep(const std::string& prefix) override {
+    return !plan_.strikes(Fault_Plan::SWEEP, "sweep", prefix) && next_.sweep(prefix);
+  }
   void cancel() override { next_.cancel(); }
 
  private:
@@ -77,6 +99,11 @@ class Faulty_Client_IO : public Client_IO_Base {
     }
     bool commit() override { return works(Fault_Plan::COMMIT, "commit") && next_->commit(); }
     uint64_t size() const override { return next_->size(); }
+    bool settle(uint64_t n) override { return works(Fault_Plan::WRITE, "write") && next_->settle(n); }
+    int64_t resume(uint64_t settled) override {
+      error_ = 0;
+      return next_->resume(settled);
+    }
 
    private:
     // The first failure stays, as the contract asks.

@@ -93,6 +93,11 @@ class Memory_Client_IO : public Client_IO_Base {
       return true;
     }
     uint64_t size() const override { return bytes_.size(); }
+    int64_t resume(uint64_t settled) override {
+      bytes_.resize(settled);
+      error_ = 0;
+      return static_cast<int64_t>(settled);
+    }
 
    private:
     Memory_Client_IO& client_;

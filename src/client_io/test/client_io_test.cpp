@@ -101,13 +101,90 @@ TEST_F(Make_Client, APathOutOfThePoolIsRefused) {
                  "The path in the storage pool is not allowed: \"a/../b\".\n");
 }
 
-TEST_F(Make_Client, APoolWithACipherIsRefused) {
+TEST_F(Make_Client, AnUnknownCipherIsRefused) {
+  for (const int cipher : {-1, 5, 4711}) {
+    pool_.cipher = static_cast<Encryption_Algorithm>(cipher);
+    expect_refused("file://" + dir_.path(), "a/b", ENOTSUP,
+                   "The storage pool has an unknown cipher: " + std::to_string(cipher) + ".\n");
+  }
+}
+
+TEST_F(Make_Client, AKeyThatDoesNotFitTheCipherIsRefused) {
+  const std::pair<Encryption_Algorithm, size_t> ciphers[] = {
+      {ENCRYPT_AES_128_CBC, 16}, {ENCRYPT_AES_192_CBC, 24}, {ENCRYPT_AES_256_CBC, 32}, {ENCRYPT_AES_256_GCM, 32}};
+  for (const auto& [cipher, length] : ciphers) {
+    pool_.cipher = cipher;
+    for (const size_t wrong : {size_t(0), length - 1, length + 1, size_t(64)}) {
+      pool_.key = std::string(wrong, 'k');
+      expect_refused("file://" + dir_.path(), "a/b", EINVAL,
+                     "The storage pool's key has " + std::to_string(wrong) + " bytes, but its cipher " +
+                         std::to_string(cipher) + " takes " + std::to_string(length) + ".\n");
+    }
+    pool_.key = std::string(length, 'k');
+    EXPECT_TRUE(make("file://" + dir_.path()));
+  }
+}
+
+TEST_F(Make_Client, TheKeyOfAPoolIsNeverLogged) {
+  pool_.cipher = ENCRYPT_AES_256_GCM;
+  pool_.key = "canary in a key";
+  Log_Capture log;
+  EXPECT_EQ(make("file://" + dir_.path()), nullptr);
+  EXPECT_EQ(log.all().find("canary"), std::string::npos);
+}
+
+// What a client with these settings leaves in the pool.
+class Encrypted_Pool : public Make_Client {
+ protected:
+  std::string stored(const Client_IO_Base::Options& options) {
+    pool_.url = "file://" + dir_.path();
+    const auto client = make_client_io(pool_, "", options);
+    const auto writer = client ? client->create("object") : nullptr;
+    if (!writer || !writer->write("plain text", 10) || !writer->commit()) return "(failed)";
+    const std::string bytes = test_support::read_file(dir_ / "object");
+    EXPECT_TRUE(client->remove("object"));
+    return bytes;
+  }
+  static Client_IO_Base::Options options_with(Encryption_Algorithm cipher) {
+    Client_IO_Base::Options options;
+    options.encryption_algorithm = cipher;
+    options.key_len = 32;
+    options.iv_len = 16;
+    return options;
+  }
+};
+
+TEST_F(Encrypted_Pool, APoolWithoutACipherHoldsPlainObjects) {
+  pool_.key = "a key alone says nothing";
+  EXPECT_EQ(stored({}), "plain text");
+}
+
+TEST_F(Encrypted_Pool, TheCipherOfThePoolIsUsed) {
   pool_.cipher = ENCRYPT_AES_128_CBC;
-  expect_refused("file://" + dir_.path(), "a/b", ENOTSUP,
-                 "Encrypted storage pools are not supported, cipher: \"1\".\n");
-  pool_.cipher = ENCRYPT_UNKNOWN;
-  expect_refused("file://" + dir_.path(), "a/b", ENOTSUP,
-                 "Encrypted storage pools are not supported, cipher: \"-1\".\n");
+  pool_.key = std::string(16, 'k');
+  EXPECT_EQ(stored({})[8], 1);
+}
+
+TEST_F(Encrypted_Pool, TheCipherOfTheOptionsIsUsedWhereThePoolHasNone) {
+  EXPECT_EQ(stored(options_with(ENCRYPT_AES_256_GCM))[8], 4);
+}
+
+TEST_F(Encrypted_Pool, ThePoolWinsOverTheOptions) {
+  pool_.cipher = ENCRYPT_AES_128_CBC;
+  pool_.key = std::string(16, 'k');
+  EXPECT_EQ(stored(options_with(ENCRYPT_AES_256_GCM))[8], 1);
+}
+
+TEST_F(Encrypted_Pool, OptionsWithLengthsBeyondTheirFieldsAreRefused) {
+  auto options = options_with(ENCRYPT_AES_256_GCM);
+  options.key_len = 33;
+  EXPECT_EQ(stored(options), "(failed)");
+  options = options_with(ENCRYPT_AES_256_GCM);
+  options.iv_len = 17;
+  Log_Capture log;
+  EXPECT_EQ(stored(options), "(failed)");
+  EXPECT_EQ(errno, EINVAL);
+  EXPECT_TRUE(log.has(LM_ERROR, "The iv of the storage options has 17 bytes, at most 16 are allowed.\n")) << log.all();
 }
 
 }  // namespace

@@ -2,7 +2,9 @@
 #include <cstring>
 
 #include "client_io/file_client_io.h"
+#include "client_io/retrying_client_io.h"
 #include "client_io/test/posix_faults.h"
+#include "support/fake_clock.h"
 #include "support/log_capture.h"
 #include "support/temp_dir.h"
 
@@ -121,6 +123,81 @@ TEST_F(File_Faults, WithoutFlushNothingIsSyncedAtTheCommit) {
   EXPECT_TRUE(writer && writer->write("x", 1) && writer->commit());
   EXPECT_EQ(posix_faults::calls(), 0);
   posix_faults::stop();
+}
+
+/// Failures that pass, with somebody who tries again.
+class File_Outages : public File_Faults {
+ protected:
+  File_Outages() { options_.resumption_buffer_size = 300'000; }
+
+  bool store() {
+    Retrying_Client_IO client(std::make_unique<File_Client_IO>(root_, options_), options_);
+    const auto writer = client.create("a/b/object");
+    if (!writer) return false;
+    for (size_t at = 0; at < bytes_.size(); at += 70'000)
+      if (!writer->write(bytes_.data() + at, std::min<size_t>(70'000, bytes_.size() - at))) return false;
+    return writer->commit();
+  }
+
+  // Each call fails in turn, and nothing shows it but two warnings.
+  void expect_ridden_out(posix_faults::Call call, int least) {
+    for (int nth = 0;; ++nth) {
+      SCOPED_TRACE(nth);
+      fs::remove_all(root_);
+      test_support::Log_Capture log;
+      posix_faults::fail(call, nth, ETIMEDOUT);
+      EXPECT_TRUE(store()) << log.all();
+      if (!posix_faults::stop()) {
+        EXPECT_GE(nth, least);
+        return;
+      }
+      EXPECT_TRUE(test_support::read_file(root_ + "/a/b/object") == bytes_);
+      EXPECT_EQ(std::distance(fs::directory_iterator(root_ + "/a/b"), fs::directory_iterator()), 1);
+      EXPECT_EQ(log.texts(LM_WARNING).size(), 2u) << log.all();
+      EXPECT_EQ(log.lines().size(), 2u) << log.all();
+    }
+  }
+
+  const test_support::Fake_Clock clock_;
+  Client_IO_Base::Options options_;
+  const std::string bytes_ = [] {
+    std::string made(1'000'000, '\0');
+    for (size_t i = 0; i < made.size(); ++i) made[i] = static_cast<char>(i / 1000 + i);
+    return made;
+  }();
+};
+
+TEST_F(File_Outages, AWriteIsMadeAgain) {
+  expect_ridden_out(posix_faults::WRITE, 14);
+}
+TEST_F(File_Outages, AfterAFailedSyncWhatItMayHaveLostIsWrittenAgain) {
+  expect_ridden_out(posix_faults::FSYNC, 4);
+}
+TEST_F(File_Outages, BytesThatCouldNotBeSettledAreWrittenAgain) {
+  expect_ridden_out(posix_faults::SETTLE, 3);
+}
+TEST_F(File_Outages, ARenameIsMadeAgain) {
+  expect_ridden_out(posix_faults::RENAME, 1);
+}
+
+TEST_F(File_Outages, ARenameThatTookPlaceInSpiteOfItsFailureIsASuccess) {
+  test_support::Log_Capture log;
+  posix_faults::fail(posix_faults::RENAME_DONE, 0, ETIMEDOUT);
+  EXPECT_TRUE(store());
+  EXPECT_TRUE(posix_faults::stop());
+  EXPECT_TRUE(test_support::read_file(root_ + "/a/b/object") == bytes_);
+  EXPECT_EQ(log.all(), "");
+}
+
+TEST_F(File_Outages, WhatTheStorageKeepsFailingLeavesNothing) {
+  options_.max_seconds_retry = 0;
+  for (const auto call : {posix_faults::WRITE, posix_faults::FSYNC, posix_faults::RENAME, posix_faults::CLOSE}) {
+    fs::remove_all(root_);
+    posix_faults::fail(call, call == posix_faults::FSYNC ? 4 : 0, ETIMEDOUT);
+    EXPECT_FALSE(store());
+    EXPECT_TRUE(posix_faults::stop());
+    EXPECT_TRUE(is_empty());
+  }
 }
 
 }  // namespace

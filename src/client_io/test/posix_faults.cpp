@@ -1,6 +1,7 @@
 #include "client_io/test/posix_faults.h"
 
 #include <errno.h>
+#include <fcntl.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
@@ -70,7 +71,13 @@ int close(int fd) {
 
 int renameat2(int old_dir, const char* old_name, int new_dir, const char* new_name, unsigned flags) noexcept {
   if (strikes(posix_faults::RENAME)) return -1;
-  return static_cast<int>(syscall(SYS_renameat2, old_dir, old_name, new_dir, new_name, flags));
+  const int renamed = static_cast<int>(syscall(SYS_renameat2, old_dir, old_name, new_dir, new_name, flags));
+  return strikes(posix_faults::RENAME_DONE) ? -1 : renamed;
+}
+
+int sync_file_range(int fd, off_t from, off_t count, unsigned flags) {
+  if ((flags & SYNC_FILE_RANGE_WAIT_AFTER) != 0 && strikes(posix_faults::SETTLE)) return -1;
+  return static_cast<int>(syscall(SYS_sync_file_range, fd, from, count, flags));
 }
 
 ssize_t pread(int fd, void* to, size_t n, off_t offset) {

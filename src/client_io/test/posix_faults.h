@@ -3,7 +3,16 @@
 // Makes chosen calls of the C library fail in this test program, by standing in their place.
 namespace posix_faults {
 
-enum Call { WRITE, FSYNC, CLOSE, RENAME, PREAD, CALLS };
+enum Call {
+  WRITE,
+  FSYNC,
+  SETTLE,  ///< sync_file_range() that waits
+  CLOSE,
+  RENAME,
+  RENAME_DONE,  ///< a rename that takes place and yet fails
+  PREAD,
+  CALLS
+};
 
 /// From now on the @a nth call (from 0) of @a call fails with @a error. One plan at a time.
 void fail(Call call, int nth, int error);

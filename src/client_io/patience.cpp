@@ -1,0 +1,101 @@
+#include "client_io/patience.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <chrono>
+#include <climits>
+#include <cstring>
+#include <string>
+
+#include "ace/Log_Msg.h"
+#include "client_io/held_failure.h"
+#include "kolt/clock.h"
+#include "kolt/exponential_backoff_iterator.h"
+
+namespace client_io {
+
+namespace {
+
+using std::chrono::milliseconds;
+
+constexpr unsigned int longest_wait = 60;  // seconds
+constexpr milliseconds slice(250);         // between two looks for a cancel
+
+}  // namespace
+
+bool may_pass(int error, Patience::Kind kind) {
+  switch (error) {
+    case EAGAIN:
+    case ETIMEDOUT:
+    case ESTALE:
+    case ECONNRESET:
+    case ECONNREFUSED:
+    case ECONNABORTED:
+    case ENETUNREACH:
+    case ENETDOWN:
+    case EHOSTUNREACH:
+    case EHOSTDOWN:
+    case ENOTCONN:
+    case EREMOTEIO:
+      return true;
+    case EIO:
+      return kind == Patience::READING;
+    default:
+      return false;
+  }
+}
+
+Patience::Patience(size_t seconds) : seconds_(static_cast<time_t>(std::min<size_t>(seconds, INT_MAX))) {}
+
+bool Patience::run(Kind kind, const std::function<bool()>& attempt) {
+  Held_Failure failure;
+  Exponential_Backoff_Iterator delay(1, UINT_MAX, longest_wait, true);
+  time_t begin = 0;
+  for (; !attempt(); ++delay) {
+    const int error = errno;
+    if (begin == 0) begin = kolt::clock().now();
+    if (may_pass(error, kind) && seconds_ > 0 && !canceled_ && !in_vain_) {
+      tell_away(failure.line(), error);
+      if (wait(begin, *delay)) continue;
+      if (canceled_) {
+        errno = ECANCELED;
+        return false;
+      }
+    }
+    errno = error;
+    if (error != ECANCELED) failure.tell();
+    return false;
+  }
+  tell_back();
+  return true;
+}
+
+// False: the time is up, or cancel() was called.
+bool Patience::wait(time_t begin, unsigned int seconds) {
+  const time_t left = begin + seconds_ - kolt::clock().now();
+  if (left <= 0) {
+    in_vain_ = true;
+    return false;
+  }
+  const std::chrono::seconds span(std::min<time_t>(left, seconds));
+  for (milliseconds waited(0); waited < span && !canceled_; waited += slice) kolt::clock().sleep(slice);
+  return !canceled_;
+}
+
+void Patience::tell_away(const std::string& line, int error) {
+  time_t none = 0;
+  const std::string what = line.empty() ? std::string("The storage failed: ") + std::strerror(error) + "." : line;
+  if (away_since_.compare_exchange_strong(none, kolt::clock().now()))
+    ACE_ERROR((LM_WARNING, ACE_TEXT("%C It is tried again for up to %q seconds.\n"), what.c_str(),
+               static_cast<ACE_INT64>(seconds_)));
+}
+
+void Patience::tell_back() {
+  if (away_since_ == 0) return;
+  const time_t since = away_since_.exchange(0);
+  if (since != 0)
+    ACE_ERROR((LM_WARNING, ACE_TEXT("The storage works again after %q seconds.\n"),
+               static_cast<ACE_INT64>(kolt::clock().now() - since)));
+}
+
+}  // namespace client_io

@@ -1,0 +1,22 @@
+#pragma once
+
+#include <memory>
+
+#include "client_io/client_io_base.h"
+#include "client_io/pool_encryption.h"
+
+namespace client_io {
+
+/**
+ * Puts before a driver what the options and the pool ask for. From the driver upwards: limits, so that they count what
+ * is sent, and sent once more; retries; encryption, so that what is sent once more is the same.
+ *
+ * @param driver          null comes back as it is.
+ * @param repeats_itself  whether the driver rides out failures under Options::max_seconds_retry without help.
+ * @return null on failure, with errno: ENOMEM, or as of Encrypted_Client_IO::start().
+ */
+std::unique_ptr<Client_IO_Base> wrap_driver(std::unique_ptr<Client_IO_Base> driver,
+                                            const Client_IO_Base::Options& options, Pool_Encryption encryption,
+                                            bool repeats_itself);
+
+}  // namespace client_io
