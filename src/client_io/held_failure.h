@@ -21,7 +21,8 @@ class TESSARIN_API Held_Failure {
   /// The line without its end, empty if there is none.
   const std::string& line() const { return line_; }
 
-  /// Gives a line to the object of this thread that wants it. False: there is none.
+  /// Gives a line, without its end, to the object of this thread that wants it; an empty one takes away what it has.
+  /// False: there is none.
   static bool keep(const std::string& line);
 
  private:

@@ -10,7 +10,7 @@ namespace {
 using std::chrono::nanoseconds;
 
 // A transfer that was late may catch up by so much.
-constexpr nanoseconds burst = std::chrono::milliseconds(100);
+constexpr nanoseconds burst = std::chrono::milliseconds(50);
 constexpr size_t portions_per_second = 10;
 
 nanoseconds time_for(size_t bytes, size_t limit) {
@@ -37,16 +37,16 @@ size_t Rate_Limiter::portion(size_t n) {
   return limit == 0 ? n : std::min(n, std::max<size_t>(limit / portions_per_second, 1));
 }
 
-// A thread books its time first and then waits for it, so that threads pass in the order in which they came. It looks
-// at the windows again after each wait: a limit that has ended holds nobody.
+// A thread books its time and waits until that is over before it transfers anything, so that also a short transfer
+// keeps to the limit and threads pass in the order in which they came. It looks at the windows again after each wait: a
+// limit that has ended holds nobody.
 bool Rate_Limiter::pass(size_t n) {
   nanoseconds due;
   {
     std::lock_guard<std::mutex> guard(lock_);
     const size_t limit = limit_at(windows_, clock_.second_of_day());
     if (limit != 0) {
-      due = std::max(free_at_, clock_.now() - burst);
-      free_at_ = due + time_for(n, limit);
+      due = free_at_ = std::max(free_at_, clock_.now() - burst) + time_for(n, limit);
     } else {
       due = free_at_ = clock_.now();
     }

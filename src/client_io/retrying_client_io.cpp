@@ -74,7 +74,12 @@ std::unique_ptr<Client_IO_Base::Writer> Retrying_Client_IO::create(const std::st
 
 std::unique_ptr<Client_IO_Base::Reader> Retrying_Client_IO::open(const std::string& key) {
   std::unique_ptr<Reader> next;
-  if (!patience_.run(Patience::READING, [&] { return (next = next_->open(key)) != nullptr; })) return nullptr;
+  const auto attempt = [&] {
+    next = next_->open(key);
+    if (!next && errno == ENOENT) client_io::Held_Failure::keep("");  // is not told, nor is what was before
+    return next != nullptr;
+  };
+  if (!patience_.run(Patience::READING, attempt)) return nullptr;
   std::unique_ptr<Reader> reader(new (std::nothrow) Persistent_Reader(std::move(next), *next_, key, patience_));
   if (!reader) errno = ENOMEM;
   return reader;

@@ -3,6 +3,7 @@
 #include <cerrno>
 
 #include "client_io/rate_limited_client_io.h"
+#include "json_spirit/json_spirit_value.h"
 #include "support/memory_client_io.h"
 
 namespace {
@@ -86,6 +87,45 @@ TEST(Rate_Limiter, AWindowThatBeginsOrEndsIsFeltAtOnce) {
   EXPECT_EQ(seconds_for(limiter, clock, 1 << 20), 0.0);
   clock.now_ = seconds(10);                                      // the window begins
   EXPECT_NEAR(seconds_for(limiter, clock, 1 << 20), 10.0, 1.0);  // a megabyte takes no longer than the window lasts
+}
+
+TEST(Rate_Limiter, AWindowThatPassesMidnightHoldsOnBothSidesOfIt) {
+  Rate_Limits::Entries_Type windows;
+  const json_spirit::Array array{
+      json_spirit::Object{{"start_time", 86390}, {"end_time", 9}, {"max_bytes_per_second", 1000}}};
+  ASSERT_TRUE(array_to_rate_entries(array, windows));
+  Fake_Clock clock;
+  clock.start_ = 86390;
+  Rate_Limiter limiter(windows, clock);
+  EXPECT_NEAR(seconds_for(limiter, clock, 20000), 20.0, 1.0);  // ten seconds before and ten behind
+  clock.now_ = seconds(20);
+  EXPECT_EQ(seconds_for(limiter, clock, 1 << 20), 0.0);
+}
+
+TEST(Rate_Limiter, AShortTransferKeepsToTheLimitToo) {
+  Fake_Clock clock;
+  Rate_Limiter limiter({{0, 86399, 1000}}, clock);
+  EXPECT_NEAR(seconds_for(limiter, clock, 1000), 1.0, 0.051);
+}
+
+// Every channel has a client and so a limiter of its own, and its part of the limit.
+TEST(Rate_Limiter, AllChannelsTogetherHoldTheLimitWithinFivePercent) {
+  for (const size_t limit : {size_t(1000), size_t(1'000'000), size_t(1'000'000'000)})
+    for (const size_t channels : {size_t(1), size_t(2), size_t(7), size_t(16), size_t(64)}) {
+      Rate_Limits limits;
+      limits.dest_rate_limits = {{0, 86399, limit}};
+      limits.set_rate_limits_by_channels(channels);
+      const size_t per_channel = 20 * limit / channels;
+      double longest = 0;
+      for (size_t i = 0; i < channels; ++i) {
+        Fake_Clock clock;
+        Rate_Limiter limiter(limits.dest_rate_limits, clock);
+        longest = std::max(longest, seconds_for(limiter, clock, per_channel));
+      }
+      EXPECT_NEAR(static_cast<double>(per_channel * channels) / longest, static_cast<double>(limit),
+                  0.05 * static_cast<double>(limit))
+          << limit << " over " << channels;
+    }
 }
 
 TEST(Rate_Limiter, IdleTimeIsNotSavedUp) {

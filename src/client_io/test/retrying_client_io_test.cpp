@@ -193,6 +193,14 @@ TEST_F(Retrying, AMissingObjectIsToldByErrnoAlone) {
   EXPECT_EQ(slept().count(), 0);
 }
 
+TEST_F(Retrying, AfterAnOutageAMissingObjectIsToldByErrnoAlone) {
+  fail({Fault_Plan::OPEN, 0, ETIMEDOUT});
+  Log_Capture log;
+  EXPECT_EQ(client_->open("object"), nullptr);
+  EXPECT_EQ(errno, ENOENT);
+  EXPECT_TRUE(log.texts(LM_ERROR).empty()) << log.all();
+}
+
 TEST_F(Retrying, AListingGoesOnBehindWhatWasShown) {
   /// Fails in mid-listing, twice.
   struct Breaking : Memory_Client_IO {

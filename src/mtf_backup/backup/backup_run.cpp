@@ -15,6 +15,7 @@
 #include "mtf_backup/backup/source_walker.h"
 #include "mtf_backup/run/progress_reporter.h"
 #include "mtf_backup/run/run_threads.h"
+#include "mtf_backup/set/frame_codec.h"
 
 namespace MTF_BACKUP {
 
@@ -51,10 +52,13 @@ bool Backup_Run::check(const std::string& name) const {
   if (!settings_.callback_factory) return refuse("no callback factory");
   if (!settings_.channel_factory) return refuse("no channel factory");
   if (settings_.sources.empty()) return refuse("no source");
-  if (method == COMPR_LZOP) return refuse("compression by lzop is not supported yet");
   if (method >= COMPR_MAX) return refuse("unknown compression method");
-  if (settings_.extra_client_io_opts.encryption_algorithm != ENCRYPT_NONE)
-    return refuse("encryption is not supported yet");
+  if (!has_level(mtf_to_compression(method), settings_.compression_level))
+    return refuse("the compression method has no such level");
+  // Options that came too late for the channels must not lead to a set that is not encrypted.
+  if (settings_.extra_client_io_opts.encryption_algorithm != ENCRYPT_NONE &&
+      settings_.channel_factory->options().encryption_algorithm == ENCRYPT_NONE)
+    return refuse("encryption is asked for, but the storage channels have none");
   return true;
 }
 
@@ -79,7 +83,7 @@ bool Backup_Run::open_storage(const std::string& name) {
   record_.channels = static_cast<unsigned>(std::clamp<size_t>(settings_.channel_num, 1, max_channels));
   if (settings_.channel_num > max_channels)
     ACE_ERROR((LM_WARNING, ACE_TEXT("%B channels are too many, %B are used.\n"), settings_.channel_num, max_channels));
-  for (unsigned i = 0; i <= record_.channels; ++i) {
+  for (unsigned i = 0; i < record_.channels; ++i) {
     clients_.push_back(settings_.channel_factory->storage());
     if (!clients_.back()) return refuse("no memory for a storage client");
   }
@@ -133,7 +137,7 @@ bool Backup_Run::make_channels() {
   for (unsigned i = 0; i < record_.channels; ++i) {
     const Medium_Id medium{id_.dir(), record_.set_uuid, i, record_.compression};
     channels_.push_back(
-        std::make_unique<Channel_Writer>(*job_, *clients_[i + 1], medium, settings_.compression_level, *workers_));
+        std::make_unique<Channel_Writer>(*job_, *clients_[i], medium, settings_.compression_level, *workers_));
     if (!channels_.back()->open()) return false;
   }
   return true;

@@ -40,10 +40,31 @@ bool Frame_Codec::have_spare() {
   return spare_ != nullptr;
 }
 
+bool has_level(Compression_Method compression, int level) {
+  switch (compression) {
+    case COMPR_AUTO:
+    case COMPR_ZSTD:
+      return level >= 0 && level <= ZSTD_maxCLevel();
+    case COMPR_LZOP:
+      return level >= 0 && level <= 9;
+    default:
+      return compression == COMPR_NONE;
+  }
+}
+
 bool Frame_Codec::compress(Frame_Buffer& frame, size_t& size, Frame_Method method) {
   if (method.compression == COMPR_NONE) return true;
+  if (!has_level(method.compression, method.level)) return tell_failure("no such level", EINVAL);
+  if (!have_spare()) return tell_failure("no memory", ENOMEM);
+  const bool done =
+      method.compression == COMPR_LZOP ? compress_lzop(frame, size, method.level) : compress_zstd(frame, size, method);
+  if (done) frame.swap(spare_);
+  return done;
+}
+
+bool Frame_Codec::compress_zstd(Frame_Buffer& frame, size_t& size, Frame_Method method) {
   if (!compressor_) compressor_.reset(ZSTD_createCCtx());
-  if (!compressor_ || !have_spare()) return tell_failure("no memory", ENOMEM);
+  if (!compressor_) return tell_failure("no memory", ENOMEM);
   int level = method.level;
   if (method.compression == COMPR_AUTO) {
     if (level == 0) level = auto_level;
@@ -55,7 +76,13 @@ bool Frame_Codec::compress(Frame_Buffer& frame, size_t& size, Frame_Method metho
   }
   const size_t stored = ZSTD_compressCCtx(compressor_.get(), spare_.get(), frame_capacity, frame.get(), size, level);
   if (ZSTD_isError(stored)) return tell_failure(ZSTD_getErrorName(stored), EINVAL);
-  frame.swap(spare_);
+  size = stored;
+  return true;
+}
+
+bool Frame_Codec::compress_lzop(Frame_Buffer& frame, size_t& size, int level) {
+  const size_t stored = lzop_.compress(frame.get(), size, level, spare_.get());
+  if (stored == 0) return tell_failure("no memory", ENOMEM);
   size = stored;
   return true;
 }
@@ -63,15 +90,23 @@ bool Frame_Codec::compress(Frame_Buffer& frame, size_t& size, Frame_Method metho
 bool Frame_Codec::decompress(Frame_Buffer& frame, size_t size, size_t plain_size, Compression_Method compression) {
   errno = EBADMSG;
   if (compression == COMPR_NONE) return size == plain_size;
-  if (plain_size > frame_size || ZSTD_getFrameContentSize(frame.get(), size) != plain_size) return false;
+  if (plain_size > frame_size) return false;
+  if (!have_spare()) return false;
+  errno = EBADMSG;
+  const bool done = compression == COMPR_LZOP ? Lzop_Member::decompress(frame.get(), size, spare_.get(), plain_size)
+                                              : decompress_zstd(frame.get(), size, plain_size);
+  if (done) frame.swap(spare_);
+  return done;
+}
+
+bool Frame_Codec::decompress_zstd(const char* stored, size_t size, size_t plain_size) {
+  if (ZSTD_getFrameContentSize(stored, size) != plain_size) return false;
   if (!decompressor_) decompressor_.reset(ZSTD_createDCtx());
-  if (!decompressor_ || !have_spare()) {
+  if (!decompressor_) {
     errno = ENOMEM;
     return false;
   }
-  if (ZSTD_decompressDCtx(decompressor_.get(), spare_.get(), plain_size, frame.get(), size) != plain_size) return false;
-  frame.swap(spare_);
-  return true;
+  return ZSTD_decompressDCtx(decompressor_.get(), spare_.get(), plain_size, stored, size) == plain_size;
 }
 
 }  // namespace MTF_BACKUP

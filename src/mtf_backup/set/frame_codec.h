@@ -5,7 +5,9 @@
 #include <memory>
 
 #include "kolt/compression.h"
+#include "kolt/export.h"
 #include "mtf_backup/set/frame.h"
+#include "mtf_backup/set/lzop_member.h"
 
 struct ZSTD_CCtx_s;
 struct ZSTD_DCtx_s;
@@ -15,8 +17,12 @@ namespace MTF_BACKUP {
 /// How the frames of one medium are stored.
 struct Frame_Method {
   Compression_Method compression = COMPR_NONE;
-  int level = 0;  ///< of zstd; 0 is the method's default
+  int level = 0;  ///< 0 is the method's default
 };
+
+/// Whether the method has that level: zstd, and auto, 1 to 22, lzop 1 to 9, all of them 0. Not compressed: any, since
+/// it says nothing.
+TESSARIN_API bool has_level(Compression_Method compression, int level);
 
 /**
  * Compresses and decompresses frames, with contexts and a spare buffer that are used again. A frame goes in and comes
@@ -37,6 +43,9 @@ class Frame_Codec {
 
  private:
   bool have_spare();
+  bool compress_zstd(Frame_Buffer& frame, size_t& size, Frame_Method method);
+  bool compress_lzop(Frame_Buffer& frame, size_t& size, int level);
+  bool decompress_zstd(const char* stored, size_t size, size_t plain_size);
 
   struct Free {
     void operator()(ZSTD_CCtx_s* context) const;
@@ -44,6 +53,7 @@ class Frame_Codec {
   };
 
   Frame_Buffer spare_;
+  Lzop_Member lzop_;
   std::unique_ptr<ZSTD_CCtx_s, Free> compressor_;
   std::unique_ptr<ZSTD_DCtx_s, Free> decompressor_;
 };

@@ -21,10 +21,19 @@ std::string channel_name(unsigned channel, const char* ending) {
   return "channel-" + number + ending;
 }
 
+const char* ending(Compression_Method compression) {
+  if (compression == COMPR_NONE) return ".mtf";
+  return compression == COMPR_LZOP ? ".mtf.lzo" : ".mtf.zst";
+}
+
 }  // namespace
 
+Compression_Method stored_form(Compression_Method compression) {
+  return compression == COMPR_AUTO ? COMPR_ZSTD : compression;
+}
+
 std::string medium_name(const Medium_Id& id) {
-  return channel_name(id.channel, id.compression == COMPR_NONE ? ".mtf" : ".mtf.zst");
+  return channel_name(id.channel, ending(id.compression));
 }
 
 std::string index_name(const Medium_Id& id) {

@@ -23,7 +23,9 @@ struct Medium_Id {
   Compression_Method compression = COMPR_NONE;
 };
 
-/// "channel-000.mtf", or "channel-000.mtf.zst" where the medium is compressed.
+/// The form in which the frames of a medium are stored: COMPR_NONE, COMPR_LZOP or COMPR_ZSTD.
+TESSARIN_API Compression_Method stored_form(Compression_Method compression);
+/// "channel-000.mtf", "channel-000.mtf.lzo" or "channel-000.mtf.zst".
 TESSARIN_API std::string medium_name(const Medium_Id& id);
 /// "channel-000.index".
 TESSARIN_API std::string index_name(const Medium_Id& id);

@@ -38,7 +38,7 @@ bool Index_Writer::open(Client_IO_Base& storage, const Medium_Id& id) {
   identity_ = object_identity(id.set_uuid, id.set_dir, index_name(id));
   std::string header(index_magic, sizeof index_magic - 1);
   put(header, static_cast<uint32_t>(frame_size));
-  put(header, static_cast<uint32_t>(id.compression == COMPR_NONE ? COMPR_NONE : COMPR_ZSTD));
+  put(header, static_cast<uint32_t>(stored_form(id.compression)));
   put(header, uint64_t(0));
   seal(header, identity_);
   buffer_ = header;
@@ -77,7 +77,7 @@ bool Index_Writer::finish(Stored_Object& object) {
 
 bool Index_Reader::open(Client_IO_Base& storage, const Medium_Id& id, uint64_t size, uint64_t medium_size) {
   key_ = id.set_dir + "/" + index_name(id);
-  plain_ = id.compression == COMPR_NONE;
+  form_ = stored_form(id.compression);
   identity_ = object_identity(id.set_uuid, id.set_dir, index_name(id));
   medium_size_ = medium_size;
   reader_ = open_object(storage, key_, size);
@@ -97,7 +97,7 @@ bool Index_Reader::check_header() {
   if (!header.starts_with(index_magic)) return tell_damage(key_, 0, "it does not begin like an index");
   if (!is_sealed(header, identity_)) return tell_damage(key_, 0, "its header is not that of this set's index");
   if (get_at<uint32_t>(header, 8) != frame_size) return tell_damage(key_, 8, "it is made for frames of another size");
-  if ((get_at<uint32_t>(header, 12) == COMPR_NONE) != plain_)
+  if (get_at<uint32_t>(header, 12) != static_cast<uint32_t>(form_))
     return tell_damage(key_, 12, "it is made for a medium of another compression");
   return true;
 }
@@ -155,7 +155,7 @@ const char* Index_Reader::fault(uint64_t number, const Frame_Record& record) con
   if (record.stored_size > frame_capacity) return "a frame is longer than any frame can be";
   if (record.stored_offset > medium_size_ || record.stored_size > medium_size_ - record.stored_offset)
     return "a frame lies outside of the medium";
-  if (plain_ && (record.stored_size != plain || record.stored_offset != number * frame_size))
+  if (form_ == COMPR_NONE && (record.stored_size != plain || record.stored_offset != number * frame_size))
     return "a frame is not in its place";
   return nullptr;
 }

@@ -69,7 +69,7 @@ class Index_Reader {
   const char* fault(uint64_t number, const Frame_Record& record) const;
 
   std::string key_;
-  bool plain_ = false;  // the medium is not compressed
+  Compression_Method form_ = COMPR_NONE;  // of the frames
   uint64_t identity_ = 0;
   uint64_t medium_size_ = 0;
   uint64_t frames_ = 0;

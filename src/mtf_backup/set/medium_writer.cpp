@@ -26,8 +26,9 @@ Medium_Writer::~Medium_Writer() {
 }
 
 bool Medium_Writer::open() {
-  if (id_.compression != COMPR_NONE && id_.compression != COMPR_AUTO && id_.compression != COMPR_ZSTD) {
-    ACE_ERROR((LM_ERROR, ACE_TEXT("Compression method %d is not supported.\n"), static_cast<int>(id_.compression)));
+  if (!has_level(id_.compression, level_)) {
+    ACE_ERROR((LM_ERROR, ACE_TEXT("Compression method %d with level %d is not supported.\n"),
+               static_cast<int>(id_.compression), level_));
     errno = ENOTSUP;
     return false;
   }

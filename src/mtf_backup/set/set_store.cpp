@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "ace/Log_Msg.h"
+#include "client_io/encrypted_layout.h"
 #include "kolt/printable.h"
 #include "mtf_backup/set/damage.h"
 #include "mtf_backup/set/hash.h"
@@ -46,7 +47,10 @@ bool load_commit(Client_IO_Base& storage, const Set_Key& key, Commit_Record& rec
   if (!reader) return false;
   if (reader->size() > max_record_size) return tell_damage(name, 0, "it is longer than a commit record can be");
   std::string text(static_cast<size_t>(reader->size()), '\0');
-  if (!read_exactly(*reader, name, 0, text.data(), text.size()) || !record.from_text(text, name)) return false;
+  if (!read_exactly(*reader, name, 0, text.data(), text.size())) return false;
+  if (client_io::looks_encrypted(text.data(), text.size()))
+    return tell_damage(name, 0, "it is encrypted, but its pool has no cipher");
+  if (!record.from_text(text, name)) return false;
   const Set_Key stated{encode_name(record.name), record.seq, record.incarnation, {}};
   return stated.order() == key.order() || tell_damage(name, 0, "it is that of another set");
 }

@@ -164,9 +164,15 @@ TEST_F(Backup, FileAsASourceIsRefused) {
 
 TEST_F(Backup, IncrementalIsRefused) {}
 
-TEST_F(Backup, LzopIsRefused) {
-  EXPECT_EQ("Failed to start the backup: compression by lzop is not supported yet.\n\n",
-            refusal([](MTF_Backup& backup) { backup.compression(COMPR_LZOP); }));
+TEST_F(Backup, ALevelThatTheMethodDoesNotHaveIsRefused) {
+  const std::pair<unsigned, int> wrong[] = {{COMPR_AUTO, -1}, {COMPR_AUTO, 23}, {COMPR_ZSTD, -1},
+                                            {COMPR_ZSTD, 23}, {COMPR_LZOP, -1}, {COMPR_LZOP, 10}};
+  for (const auto& [method, level] : wrong)
+    EXPECT_EQ("Failed to start the backup: the compression method has no such level.\n\n",
+              refusal([method = method, level = level](MTF_Backup& backup) {
+                backup.compression(static_cast<MTF_COMPRESSION_TYPE>(method));
+                backup.compression_level(level);
+              }));
 }
 
 TEST_F(Backup, UnknownCompressionIsRefused) {
@@ -174,10 +180,10 @@ TEST_F(Backup, UnknownCompressionIsRefused) {
             refusal([](MTF_Backup& backup) { backup.compression(COMPR_MAX); }));
 }
 
-TEST_F(Backup, EncryptionIsRefused) {
-  EXPECT_EQ("Failed to start the backup: encryption is not supported yet.\n\n", refusal([](MTF_Backup& backup) {
-              backup.extra_client_io_opts().encryption_algorithm = ENCRYPT_AES_256_GCM;
-            }));
+TEST_F(Backup, EncryptionThatTheChannelsDoNotHaveIsRefused) {
+  EXPECT_EQ(
+      "Failed to start the backup: encryption is asked for, but the storage channels have none.\n\n",
+      refusal([](MTF_Backup& backup) { backup.extra_client_io_opts().encryption_algorithm = ENCRYPT_AES_256_GCM; }));
 }
 
 TEST_F(Backup, MissingChannelFactoryIsRefused) {

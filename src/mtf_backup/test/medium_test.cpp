@@ -1,11 +1,14 @@
+#include <sys/wait.h>
 #include <zstd.h>
 
 #include <cerrno>
+#include <cstdlib>
 
 #include "mtf_backup/set/frame.h"
 #include "mtf_backup/set/hash.h"
 #include "mtf_backup/set/medium_index.h"
 #include "mtf_backup/test/store_fixture.h"
+#include "support/temp_dir.h"
 
 namespace {
 
@@ -24,7 +27,7 @@ class Medium : public Store_Fixture, public ::testing::WithParamInterface<Compre
   const Medium_Id id_ = medium_id(GetParam());
 };
 
-INSTANTIATE_TEST_SUITE_P(Methods, Medium, ::testing::Values(COMPR_NONE, COMPR_AUTO, COMPR_ZSTD));
+INSTANTIATE_TEST_SUITE_P(Methods, Medium, ::testing::Values(COMPR_NONE, COMPR_AUTO, COMPR_LZOP, COMPR_ZSTD));
 
 TEST_P(Medium, BytesComeBackWhateverTheirNumber) {
   for (const size_t n : {size_t(0), size_t(1), frame_size - 1, frame_size, frame_size + 1, 5 * frame_size + 77}) {
@@ -44,7 +47,9 @@ TEST_P(Medium, TellsItsTwoObjectsAsTheyAreStored) {
   EXPECT_EQ(writer.offset(), 3 * frame_size);
   ASSERT_TRUE(writer.finish());
   ASSERT_EQ(writer.objects().size(), 2u);
-  EXPECT_EQ(writer.objects()[0].name, GetParam() == COMPR_NONE ? "channel-000.mtf" : "channel-000.mtf.zst");
+  EXPECT_EQ(writer.objects()[0].name, GetParam() == COMPR_NONE   ? "channel-000.mtf"
+                                      : GetParam() == COMPR_LZOP ? "channel-000.mtf.lzo"
+                                                                 : "channel-000.mtf.zst");
   EXPECT_EQ(writer.objects()[1].name, "channel-000.index");
   for (const auto& object : writer.objects()) {
     EXPECT_EQ(object.size, stored_size(id_.set_dir + "/" + object.name));
@@ -288,18 +293,57 @@ TEST_F(Stored_Medium, WhatDoesNotShrinkGrowsByLessThanAPerMille) {
   EXPECT_TRUE(read_all(open_medium(medium_id(COMPR_AUTO)).get()) == bytes);
 }
 
-TEST_F(Stored_Medium, OtherMethodsAreRefused) {
-  for (const auto method : {COMPR_LZOP, COMPR_MAX}) {
-    Log_Capture log;
-    Medium_Writer writer(client_, medium_id(method), 0, workers_);
-    EXPECT_FALSE(writer.open());
-    EXPECT_EQ(errno, ENOTSUP);
-    EXPECT_TRUE(log.has(LM_ERROR, "Compression method " + std::to_string(method) + " is not supported.\n"))
-        << log.all();
+TEST_F(Stored_Medium, LzopReadsWhatIsCompressedWithItsMethodAtEveryLevel) {
+  if (std::system("lzop --version >/dev/null 2>&1") != 0) GTEST_SKIP() << "there is no lzop";
+  const std::string bytes = some_bytes(frame_size * 9 / 4) + std::string(1000, 'x');
+  const test_support::Temp_Dir dir;
+  for (int level = 0; level <= 9; ++level) {
+    SCOPED_TRACE(level);
+    pool_->objects.clear();
+    ASSERT_TRUE(write_medium(medium_id(COMPR_LZOP), bytes, nullptr, level));
+    const std::string& stored = pool_->objects["set/0000000001.1/channel-000.mtf.lzo"];
+    EXPECT_LT(stored.size(), bytes.size() * 3 / 4);
+    dir.write("medium.lzo", stored);
+    const std::string command = "lzop -dcq < " + (dir / "medium.lzo") + " > " + (dir / "medium");
+    const int status = std::system(command.c_str());
+    EXPECT_TRUE(WIFEXITED(status) && (WEXITSTATUS(status) == 0 || WEXITSTATUS(status) == 2));  // 2: several members
+    EXPECT_TRUE(test_support::read_file(dir / "medium") == bytes);
+    EXPECT_TRUE(read_all(open_medium(medium_id(COMPR_LZOP)).get()) == bytes);
   }
 }
 
-// A frame and its record that fit each other, while the frame unpacks to more than a frame may hold.
+TEST_F(Stored_Medium, HigherLevelsTakeLessRoom) {
+  const std::string bytes = [] {
+    std::string text;
+    for (int i = 0; text.size() < frame_size; ++i) text += "line " + std::to_string(i * 7919 % 10007) + " of a log\n";
+    return text;
+  }();
+  for (const Compression_Method method : {COMPR_LZOP, COMPR_ZSTD, COMPR_AUTO}) {
+    uint64_t sizes[2];
+    const int levels[] = {1, 9};
+    for (int i = 0; i < 2; ++i) {
+      pool_->objects.clear();
+      ASSERT_TRUE(write_medium(medium_id(method), bytes, nullptr, levels[i]));
+      sizes[i] = stored_size(medium_key(medium_id(method)));
+    }
+    EXPECT_LT(sizes[1], sizes[0]) << method;
+  }
+}
+
+TEST_F(Stored_Medium, MethodsAndLevelsThatDoNotExistAreRefused) {
+  const std::pair<Compression_Method, int> wrong[] = {{COMPR_MAX, 0}, {COMPR_LZOP, 10}, {COMPR_ZSTD, 23}};
+  for (const auto& [method, level] : wrong) {
+    Log_Capture log;
+    Medium_Writer writer(client_, medium_id(method), level, workers_);
+    EXPECT_FALSE(writer.open());
+    EXPECT_EQ(errno, ENOTSUP);
+    EXPECT_TRUE(log.has(LM_ERROR, "Compression method " + std::to_string(method) + " with level " +
+                                      std::to_string(level) + " is not supported.\n"))
+        << log.all();
+    EXPECT_TRUE(pool_->objects.empty());
+  }
+}
+
 TEST_F(Stored_Medium, AFrameThatUnpacksToMoreThanItsPlaceIsRefused) {
   const Medium_Id id = medium_id(COMPR_ZSTD);
   MTF_BACKUP::Stored_Object object;

@@ -61,28 +61,33 @@ class Test_Handler : public MTF::Event_Handler {
   std::vector<std::thread::id> threads_;
 };
 
-/// Clients of one pool in memory, failing as planned where there is a plan.
+/// Puts something before a client.
+typedef std::function<std::shared_ptr<Client_IO_Base>(std::unique_ptr<Client_IO_Base>)> Wrap;
+
+/// Clients of one pool in memory, failing as planned where there is a plan, and wrapped where there is something to
+/// wrap.
 class Memory_Channel_Factory : public MTF_BACKUP::Channel_Factory {
  public:
   explicit Memory_Channel_Factory(std::shared_ptr<test_support::Memory_Pool> pool,
-                                  test_support::Fault_Plan* plan = nullptr)
-      : pool_(std::move(pool)), plan_(plan) {}
+                                  test_support::Fault_Plan* plan = nullptr, Wrap wrap = {})
+      : pool_(std::move(pool)), plan_(plan), wrap_(std::move(wrap)) {}
 
   std::shared_ptr<Client_IO_Base> storage() override {
-    auto client = std::make_shared<test_support::Memory_Client_IO>(pool_);
-    if (plan_ == nullptr) return client;
-    struct Both {
-      std::shared_ptr<Client_IO_Base> next;
-      test_support::Faulty_Client_IO faulty;
+    struct Failing : test_support::Faulty_Client_IO {
+      Failing(std::unique_ptr<Client_IO_Base> next, test_support::Fault_Plan& plan)
+          : Faulty_Client_IO(*next, plan), next_(std::move(next)) {}
+      const std::unique_ptr<Client_IO_Base> next_;
     };
-    auto both = std::shared_ptr<Both>(new Both{client, {*client, *plan_}});
-    return {both, &both->faulty};
+    std::unique_ptr<Client_IO_Base> client = std::make_unique<test_support::Memory_Client_IO>(pool_);
+    if (plan_ != nullptr) client = std::make_unique<Failing>(std::move(client), *plan_);
+    return wrap_ ? wrap_(std::move(client)) : std::move(client);
   }
   const Client_IO_Base::Options& options() const override { return options_; }
 
  private:
   const std::shared_ptr<test_support::Memory_Pool> pool_;
   test_support::Fault_Plan* const plan_;
+  const Wrap wrap_;
   const Client_IO_Base::Options options_;
 };
 
@@ -118,7 +123,7 @@ class Mover_Fixture : public ::testing::Test {
 
   /// The way to the pool: in memory, if a test knows no other.
   virtual MTF_BACKUP::Channel_Factory_var make_channels(test_support::Fault_Plan* plan) const {
-    return std::make_shared<Memory_Channel_Factory>(pool_, plan);
+    return std::make_shared<Memory_Channel_Factory>(pool_, plan, wrap);
   }
 
   bool back_up(const Backup_Args& args) {
@@ -209,6 +214,7 @@ class Mover_Fixture : public ::testing::Test {
   const std::string target_ = dir_ / "target";
   const std::shared_ptr<test_support::Memory_Pool> pool_ = std::make_shared<test_support::Memory_Pool>();
   std::function<void(Test_Handler&)> prepare = [](Test_Handler&) {};
+  Wrap wrap;  ///< of the clients of all runs
 
   // Of the last run:
   MTF::Event_Handler_var kept_handler_;

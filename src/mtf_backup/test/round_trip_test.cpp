@@ -24,6 +24,7 @@ class Round_Trip : public Mover_Fixture, public ::testing::WithParamInterface<st
 INSTANTIATE_TEST_SUITE_P(Methods, Round_Trip,
                          ::testing::Values(std::pair<unsigned, size_t>(COMPR_NONE, 1),
                                            std::pair<unsigned, size_t>(COMPR_NONE, 3),
+                                           std::pair<unsigned, size_t>(COMPR_LZOP, 2),
                                            std::pair<unsigned, size_t>(COMPR_ZSTD, 2),
                                            std::pair<unsigned, size_t>(COMPR_AUTO, 2)));
 

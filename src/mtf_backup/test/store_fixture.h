@@ -46,8 +46,9 @@ class Store_Fixture : public ::testing::Test {
     return {dir, "uuid", 0, compression};
   }
 
-  bool write_medium(const MTF_BACKUP::Medium_Id& id, std::string_view bytes, Client_IO_Base* client = nullptr) {
-    MTF_BACKUP::Medium_Writer writer(client != nullptr ? *client : client_, id, 0, workers_);
+  bool write_medium(const MTF_BACKUP::Medium_Id& id, std::string_view bytes, Client_IO_Base* client = nullptr,
+                    int level = 0) {
+    MTF_BACKUP::Medium_Writer writer(client != nullptr ? *client : client_, id, level, workers_);
     return writer.open() && append(writer, bytes) && writer.finish();
   }
 
