@@ -90,6 +90,34 @@ TEST_P(Encrypted, ObjectsOfAllLengthsComeBack) {
   }
 }
 
+// The object of doc/encryption.md under each cipher, made by another program after that description alone.
+const char* const written_elsewhere[] = {
+    "",
+    "54455353454e43310100000000000100404142434445464748494a4b4c4d4e4f505152535455565758595a5b5c5d5e5f"
+    "cc6ecb0c5f2deb25c52bcceec3ecb460808182838485868788898a8b8c8d8e8fa4b5758ef860a4cc26db88a39604e79e"
+    "1575d9e7b6b1ad045d4669faf9abd773f042cbe411a7820ad8a1f214a8919064e4c962a95d",
+    "54455353454e43310200000000000100404142434445464748494a4b4c4d4e4f505152535455565758595a5b5c5d5e5f"
+    "9d7dd43bcf24a0c0a0d50a0c0232903f808182838485868788898a8b8c8d8e8f3608c2effcd8ac1db18b773edf09bf26"
+    "bee6011ad803e78c572827dbb919c60699ee6d49c00669e6f9f865d4b155b44fb16a14e49d",
+    "54455353454e43310300000000000100404142434445464748494a4b4c4d4e4f505152535455565758595a5b5c5d5e5f"
+    "88bf41ae5a746337c9e3138c636d4aea808182838485868788898a8b8c8d8e8f675f66a4793761cec89c9860b7768291"
+    "38b4e2b8eaa666f7865f8fc8923b0a4239ead26c166a96ee5d751a44005b413fd498696b7d",
+    "54455353454e43310400000000000100404142434445464748494a4b4c4d4e4f505152535455565758595a5b5c5d5e5f"
+    "79921f9556968fafe87fb72b5ccc836f1014a036952c3e1d80a74879bb1e45428e3e3fe83bf2eb40a59c3a309fe961ce"
+    "4d798303cd"};
+
+TEST_P(Encrypted, AnObjectThatAnotherProgramMadeIsRead) {
+  std::string bytes;
+  for (const char* at = written_elsewhere[GetParam()]; *at != '\0'; at += 2)
+    bytes += static_cast<char>(std::stoi(std::string(at, 2), nullptr, 16));
+  client_io::Pool_Encryption encryption{GetParam(), {}, "0123456789abcdef"};
+  for (size_t i = 0; i < client_io::key_size(GetParam()); ++i) encryption.key += static_cast<char>(i);
+  Encrypted_Client_IO reading(std::make_unique<Memory_Client_IO>(pool_), encryption);
+  ASSERT_TRUE(reading.start());
+  stored("pvc-1/object") = bytes;
+  EXPECT_EQ(fetch(reading, "pvc-1/object"), "twenty-one bytes here");
+}
+
 TEST_P(Encrypted, ItDoesNotMatterHowTheBytesAreHandedOver) {
   const std::string bytes = content(3 * plain_chunk_size + 100);
   for (const size_t portion : {size_t(1000), plain_chunk_size - 1, plain_chunk_size, plain_chunk_size + 1}) {
