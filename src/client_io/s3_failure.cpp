@@ -77,7 +77,9 @@ S3_Back_Off::S3_Back_Off(size_t max_seconds)
 std::optional<std::chrono::milliseconds> S3_Back_Off::next(std::optional<std::chrono::milliseconds> told) {
   const time_t now = kolt::clock().now();
   if (start_ == 0) start_ = now;
-  const std::chrono::milliseconds span = told ? *told : std::chrono::seconds(*delays_++);
+  // "At once" is no answer of a service that is in trouble.
+  const bool usable = told && told->count() > 0;
+  const std::chrono::milliseconds span = usable ? *told : std::chrono::seconds(*delays_++);
   if (std::chrono::seconds(now - start_) + span > std::chrono::seconds(max_seconds_)) return {};
   return span;
 }

@@ -211,6 +211,11 @@ TEST(S3_Back_Off, EndsBeforeAWaitThatTakesTooLong) {
   EXPECT_FALSE(back_off.next(milliseconds(0)));
 }
 
+TEST(S3_Back_Off, AServiceThatSaysAtOnceIsNotPressed) {
+  Fake_Clock clock;
+  EXPECT_EQ(S3_Back_Off(10).next(milliseconds(0)), seconds(1));
+}
+
 TEST(S3_Back_Off, ItsTimeStartsWithTheFirstFailure) {
   Fake_Clock clock;
   S3_Back_Off back_off(10);
