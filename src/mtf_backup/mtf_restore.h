@@ -59,13 +59,22 @@ class TESSARIN_API MTF_Restore {
   /**
    * Runs the whole restore. A file appears under its final name only when all of its bytes were read and found right.
    *
-   * @retval true   every selected entry that a path rule reaches is in place; err_code() is E_OK.
+   * Every restored entry is looked at again. Each that is not as it was backed up, because the system refuses its
+   * owner, mode, time or attributes or the filesystem has no place for them, has a line at LM_ERROR, up to 1,000 and
+   * then one with the number of the others.
+   *
+   * @retval true   every selected entry that a path rule reaches is in place with its content; err_code() is E_OK.
    * @retval false  err_code() tells why, after at least one line at LM_ERROR (a cancel and an empty selection have
-   * none): E_NO_FILES_RESTORED       nothing in the set was selected. E_NOT_FOUND               there is no such set.
-   *   E_CORRUPT                 the set's description or some of its data is damaged; files that it hit are left out.
-   *   E_END_WITH_SKIPPED_FILES  some entries could not be put in place; each has a line at LM_ERROR.
-   *   E_DOWNLOAD_CAT_ERROR, E_OPEN_MEDIA   the storage failed.
-   *   E_FAILED                  refused, cancelled, or out of memory or threads.
+   * none):
+   *
+   * - E_NO_FILES_RESTORED: nothing in the set was selected.
+   * - E_NOT_FOUND: there is no such set.
+   * - E_CORRUPT: the set's description or some of its data is damaged; files that it hit are left out.
+   * - E_END_WITH_SKIPPED_FILES: some entries could not be put in place, each with a line at LM_ERROR, or lack extended
+   *   attributes, access lists and file capabilities among them. A wrong owner, mode or time alone is no failure.
+   * - E_DOWNLOAD_CAT_ERROR, E_OPEN_MEDIA: the storage failed.
+   * - E_FAILED: refused, cancelled, or out of memory or threads.
+   *
    * Whatever was restored before a failure stays. A cancel is seen within a second; the context of the calling thread's
    * task is told (set_canceled).
    */

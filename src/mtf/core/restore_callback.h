@@ -63,9 +63,12 @@ class TESSARIN_API IRestore_Callback {
   virtual Error_Code link(const char* oldpath, const char* newpath) = 0;
   /// A FIFO, socket or device of the type, mode and rdev in @a st.
   virtual Error_Code mknod(const char* path, const Callback_Stat& st) = 0;
-  /// Permission bits and owner. Tells no failure.
+  /// Permission bits and owner. Tells no failure. The data mover does not call it: the mode goes through a final link,
+  /// which whoever lives in the target may plant at any time, and set-uid bits would stand before the owner. It calls
+  /// set_owner() and set_mode().
   virtual Error_Code set_stat(const char* path, const Callback_Stat& st) = 0;
-  /// Times of a directory in whole seconds. The third, the change time, is the system's own and is ignored.
+  /// Times of a directory in whole seconds. The third, the change time, is the system's own and is ignored. The data
+  /// mover calls set_times().
   virtual Error_Code set_dir_time(const char* path, unsigned long atime, unsigned long mtime, unsigned long ctime) = 0;
   /// A new empty file, mode 0600, beside @a path, with its path in @a temp.
   virtual Error_Code mktemp(const char* path, std::string& temp) = 0;
@@ -85,6 +88,8 @@ class TESSARIN_API IRestore_Callback {
   virtual Error_Code rename(const char* from, const char* to) = 0;
   /// Removes from a directory what mktemp() left there in a run that was killed.
   virtual Error_Code sweep_temps(const char* dir) = 0;
+  /// Takes an extended attribute away; a link is not followed. One that is not there is E_OK.
+  virtual Error_Code remove_xattr(const char* path, const char* name) = 0;
 };
 
 /// All that is the same for every POSIX filesystem. Paths are used as they are, so that "/proc/self/fd/N/name" works:
@@ -101,6 +106,7 @@ class TESSARIN_API Restore_Callback_Base : public IRestore_Callback {
   Error_Code set_owner(const char* path, unsigned int uid, unsigned int gid) override;
   Error_Code rename(const char* from, const char* to) override;
   Error_Code sweep_temps(const char* dir) override;
+  Error_Code remove_xattr(const char* path, const char* name) override;
 };
 
 typedef ACE_Refcounted_Auto_Ptr<IRestore_Callback, ACE_Recursive_Thread_Mutex> IRestore_Callback_var;

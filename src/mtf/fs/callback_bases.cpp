@@ -1,6 +1,7 @@
 // Base behaviours of the callbacks that work on a POSIX filesystem.
 #include <fcntl.h>
 #include <sys/stat.h>
+#include <sys/xattr.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -99,6 +100,10 @@ Error_Code Restore_Callback_Base::sweep_temps(const char* dir) {
         unlink((std::string(dir) + '/' + entry.name).c_str()) != E_OK)
       return E_FAILED;
   return result(reader.last_error() == 0);
+}
+
+Error_Code Restore_Callback_Base::remove_xattr(const char* path, const char* name) {
+  return result(::lremovexattr(path, name) == 0 || errno == ENODATA);
 }
 
 }  // namespace MTF

@@ -1,23 +1,37 @@
 #include "mtf_backup/restore/entry_dresser.h"
 
 #include <fcntl.h>
-#include <sys/stat.h>
 
+#include <algorithm>
 #include <cerrno>
 
-#include "ace/Log_Msg.h"
+#include "mtf/fs/unix/xattr.h"
+#include "mtf_backup/restore/entry_differences.h"
 
 namespace MTF_BACKUP {
 
 namespace {
 
+constexpr unsigned special_bits = S_ISUID | S_ISGID;
+
 timespec to_timespec(const MTF::Timestamp& time) {
   return {static_cast<time_t>(time.sec), static_cast<long>(time.nsec)};
 }
 
-bool look(const Anchored_Dir& dir, const std::string& name, struct stat& now) {
+bool look(const Anchored_Dir& dir, const std::string& name, const MTF::Entry_Stat& stat, struct stat& now) {
   const int flags = AT_SYMLINK_NOFOLLOW | (name.empty() ? AT_EMPTY_PATH : 0);
-  return ::fstatat(dir.fd(), name.c_str(), &now, flags) == 0;
+  if (::fstatat(dir.fd(), name.c_str(), &now, flags) != 0) return false;
+  if ((now.st_mode & S_IFMT) == (stat.mode & S_IFMT)) return true;
+  errno = EEXIST;
+  return false;
+}
+
+/// The mode that may be given to an entry with the owner that it now has.
+unsigned safe_mode(const MTF::Entry_Stat& stat, const struct stat& now) {
+  const unsigned mode = stat.mode & 07777;
+  // To a directory the bit only says which group is inherited.
+  if (now.st_gid == stat.gid && (now.st_uid == stat.uid || S_ISDIR(stat.mode))) return mode;
+  return mode & ~special_bits;
 }
 
 }  // namespace
@@ -25,33 +39,57 @@ bool look(const Anchored_Dir& dir, const std::string& name, struct stat& now) {
 bool Entry_Dresser::dress(Anchored_Dir& dir, const std::string& name, const MTF::Entry_Stat& stat,
                           const MTF::Xattrs& attrs, const std::string& shown) {
   struct stat now;
-  if (!look(dir, name, now)) return false;
-  if ((now.st_mode & S_IFMT) != (stat.mode & S_IFMT)) {
-    errno = EEXIST;
-    return false;
-  }
-  unsigned mode = stat.mode & 07777;
-  if (!set_owner(dir, name, stat, now, shown)) mode &= ~static_cast<unsigned>(S_ISUID | S_ISGID);
-  if (!S_ISLNK(stat.mode) && callback_.set_mode(dir.path(name), mode) != MTF::E_OK)
-    ACE_ERROR((LM_ERROR, ACE_TEXT("Failed to change mode of %C: %m\n"), shown.c_str()));
-  if (!attrs.empty() && callback_.set_xattrs(dir.path(name), attrs) != MTF::E_OK)
-    ACE_ERROR((LM_ERROR, ACE_TEXT("Failed to set all extended attributes of %C: %m\n"), shown.c_str()));
-  if (callback_.set_times(dir.path(name), to_timespec(stat.atime), to_timespec(stat.mtime)) != MTF::E_OK)
-    ACE_ERROR((LM_ERROR, ACE_TEXT("Failed to set times of %C: %m\n"), shown.c_str()));
+  if (!look(dir, name, stat, now)) return false;
+  const char* path = dir.path(name);
+  Errors errors;
+  set_owner(path, stat, now, errors);
+  if (!look(dir, name, stat, now)) return false;
+  const bool had_lists = drop_access_lists(path, attrs, errors);
+  const unsigned mode = safe_mode(stat, now);
+  if (!S_ISLNK(stat.mode) && callback_.set_mode(path, mode) != MTF::E_OK) errors.mode = errno;
+  if (!attrs.empty()) set_attributes(path, mode, attrs, errors);
+  if (callback_.set_times(path, to_timespec(stat.atime), to_timespec(stat.mtime)) != MTF::E_OK) errors.times = errno;
+
+  if (!look(dir, name, stat, now)) return false;
+  Entry_Differences differences;
+  differences.owner(stat, now, errors.owner);
+  differences.mode(stat, now, errors.mode);
+  differences.times_and_size(stat, now, errors.times);
+  if (had_lists || !attrs.empty()) differences.attributes(path, attrs, errors.attrs);
+  if (!differences.empty()) tally_.differs(shown, differences.text(), differences.is_loss());
   return true;
 }
 
-bool Entry_Dresser::set_owner(Anchored_Dir& dir, const std::string& name, const MTF::Entry_Stat& stat,
-                              const struct stat& now, const std::string& shown) {
-  if (now.st_uid == stat.uid && now.st_gid == stat.gid) return true;
-  struct stat then;
-  const bool told = callback_.set_owner(dir.path(name), stat.uid, stat.gid) == MTF::E_OK;
-  const int error = told ? 0 : errno;
-  // Some filesystems say yes and do nothing.
-  if (told && look(dir, name, then) && then.st_uid == stat.uid && then.st_gid == stat.gid) return true;
-  ACE_ERROR((LM_ERROR, ACE_TEXT("Failed to change owner of %C to %u:%u, errno=%d\n"), shown.c_str(), stat.uid, stat.gid,
-             error));
-  return false;
+void Entry_Dresser::set_owner(const char* path, const MTF::Entry_Stat& stat, const struct stat& now, Errors& errors) {
+  if (now.st_uid == stat.uid && now.st_gid == stat.gid) return;
+  if (callback_.set_owner(path, stat.uid, stat.gid) == MTF::E_OK) return;
+  errors.owner = errno;
+  // Who may not give files away may still be a member of the group.
+  constexpr unsigned as_it_is = static_cast<unsigned>(-1);
+  if (now.st_gid != stat.gid) (void)callback_.set_owner(path, as_it_is, stat.gid);
+}
+
+/// Whether there were any that do not belong to the entry. Goes before the mode, which would put them in force.
+bool Entry_Dresser::drop_access_lists(const char* path, const MTF::Xattrs& attrs, Errors& errors) {
+  MTF::Xattrs found;
+  if (!MTF_FS::read_xattrs(path, found)) return false;
+  bool dropped = false;
+  for (const auto& [name, value] : found) {
+    if (!is_access_list(name) || has_attribute(attrs, name)) continue;
+    dropped = true;
+    if (callback_.remove_xattr(path, name.c_str()) != MTF::E_OK) errors.attrs = errno;
+  }
+  return dropped;
+}
+
+void Entry_Dresser::set_attributes(const char* path, unsigned mode, const MTF::Xattrs& attrs, Errors& errors) {
+  if (callback_.set_xattrs(path, attrs) == MTF::E_OK) return;
+  errors.attrs = errno;
+  if (errors.attrs != EACCES || (mode & S_IWUSR) != 0) return;
+  // An ordinary user cannot set those of a file that may not be written.
+  if (callback_.set_mode(path, mode | S_IWUSR) != MTF::E_OK) return;
+  errors.attrs = callback_.set_xattrs(path, attrs) == MTF::E_OK ? 0 : errno;
+  if (callback_.set_mode(path, mode) != MTF::E_OK) errors.mode = errno;
 }
 
 }  // namespace MTF_BACKUP

@@ -31,7 +31,7 @@ void File_Restorer::run() {
     ACE_ERROR((LM_ERROR, ACE_TEXT("Failed to make a restore callback: %m\n")));
     return job_.state.fail(MTF::E_FAILED);
   }
-  dresser_ = std::make_unique<Entry_Dresser>(*callback_);
+  dresser_ = std::make_unique<Entry_Dresser>(*callback_, job_.tally);
   Restore_Batch batch;
   while (queue_.pop(batch)) {
     for (const Restore_Item& item : batch) {

@@ -88,7 +88,14 @@ bool Restore_Finisher::make_link(const Target& old, const Target& target, unsign
     }
     if (callback_.unlink(to.path(name)) != MTF::E_OK) return false;
   }
-  return callback_.link(from.path(old_name), to.path(name)) == MTF::E_OK;
+  if (callback_.link(from.path(old_name), to.path(name)) != MTF::E_OK) return false;
+  // Something else may have been put under the old name in the last moment.
+  if (::fstatat(to.fd(), name.c_str(), &there, AT_SYMLINK_NOFOLLOW) == 0 && there.st_dev == source.st_dev &&
+      there.st_ino == source.st_ino)
+    return true;
+  (void)callback_.unlink(to.path(name));
+  errno = ELOOP;
+  return false;
 }
 
 void Restore_Finisher::failed(const Restore_Item& item, const char* why) {

@@ -23,7 +23,7 @@ class Restore_Finisher {
         scan_(job, catalog, false),
         links_(links),
         callback_(callback),
-        dresser_(callback),
+        dresser_(callback, job.tally),
         reader_(job.media) {}
 
   void run();

@@ -129,8 +129,9 @@ MTF::Error_Code Restore_Run::move_data() {
   };
   if (!run_threads({finish})) return state_.code();
   progress.finish();
+  job.tally.tell_rest();
   if (job.tally.damaged_count() > 0) return MTF::E_CORRUPT;
-  return job.tally.failed_count() > 0 ? MTF::E_END_WITH_SKIPPED_FILES : MTF::E_OK;
+  return job.tally.failed_count() + job.tally.lossy_count() > 0 ? MTF::E_END_WITH_SKIPPED_FILES : MTF::E_OK;
 }
 
 /// Where the whole set is wanted, its record tells the sum; otherwise the catalog has to be read for it.

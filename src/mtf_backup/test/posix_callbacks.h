@@ -150,9 +150,22 @@ class Posix_Restore_Callback : public MTF::Restore_Callback_Base {
   }
   MTF::Error_Code set_stat(const char*, const MTF::Callback_Stat&) override { return MTF::E_OK; }
   MTF::IFile_Writer_var make_file_writer() override { return MTF::IFile_Writer_var(new Posix_Writer(hook_)); }
+  // Where the hook stops one of these with errno 0 the operation says yes and does nothing.
   MTF::Error_Code set_owner(const char* path, unsigned int uid, unsigned int gid) override {
     if (hook_ && hook_("set_owner", path)) return errno == 0 ? MTF::E_OK : MTF::E_FAILED;
     return Restore_Callback_Base::set_owner(path, uid, gid);
+  }
+  MTF::Error_Code set_mode(const char* path, unsigned int mode) override {
+    if (hook_ && hook_("set_mode", path)) return errno == 0 ? MTF::E_OK : MTF::E_FAILED;
+    return Restore_Callback_Base::set_mode(path, mode);
+  }
+  MTF::Error_Code set_xattrs(const char* path, const MTF::Xattrs& attrs) override {
+    if (hook_ && hook_("set_xattrs", path)) return errno == 0 ? MTF::E_OK : MTF::E_FAILED;
+    return Restore_Callback_Base::set_xattrs(path, attrs);
+  }
+  MTF::Error_Code set_times(const char* path, const timespec& atime, const timespec& mtime) override {
+    if (hook_ && hook_("set_times", path)) return errno == 0 ? MTF::E_OK : MTF::E_FAILED;
+    return Restore_Callback_Base::set_times(path, atime, mtime);
   }
   MTF::Error_Code rename(const char* from, const char* to) override {
     if (hook_ && hook_("rename", to)) return MTF::E_FAILED;
