@@ -55,12 +55,15 @@ class TESSARIN_API MTF_Backup {
    *
    * @retval true   every entry of every source is in the set; err_code() is E_OK.
    * @retval false  err_code() tells why, after at least one line at LM_ERROR (a cancel and an empty source have none):
-   *   E_NO_FILES_BACKUPED       the sources hold nothing; a set that lists their roots only is in the pool.
-   *   E_END_WITH_SKIPPED_FILES  some entries could not be read: each has a line at LM_ERROR and stands in the set's
-   * catalog with the reason; all others are in the set, and the set is in the pool. E_GET_SOURCE_DATA         a source
-   * is no directory or cannot be opened. No set. E_OPEN_MEDIA, E_WRITE_TO_STORAGE, E_ADD_TO_CATALOG   the storage
-   * failed. No set. E_FAILED                  refused before anything was written, cancelled, or out of memory or
-   * threads. No set. A cancel is seen within a second; the context of the calling thread's task is told (set_canceled).
+   *
+   * - E_NO_FILES_BACKUPED: the sources hold nothing; a set that lists their roots only is in the pool.
+   * - E_END_WITH_SKIPPED_FILES: some entries, or the extended attributes of some, could not be read: each has a line at
+   *   LM_ERROR and stands in the set's catalog with the reason; all else is in the set, and the set is in the pool.
+   * - E_GET_SOURCE_DATA: a source is no directory or cannot be opened. No set.
+   * - E_OPEN_MEDIA, E_WRITE_TO_STORAGE, E_ADD_TO_CATALOG: the storage failed. No set.
+   * - E_FAILED: refused before anything was written, cancelled, or out of memory or threads. No set.
+   *
+   * A cancel is seen within a second; the context of the calling thread's task is told (set_canceled).
    */
   [[nodiscard]] bool backup(const std::string& name);
 

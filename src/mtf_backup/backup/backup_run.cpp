@@ -164,6 +164,7 @@ bool Backup_Run::move_data() {
   record_.summary = collector.summary();
   if (base_) record_.chain = base_->chain();
   has_files_ = collector.has_files();
+  has_losses_ = collector.has_losses();
   return true;
 }
 
@@ -204,7 +205,7 @@ void Backup_Run::clean_up() {
 
 MTF::Error_Code Backup_Run::result() const {
   if (state_.code() != MTF::E_OK) return state_.code();
-  if (record_.summary.skipped_count > 0) return MTF::E_END_WITH_SKIPPED_FILES;
+  if (has_losses_) return MTF::E_END_WITH_SKIPPED_FILES;
   return has_files_ ? MTF::E_OK : MTF::E_NO_FILES_BACKUPED;
 }
 

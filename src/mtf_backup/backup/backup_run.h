@@ -64,6 +64,7 @@ class Backup_Run {
   std::unique_ptr<Catalog_Writer> catalog_;
   std::vector<std::unique_ptr<Channel_Writer>> channels_;
   bool has_files_ = false;
+  bool has_losses_ = false;
 };
 
 }  // namespace MTF_BACKUP

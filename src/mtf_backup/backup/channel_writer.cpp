@@ -132,7 +132,7 @@ bool Channel_Writer::read_link(const Work_Item& item, std::string& target) {
 
 void Channel_Writer::read_xattrs(const Work_Item& item, MTF::Xattrs& attrs, Catalog_Entry& entry) {
   if (callback_->read_xattrs(dir_.path(item.name), attrs) || errno == ENOENT) return;
-  ACE_ERROR((LM_WARNING, ACE_TEXT("Failed to read the extended attributes of %C: %m\n"), shown(item).c_str()));
+  ACE_ERROR((LM_ERROR, ACE_TEXT("Failed to read the extended attributes of %C: %m\n"), shown(item).c_str()));
   attrs.clear();
   entry.flags = CAT_BARE;
   entry.reason = "its extended attributes could not be read";

@@ -66,6 +66,7 @@ void Entry_Collector::add_up(const Catalog_Entry& entry) {
   const bool skipped = entry.flags & CAT_SKIPPED;
   ++(entry.is_directory() ? summary_.dir_count : summary_.file_count);
   if (skipped) ++summary_.skipped_count;
+  if (entry.flags & (CAT_SKIPPED | CAT_BARE)) has_losses_ = true;
   if (entry.flags & CAT_CORRUPT) ++summary_.corrupt_count;
   if (entry.is_directory()) return;
   summary_.total_size += entry.stat.size;

@@ -42,6 +42,8 @@ class Entry_Collector {
 
   /// Of all that is in the catalog; without storage_size.
   const MTF::Cat_Summary& summary() const { return summary_; }
+  /// Whether some entries, or the attributes of some, could not be read.
+  bool has_losses() const { return has_losses_; }
   /// Whether the catalog holds anything but the roots of the sources.
   bool has_files() const { return summary_.file_count + summary_.dir_count > sources_.size(); }
 
@@ -62,6 +64,7 @@ class Entry_Collector {
   bool aborted_ = false;                        // guarded by lock_
   std::unordered_set<Inode, Inode_Hash> lost_;  // guarded by lock_
   MTF::Cat_Summary summary_;                    // guarded by lock_
+  bool has_losses_ = false;                     // guarded by lock_
 };
 
 }  // namespace MTF_BACKUP

@@ -242,8 +242,11 @@ TEST_F(Changing_Source, NamesInLogLinesAreEscaped) {
 TEST_F(Changing_Source, UnreadableExtendedAttributesAreToldAndTheFileIsSaved) {
   write("a", "text");
   Log_Capture log;
-  EXPECT_TRUE(back_up({.hook = failing("read_xattrs", "a", EIO)}));
-  EXPECT_TRUE(log.has(LM_WARNING, "Failed to read the extended attributes of " + source_ + "/a: Input/output error\n"))
+  EXPECT_FALSE(back_up({.hook = failing("read_xattrs", "a", EIO)}));
+  EXPECT_EQ(MTF::E_END_WITH_SKIPPED_FILES, code_);
+  EXPECT_EQ(1u, sets().at(0).summary.file_count);
+  EXPECT_EQ(0u, sets().at(0).summary.skipped_count);
+  EXPECT_TRUE(log.has(LM_ERROR, "Failed to read the extended attributes of " + source_ + "/a: Input/output error\n"))
       << log.all();
 }
 

@@ -395,7 +395,7 @@ TEST_F(Incremental, FileThatChangedWhileItWasReadIsReadAgain) {
 TEST_F(Incremental, FlaggedFileIsReadAgainThoughItsStatusIsTheSame) {
   const std::string a = write("a", "text");
   ASSERT_EQ(::setxattr(a.c_str(), "user.test", "value", 5, 0), 0);
-  EXPECT_TRUE(step({.hook = failing("read_xattrs", "a", EIO)}));
+  EXPECT_FALSE(step({.hook = failing("read_xattrs", "a", EIO)}));
   EXPECT_EQ(catalog().at("a").flags, MTF_BACKUP::CAT_BARE);
   ASSERT_TRUE(aged_step());
   EXPECT_EQ(home("a"), 2u);

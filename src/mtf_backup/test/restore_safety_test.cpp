@@ -2,6 +2,7 @@
 #include <sys/stat.h>
 #include <sys/syscall.h>
 
+#include "kolt/posix_fd.h"
 #include "mtf_backup/set/catalog_reader.h"
 #include "mtf_backup/set/catalog_writer.h"
 #include "mtf_backup/test/mover_fixture.h"
@@ -95,21 +96,56 @@ TEST_F(Hostile, TargetItselfMayBeReachedThroughALink) {
   EXPECT_EQ("text", test_support::read_file(target_ + "/a"));
 }
 
-TEST_F(Hostile, DirectoryExchangedForALinkDuringTheRestore) {
-  for (int i = 0; i < 60; ++i) write("d/f" + std::to_string(i), noise(2000, i));
+TEST_F(Hostile, DirectoriesExchangedForLinksDuringTheRestore) {
+  // Everything that a restore does with a name: files, links, FIFOs, further names, modes, times, attributes.
+  for (int i = 0; i < 30; ++i) {
+    write("d/f" + std::to_string(i), noise(2000, i));
+    write("d/e/g" + std::to_string(i), noise(100, i));
+  }
+  write("d/canary", "overwritten");
+  write("d/e/canary", "overwritten");
+  ASSERT_EQ(0, chmod((source_ + "/d/canary").c_str(), 06777));
+  ASSERT_EQ(0, chmod((source_ + "/d/e").c_str(), 0777));
+  ASSERT_EQ(0, symlink("/etc", (source_ + "/d/link").c_str()));
+  ASSERT_EQ(0, mkfifo((source_ + "/d/fifo").c_str(), 0640));
+  std::filesystem::create_hard_link(source_ + "/d/f1", source_ + "/d/again");
+  std::filesystem::create_hard_link(source_ + "/d/e/canary", source_ + "/d/e/other");
   ASSERT_TRUE(back_up());
-  std::filesystem::create_directory(target_ + "/d");
-  ASSERT_EQ(0, symlink(outside_.c_str(), (target_ + "/link").c_str()));
+  std::filesystem::create_directories(target_ + "/d/e");
+  ASSERT_EQ(0, symlink(outside_.c_str(), (target_ + "/to-outside").c_str()));
+  ASSERT_EQ(0, symlink(outside_.c_str(), (target_ + "/d/to-outside").c_str()));
+  ASSERT_EQ(0, symlink((outside_ + "/canary").c_str(), (target_ + "/d/to-canary").c_str()));
+  struct stat before;
+  struct stat directory_before;
+  ASSERT_EQ(0, stat((outside_ + "/canary").c_str(), &before));
+  ASSERT_EQ(0, stat(outside_.c_str(), &directory_before));
   std::atomic<bool> stop{false};
+  // By descriptor, so that the attack itself never goes through its links.
+  const Posix_Fd top(open(target_.c_str(), O_PATH | O_DIRECTORY));
+  const Posix_Fd d(open((target_ + "/d").c_str(), O_PATH | O_DIRECTORY));
+  const auto exchange = [](const Posix_Fd& dir, const char* a, const char* b) {
+    syscall(SYS_renameat2, dir.get(), a, dir.get(), b, RENAME_EXCHANGE);
+  };
   std::thread attacker([&] {
-    while (!stop)
-      syscall(SYS_renameat2, AT_FDCWD, (target_ + "/d").c_str(), AT_FDCWD, (target_ + "/link").c_str(),
-              2 /* exchange */);
+    while (!stop) {
+      exchange(top, "d", "to-outside");
+      exchange(d, "e", "to-outside");
+      exchange(d, "canary", "to-canary");
+    }
   });
   Log_Capture log;
-  for (int i = 0; i < 30; ++i) (void)restore({.threads = 4});
+  for (int i = 0; i < 20; ++i) (void)restore({.threads = 4});
   stop = true;
   attacker.join();
+  struct stat after;
+  ASSERT_EQ(0, stat((outside_ + "/canary").c_str(), &after));
+  EXPECT_EQ(before.st_ino, after.st_ino);
+  EXPECT_EQ(before.st_mode, after.st_mode);
+  EXPECT_EQ(before.st_nlink, after.st_nlink);
+  EXPECT_EQ(before.st_mtim.tv_nsec, after.st_mtim.tv_nsec);
+  ASSERT_EQ(0, stat(outside_.c_str(), &after));
+  EXPECT_EQ(directory_before.st_mode, after.st_mode);
+  EXPECT_EQ(directory_before.st_mtim.tv_nsec, after.st_mtim.tv_nsec);
 }
 
 TEST_F(Hostile, NamesThatLeadOutAreRefusedAndTheRestIsRestored) {
@@ -166,6 +202,83 @@ TEST_F(Hostile, HardLinkToALinkIsRefused) {
   EXPECT_FALSE(restore());
   EXPECT_EQ(MTF::E_END_WITH_SKIPPED_FILES, code_);
   EXPECT_FALSE(std::filesystem::exists(target_ + "/z"));
+}
+
+TEST_F(Hostile, LinkAndThenAChildThroughIt) {
+  ASSERT_EQ(0, symlink(outside_.c_str(), (source_ + "/l").c_str()));
+  write("file", "evil");
+  ASSERT_TRUE(back_up());
+  replace_catalog([](std::vector<MTF_BACKUP::Catalog_Entry>& entries) {
+    MTF_BACKUP::Catalog_Entry directory = entries[0];
+    MTF_BACKUP::Catalog_Entry child = entries[1];
+    ASSERT_EQ("file", child.path);
+    directory.path = "l";
+    child.path = "l/canary";
+    entries.push_back(directory);
+    entries.push_back(child);
+    child.path = "l/more";
+    entries.push_back(child);
+  });
+  Log_Capture log;
+  for (int i = 0; i < 5; ++i) {
+    EXPECT_FALSE(restore({.threads = 3}));
+    EXPECT_EQ(MTF::E_END_WITH_SKIPPED_FILES, code_) << log.all();
+  }
+  EXPECT_EQ("evil", test_support::read_file(target_ + "/file"));
+}
+
+TEST_F(Hostile, ChildThroughALinkWithoutADirectoryOfItsOwn) {
+  ASSERT_EQ(0, symlink(outside_.c_str(), (source_ + "/l").c_str()));
+  write("file", "evil");
+  ASSERT_TRUE(back_up());
+  replace_catalog([](std::vector<MTF_BACKUP::Catalog_Entry>& entries) {
+    MTF_BACKUP::Catalog_Entry child = entries[1];
+    child.path = "l/canary";
+    entries.push_back(child);
+  });
+  Log_Capture log;
+  for (int i = 0; i < 5; ++i) EXPECT_FALSE(restore({.threads = 3}));
+}
+
+TEST_F(Hostile, HardLinkThroughALinkIsRefused) {
+  ASSERT_EQ(0, symlink(outside_.c_str(), (source_ + "/l").c_str()));
+  write("a", "text");
+  ASSERT_TRUE(back_up());
+  replace_catalog([this](std::vector<MTF_BACKUP::Catalog_Entry>& entries) {
+    MTF_BACKUP::Catalog_Entry first = entries[1];
+    ASSERT_EQ("a", first.path);
+    first.path = "l/canary";
+    entries.push_back(first);
+    for (const char* name : {"m/z", "z"}) {
+      MTF_BACKUP::Catalog_Entry further = first;
+      further.path = name;
+      further.hard_link_target = source_ + (std::string(name) == "z" ? "/l/canary" : "/../outside/canary");
+      entries.push_back(further);
+    }
+  });
+  Log_Capture log;
+  for (int i = 0; i < 5; ++i) EXPECT_FALSE(restore());
+  struct stat canary;
+  ASSERT_EQ(0, stat((outside_ + "/canary").c_str(), &canary));
+  EXPECT_EQ(1u, canary.st_nlink);
+}
+
+TEST_F(Hostile, HardLinksInACircleAreRefused) {
+  write("a", "text");
+  ASSERT_TRUE(back_up());
+  replace_catalog([this](std::vector<MTF_BACKUP::Catalog_Entry>& entries) {
+    for (const auto& [name, target] : {std::pair("x", "/y"), std::pair("y", "/x"), std::pair("z", "/z")}) {
+      MTF_BACKUP::Catalog_Entry further = entries[1];
+      further.path = name;
+      further.hard_link_target = source_ + target;
+      entries.push_back(further);
+    }
+  });
+  Log_Capture log;
+  EXPECT_FALSE(restore());
+  EXPECT_EQ(MTF::E_END_WITH_SKIPPED_FILES, code_);
+  EXPECT_EQ(3u, log.texts(LM_ERROR).size()) << log.all();
+  EXPECT_EQ("text", test_support::read_file(target_ + "/a"));
 }
 
 TEST_F(Hostile, FirstNameExchangedForALinkGetsNoFurtherName) {
