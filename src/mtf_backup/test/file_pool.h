@@ -14,7 +14,9 @@ class File_Pool_Fixture : public Mover_Fixture {
   MTF_BACKUP::Channel_Factory_var make_channels(test_support::Fault_Plan*) const override {
     Pool_Info pool;
     pool.url = "file://" + pool_dir_;
-    return MTF_BACKUP::make_channel_factory(pool, "host/minor", Client_IO_Base::Options());
+    Client_IO_Base::Options options;
+    options.max_seconds_retry = 0;  // failures are what these tests are about
+    return MTF_BACKUP::make_channel_factory(pool, "host/minor", options);
   }
 
   /// All that lies in the pool: content by path, unfinished objects among it.

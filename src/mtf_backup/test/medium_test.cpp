@@ -6,6 +6,7 @@
 
 #include "mtf_backup/set/frame.h"
 #include "mtf_backup/set/hash.h"
+#include "mtf_backup/set/lzop_member.h"
 #include "mtf_backup/set/medium_index.h"
 #include "mtf_backup/test/store_fixture.h"
 #include "support/temp_dir.h"
@@ -309,6 +310,32 @@ TEST_F(Stored_Medium, LzopReadsWhatIsCompressedWithItsMethodAtEveryLevel) {
     EXPECT_TRUE(WIFEXITED(status) && (WEXITSTATUS(status) == 0 || WEXITSTATUS(status) == 2));  // 2: several members
     EXPECT_TRUE(test_support::read_file(dir / "medium") == bytes);
     EXPECT_TRUE(read_all(open_medium(medium_id(COMPR_LZOP)).get()) == bytes);
+  }
+}
+
+// The buffers have the exact sizes, so that a sanitizer sees a byte too much.
+TEST_F(Stored_Medium, AMemberOfLzopThatIsDamagedGivesNothingWrong) {
+  const std::string plain = some_bytes(3000) + std::string(500, 'x');
+  std::string member(MTF_BACKUP::frame_capacity, '\0');
+  member.resize(MTF_BACKUP::Lzop_Member().compress(plain.data(), plain.size(), 0, member.data()));
+  const auto gives_plain = [&](const std::string& stored, size_t size) {
+    const auto from = std::make_unique<char[]>(stored.size());
+    const auto to = std::make_unique<char[]>(size);
+    std::memcpy(from.get(), stored.data(), stored.size());
+    if (!MTF_BACKUP::Lzop_Member::decompress(from.get(), stored.size(), to.get(), size)) return false;
+    EXPECT_EQ(std::string_view(to.get(), size), plain);
+    return true;
+  };
+  ASSERT_TRUE(gives_plain(member, plain.size()));
+  for (size_t n = 0; n < member.size(); ++n) EXPECT_FALSE(gives_plain(member.substr(0, n), plain.size())) << n;
+  for (const size_t wrong : {size_t(0), plain.size() - 1, plain.size() + 1}) EXPECT_FALSE(gives_plain(member, wrong));
+  EXPECT_FALSE(gives_plain(member + "x", plain.size()));
+  EXPECT_FALSE(gives_plain(member + member, plain.size()));
+  for (size_t bit = 0; bit < 8 * member.size(); ++bit) {
+    std::string damaged = member;
+    damaged[bit / 8] = static_cast<char>(damaged[bit / 8] ^ (1 << bit % 8));
+    const bool good = gives_plain(damaged, plain.size());
+    EXPECT_TRUE(!good || bit / 8 >= 50) << "header, at bit " << bit;
   }
 }
 
