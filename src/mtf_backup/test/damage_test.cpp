@@ -9,6 +9,8 @@
 #include <cstdio>
 #include <set>
 
+#include "client_io/encrypted_client_io.h"
+#include "client_io/encrypted_layout.h"
 #include "mtf_backup/set/entry_reader.h"
 #include "mtf_backup/set/frame_workers.h"
 #include "mtf_backup/test/chain_fixture.h"
@@ -93,12 +95,19 @@ class Damaged_Set : public Chain_Fixture {
     for (const std::string& line : log.texts(LM_ERROR)) {
       if (line == object + "missing.\n" || (line == base && key.ends_with("/commit")))
         return !pool_->objects.contains(key);
-      const std::string damaged = object + "damaged at offset ";
-      if (!line.starts_with(damaged)) continue;
-      const size_t offset = std::stoul(line.substr(damaged.size()));
+      size_t offset = 0;
+      if (!offset_of(line, object + "damaged at offset ", offset) &&
+          !offset_of(line, "Failed to decrypt object \"" + key + "\" at offset ", offset))
+        continue;
       return offset <= at && at - offset <= (1u << 20) + 4096;
     }
     return false;
+  }
+
+  static bool offset_of(const std::string& line, const std::string& begin, size_t& offset) {
+    if (!line.starts_with(begin)) return false;
+    offset = std::stoul(line.substr(begin.size()));
+    return true;
   }
 
   /// What is there for the set's sake, and no restore needs: channels that got no batch, catalogs of older sets.
@@ -119,15 +128,15 @@ class Damaged_Set : public Chain_Fixture {
   /// Reads the set into memory, by the same steps as a restore. Whether nothing is wrong with it; @a each gets every
   /// entry whose data came whole, and may look at the record.
   bool read_set(const std::function<void(const Whole_Entry&, const MTF_BACKUP::Commit_Record&)>& each) {
-    const auto client = std::make_shared<test_support::Memory_Client_IO>(pool_);
+    const MTF_BACKUP::Channel_Factory_var factory = make_channels(nullptr);
+    const std::shared_ptr<Client_IO_Base> client = factory->storage();
     MTF_BACKUP::Set_Id id;
     MTF_BACKUP::Commit_Record record;
     if (!MTF_BACKUP::Set_Store(client).find("volume", seq_, 0, id, record)) return false;
     const MTF_BACKUP::Stored_Object* object = record.find("catalog");
     MTF_BACKUP::Catalog_Reader catalog(*client, id.dir(), record.set_uuid, object ? object->size : 0);
     if (!catalog.open()) return false;
-    Memory_Channel_Factory factory(pool_);
-    MTF_BACKUP::Medium_Set media(factory, record, id.dir(), workers_);
+    MTF_BACKUP::Medium_Set media(*factory, record, id.dir(), workers_);
     MTF_BACKUP::Entry_Reader reader(media);
     Whole_Entry whole;
     bool right = true;
@@ -246,6 +255,28 @@ class Damaged_Set : public Chain_Fixture {
     if (compression != COMPR_NONE) write("noise", noise(50'000));
     ASSERT_TRUE(back_up({.compression = compression, .channels = channels}));
   }
+  /// Has one set, makes two more of the same tree, and puts objects of the first two in the places of the third's.
+  void expect_objects_of_others_found(unsigned compression) {
+    ASSERT_TRUE(back_up({.compression = compression, .seq = 1}));
+    ASSERT_TRUE(back_up({.compression = compression, .seq = 1}));
+    seq_ = 2;
+    ASSERT_NO_FATAL_FAILURE(keep_good());
+    const std::string dir = "volume/0000000002.2/";
+    for (const std::string other : {"volume/0000000001.1/", "volume/0000000002.1/"}) {
+      size_t exchanged = 0;
+      for (const auto& [key, object] : good_) {
+        if (!key.starts_with(other)) continue;
+        const std::string mine = dir + key.substr(other.size());
+        SCOPED_TRACE(mine + " from " + other);
+        pool_->objects[mine] = object;
+        expect_found(mine, object.size());
+        pool_->objects[mine] = good_[mine];
+        ++exchanged;
+      }
+      EXPECT_EQ(4u, exchanged);
+    }
+  }
+
   /// Three sets, the last of which needs the media of all.
   void back_up_small_chain() {
     back_up_small_tree(COMPR_ZSTD);
@@ -273,7 +304,7 @@ class Damaged_Set : public Chain_Fixture {
 
 class Damaged_Small_Set : public Damaged_Set, public ::testing::WithParamInterface<unsigned> {};
 
-INSTANTIATE_TEST_SUITE_P(Methods, Damaged_Small_Set, ::testing::Values(COMPR_NONE, COMPR_ZSTD));
+INSTANTIATE_TEST_SUITE_P(Methods, Damaged_Small_Set, ::testing::Values(COMPR_NONE, COMPR_LZOP, COMPR_ZSTD));
 
 TEST_P(Damaged_Small_Set, EveryFlippedBitAndEveryCutIsFound) {
   back_up_small_tree(GetParam(), 2);
@@ -303,24 +334,7 @@ TEST_P(Damaged_Small_Set, BytesBehindTheEndAreFound) {
 // The sets have one uuid, one tree and mostly objects of one size: what tells them apart is where they lie.
 TEST_P(Damaged_Small_Set, ObjectsOfAnotherSetAreFound) {
   back_up_small_tree(GetParam());
-  ASSERT_TRUE(back_up({.compression = GetParam(), .seq = 1}));
-  ASSERT_TRUE(back_up({.compression = GetParam(), .seq = 1}));
-  seq_ = 2;
-  ASSERT_NO_FATAL_FAILURE(keep_good());
-  const std::string dir = "volume/0000000002.2/";
-  for (const std::string other : {"volume/0000000001.1/", "volume/0000000002.1/"}) {
-    size_t exchanged = 0;
-    for (const auto& [key, object] : good_) {
-      if (!key.starts_with(other)) continue;
-      const std::string mine = dir + key.substr(other.size());
-      SCOPED_TRACE(mine + " from " + other);
-      pool_->objects[mine] = object;
-      expect_found(mine, object.size());
-      pool_->objects[mine] = good_[mine];
-      ++exchanged;
-    }
-    EXPECT_EQ(4u, exchanged);
-  }
+  expect_objects_of_others_found(GetParam());
 }
 
 TEST_P(Damaged_Small_Set, WholeSetInThePlaceOfAnotherIsFound) {
@@ -340,6 +354,38 @@ TEST_P(Damaged_Small_Set, MediumWithItsIndexOfAnotherSetIsFound) {
     if (key.starts_with("volume/0000000002.1/channel"))
       pool_->objects["volume/0000000001.1/" + key.substr(20)] = object;
   expect_found("volume/0000000001.1/channel-000.index", good_["volume/0000000001.1/channel-000.index"].size());
+}
+
+/// Sets whose objects are encrypted.
+class Damaged_Encrypted_Set : public Damaged_Set, public ::testing::WithParamInterface<Encryption_Algorithm> {
+ protected:
+  Damaged_Encrypted_Set() {
+    wrap = [](std::unique_ptr<Client_IO_Base> next) {
+      client_io::Pool_Encryption encryption{GetParam(), secure_string(client_io::key_size(GetParam()), 'k'), {}};
+      auto client = std::make_shared<Encrypted_Client_IO>(std::move(next), std::move(encryption));
+      EXPECT_TRUE(client->start());
+      return client;
+    };
+  }
+};
+
+INSTANTIATE_TEST_SUITE_P(Ciphers, Damaged_Encrypted_Set, ::testing::Values(ENCRYPT_AES_256_GCM, ENCRYPT_AES_128_CBC));
+
+TEST_P(Damaged_Encrypted_Set, EveryFlippedBitAndEveryCutIsFound) {
+  back_up_small_tree(COMPR_ZSTD, 2);
+  ASSERT_NO_FATAL_FAILURE(keep_good());
+  damage_everywhere();
+}
+
+TEST_P(Damaged_Encrypted_Set, MissingObjectsAreFound) {
+  back_up_small_tree(COMPR_ZSTD, 2);
+  ASSERT_NO_FATAL_FAILURE(keep_good());
+  miss_every_object();
+}
+
+TEST_P(Damaged_Encrypted_Set, ObjectsOfAnotherSetAreFound) {
+  back_up_small_tree(COMPR_ZSTD);
+  expect_objects_of_others_found(COMPR_ZSTD);
 }
 
 class Damaged_Chain : public Damaged_Set {};
