@@ -18,7 +18,7 @@ namespace client_io {
 namespace {
 
 constexpr mode_t file_mode = 0600;
-constexpr uint64_t writeback_step = uint64_t(2) << 20;
+constexpr uint64_t writeback_step = uint64_t(1) << 20;
 
 std::string random_name() {
   unsigned char bytes[12];
@@ -116,7 +116,10 @@ bool File_Writer::settle(uint64_t n) {
   if (!is_usable()) return false;
   if (!settings_.flush) return true;  // then nobody asks what became of the bytes
   const int flags = SYNC_FILE_RANGE_WAIT_BEFORE | SYNC_FILE_RANGE_WRITE | SYNC_FILE_RANGE_WAIT_AFTER;
-  return sync_file_range(file_.get(), 0, static_cast<off64_t>(n), flags) == 0 || fail("write");
+  const off64_t from = static_cast<off64_t>(settled_);
+  if (sync_file_range(file_.get(), from, static_cast<off64_t>(n) - from, flags) != 0) return fail("write");
+  settled_ = n;
+  return true;
 }
 
 // A failed sync may have dropped what was not settled, so all of that is written again.
@@ -130,7 +133,7 @@ int64_t File_Writer::resume(uint64_t settled) {
     if (!file_) errno = ENOTSUP;
     return -1;
   }
-  size_ = settled;
+  size_ = settled_ = settled;
   writeback_ = std::min(writeback_, settled);
   error_ = 0;
   return offset;

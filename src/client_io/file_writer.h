@@ -55,6 +55,7 @@ class File_Writer : public Client_IO_Base::Writer {
   bool closed_ = false;  // whole, synced and closed
   bool committed_ = false;
   uint64_t size_ = 0;
+  uint64_t settled_ = 0;
   uint64_t writeback_ = 0;  // up to here the kernel was told to start writing
   int error_ = 0;           // the first failure
 };

@@ -30,17 +30,21 @@ bool Resuming_Writer::write(const void* data, size_t n) {
 
 bool Resuming_Writer::append(const char* data, size_t n) {
   if (!run([&] { return next_->write(data, n); })) return false;
-  unsettled_.append(data, n);
+  if (unsettled_.empty() || unsettled_.back().size() + n > buffer_size_ / 8) unsettled_.emplace_back();
+  unsettled_.back().append(data, n);
+  unsettled_size_ += n;
   return true;
 }
 
-// Settles at least the older half, whose way to the storage began a while ago, so that little is waited for.
+// Settles the oldest pieces, whose way to the storage began a while ago, so that little is waited for.
 bool Resuming_Writer::make_room(size_t n) {
-  const size_t total = unsettled_.size() + n;
-  if (total <= buffer_size_) return true;
-  const size_t count = std::max(unsettled_.size() / 2, total - buffer_size_);
+  size_t pieces = 0;
+  size_t count = 0;
+  while (unsettled_size_ - count + n > buffer_size_) count += unsettled_[pieces++].size();
+  if (count == 0) return true;
   if (!run([&] { return next_->settle(settled_ + count); })) return false;
-  unsettled_.erase(0, count);
+  unsettled_.erase(unsettled_.begin(), unsettled_.begin() + static_cast<ptrdiff_t>(pieces));
+  unsettled_size_ -= count;
   settled_ += count;
   return true;
 }
@@ -70,8 +74,13 @@ bool Resuming_Writer::resume() {
     if (errno == ENOTSUP) errno = EIO;  // final, and the line that told of the failure is the right one
     return false;
   }
-  const size_t known = static_cast<size_t>(static_cast<uint64_t>(at) - settled_);
-  return known == unsettled_.size() || next_->write(unsettled_.data() + known, unsettled_.size() - known);
+  size_t known = static_cast<size_t>(static_cast<uint64_t>(at) - settled_);
+  for (const std::string& piece : unsettled_) {
+    const size_t skipped = std::min(known, piece.size());
+    known -= skipped;
+    if (skipped < piece.size() && !next_->write(piece.data() + skipped, piece.size() - skipped)) return false;
+  }
+  return true;
 }
 
 }  // namespace client_io

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <deque>
 #include <memory>
 #include <string>
 
@@ -17,7 +18,7 @@ class Resuming_Writer : public Client_IO_Base::Writer {
 
   bool write(const void* data, size_t n) override;
   bool commit() override;
-  uint64_t size() const override { return settled_ + unsettled_.size(); }
+  uint64_t size() const override { return settled_ + unsettled_size_; }
 
  private:
   bool run(const std::function<bool()>& step);
@@ -28,10 +29,11 @@ class Resuming_Writer : public Client_IO_Base::Writer {
   const std::unique_ptr<Writer> next_;
   const size_t buffer_size_;
   Patience& patience_;
-  uint64_t settled_ = 0;   // bytes that the storage has for good
-  std::string unsettled_;  // those behind them
-  bool broken_ = false;    // next_ has failed and was not resumed yet
-  int error_ = 0;          // the first final failure
+  uint64_t settled_ = 0;               // bytes that the storage has for good
+  std::deque<std::string> unsettled_;  // those behind them, in pieces
+  size_t unsettled_size_ = 0;
+  bool broken_ = false;  // next_ has failed and was not resumed yet
+  int error_ = 0;        // the first final failure
 };
 
 }  // namespace client_io
