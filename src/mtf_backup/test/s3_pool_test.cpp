@@ -1,0 +1,122 @@
+#include "client_io/client_io_factory.h"
+#include "kolt/pool_info.h"
+#include "mtf_backup/test/mover_fixture.h"
+#include "support/fake_s3.h"
+#include "support/fault_proxy.h"
+#include "support/s3rver.h"
+#include "support/tree_maker.h"
+
+using namespace mover_test;
+using test_support::Fake_S3;
+using test_support::Fault_Proxy;
+using test_support::Log_Capture;
+using test_support::Network_Fault;
+using test_support::S3_Call;
+using test_support::s3_error;
+using test_support::S3_Reply;
+using test_support::S3rver;
+
+namespace {
+
+/// Sets in a bucket.
+class S3_Pool : public Mover_Fixture {
+ protected:
+  S3_Pool() {
+    wrap = [this](std::unique_ptr<Client_IO_Base>) { return make_client_io(info_, "host/minor", options_); };
+    use(service_.port());
+  }
+
+  void use(int port, const std::string& access_key = "access", const std::string& secret_key = "secret") {
+    info_.url = "s3://bucket/pool";
+    info_.default_s3 = {{"endpoint", "http://127.0.0.1:" + std::to_string(port)},
+                        {"access_key_id", access_key},
+                        {"secret_access_key", secret_key}};
+  }
+
+  void back_up_and_restore(const Backup_Args& args) {
+    Log_Capture log;
+    ASSERT_TRUE(back_up(args)) << log.all();
+    ASSERT_TRUE(restore({.threads = 3})) << log.all();
+    EXPECT_EQ(differences(), "");
+    EXPECT_EQ(log.texts(LM_ERROR).size(), 0u) << log.all();
+    EXPECT_EQ(sets().size(), 1u);
+  }
+
+  Fake_S3 service_;
+  Pool_Info info_;
+  Client_IO_Base::Options options_;
+};
+
+TEST_F(S3_Pool, ATreeGoesThereAndBackThroughTheServiceOfOthers) {
+  if (!S3rver::missing().empty()) GTEST_SKIP() << S3rver::missing();
+  const S3rver service;
+  use(service.port(), "S3RVER", "S3RVER");
+  test_support::make_tree(source_, {.files = 1000, .bytes = 40'000'000});
+  back_up_and_restore({.compression = COMPR_ZSTD, .channels = 2});
+}
+
+TEST_F(S3_Pool, MediaOfSeveralPartsGoThereAndBack) {
+  for (int i = 0; i < 4; ++i) write("large" + std::to_string(i), noise(12 << 20, i));
+  back_up_and_restore({.channels = 2});
+  EXPECT_GE(service_.count("PUT", "partNumber="), 6u);
+  EXPECT_EQ(service_.uploads().size(), 0u);
+}
+
+TEST_F(S3_Pool, ASetSurvivesABadNetwork) {
+  std::atomic<int> count{0};
+  Fault_Proxy proxy(service_.port(), [&](const std::string&) {
+    static const Network_Fault faults[] = {Network_Fault::RESET_IN_REQUEST, Network_Fault::LOSE_ANSWER,
+                                           Network_Fault::CUT_ANSWER, Network_Fault::ANSWER_503};
+    const int number = count++;
+    return number % 5 == 4 ? faults[number / 5 % 4] : Network_Fault::NONE;
+  });
+  use(proxy.port());
+  write("large", noise(20 << 20));
+  for (int i = 0; i < 20; ++i) write("f" + std::to_string(i), noise(1000, i));
+  back_up_and_restore({.compression = COMPR_ZSTD, .channels = 2});
+}
+
+TEST_F(S3_Pool, AFullStorageFailsTheBackupAndKeepsOlderSets) {
+  write("a", noise(1000));
+  ASSERT_TRUE(back_up());
+  const size_t before = service_.objects().size();
+  service_.script([](const S3_Call& call) -> std::optional<S3_Reply> {
+    if (call.method == "PUT" && call.path.ends_with("catalog")) return s3_error(507, "");
+    return {};
+  });
+  Log_Capture log;
+  EXPECT_FALSE(back_up({.seq = 1}));
+  EXPECT_TRUE(log.has_containing(LM_ERROR, "No space left on device (507)")) << log.all();
+  EXPECT_EQ(service_.objects().size(), before);
+  EXPECT_TRUE(restore());
+  EXPECT_EQ(differences(), "");
+}
+
+TEST_F(S3_Pool, WhatACrashLeftIsSwept) {
+  service_.put("pool/host/minor/volume/0000000001.1/medium", "half");
+  service_.begin_upload("pool/host/minor/volume/0000000001.1/medium", "dead");
+  write("a", noise(1000));
+  ASSERT_TRUE(back_up());
+  EXPECT_EQ(service_.uploads().size(), 0u);
+  EXPECT_EQ(sets().size(), 1u);
+}
+
+TEST_F(S3_Pool, ACancelIsHeardWhileTheServiceTakesNoParts) {
+  std::atomic<bool> silent{false};
+  Fault_Proxy proxy(service_.port(), [&](const std::string& line) {
+    if (line.find("partNumber") == std::string::npos) return Network_Fault::NONE;
+    silent = true;
+    return Network_Fault::SILENCE;
+  });
+  use(proxy.port());
+  write("large", noise(20 << 20));
+  prepare = [&](Test_Handler& handler) { handler.cancel_when = [&] { return silent.load(); }; };
+  Log_Capture log;
+  const auto begin = std::chrono::steady_clock::now();
+  EXPECT_FALSE(back_up());
+  EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(20));  // far less than any time-out
+  EXPECT_EQ(service_.objects().size(), 0u);
+  EXPECT_EQ(service_.uploads().size(), 0u);
+}
+
+}  // namespace
