@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "ace/Log_Msg.h"
+#include "mtf_backup/set/damage.h"
 #include "task/task_context.h"
 
 namespace MTF_BACKUP {
@@ -26,7 +27,10 @@ Log_Scope::~Log_Scope() {
 }
 
 Run_Threads::Run_Threads(Run_State& state, ACE_Log_Msg_Callback* log_callback)
-    : state_(state), log_callback_(log_callback), context_(Task_Context::current()) {}
+    : state_(state),
+      log_callback_(log_callback),
+      context_(Task_Context::current()),
+      damage_listener_(Damage_Listener::current()) {}
 
 void Run_Threads::start(std::function<void()> body) {
   {
@@ -47,6 +51,7 @@ void Run_Threads::run(const std::function<void()>& body) {
   {
     Log_Scope log(log_callback_);
     Task_Context::Attach attach(context_);
+    const Damage_Listener::Scope listening(damage_listener_);
     try {
       body();
     } catch (const std::bad_alloc&) {

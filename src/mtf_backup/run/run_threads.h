@@ -14,6 +14,8 @@ class Task_Context;
 
 namespace MTF_BACKUP {
 
+class Damage_Listener;
+
 /// Sends the calling thread's log lines to a callback while the object lives; does nothing where that is empty.
 class Log_Scope {
  public:
@@ -29,7 +31,7 @@ class Log_Scope {
 };
 
 /**
- * The threads of one run. They work for the task of the thread that made the object.
+ * The threads of one run. They work for the task of the thread that made the object, and tell its damage listener.
  *
  * Whatever they wait for has to be ended before the destructor, which joins them. Threads: the one that made it.
  */
@@ -51,6 +53,7 @@ class Run_Threads {
   Run_State& state_;
   ACE_Log_Msg_Callback* const log_callback_;
   Task_Context* const context_;
+  Damage_Listener* const damage_listener_;
   std::vector<std::thread> threads_;
 
   std::mutex lock_;

@@ -6,6 +6,7 @@
 #include <system_error>
 
 #include "ace/Log_Msg.h"
+#include "mtf_backup/set/damage.h"
 #include "mtf_backup/set/frame_codec.h"
 #include "task/task_context.h"
 
@@ -26,7 +27,8 @@ Frame_Workers::Frame_Workers(size_t threads, size_t budget)
     : thread_count_(threads == 0 ? default_threads() : threads),
       buffer_count_(
           std::max(least_per_medium, budget / frame_capacity - std::min(thread_count_, budget / frame_capacity))),
-      context_(Task_Context::current()) {}
+      context_(Task_Context::current()),
+      damage_listener_(Damage_Listener::current()) {}
 
 Frame_Workers::~Frame_Workers() {
   {
@@ -51,6 +53,7 @@ bool Frame_Workers::open() {
 
 void Frame_Workers::run() {
   const Task_Context::Attach attach(context_);
+  const Damage_Listener::Scope listening(damage_listener_);
   Frame_Codec codec;
   std::unique_lock<std::mutex> guard(lock_);
   for (;;) {

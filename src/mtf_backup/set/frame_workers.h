@@ -16,6 +16,7 @@ class Task_Context;
 
 namespace MTF_BACKUP {
 
+class Damage_Listener;
 class Frame_Codec;
 
 /**
@@ -25,7 +26,7 @@ class Frame_Codec;
  * that none waits for another for ever.
  *
  * Life: made before the media and destroyed after them. The threads work for the task of the thread that made the
- * object. Threads: all operations may be called from any thread.
+ * object, and tell its damage listener. Threads: all operations may be called from any thread.
  */
 class TESSARIN_API Frame_Workers {
  public:
@@ -87,6 +88,7 @@ class TESSARIN_API Frame_Workers {
   const size_t thread_count_;
   const size_t buffer_count_;
   Task_Context* const context_;
+  Damage_Listener* const damage_listener_;
   std::vector<std::thread> threads_;
 
   mutable std::mutex lock_;

@@ -2,8 +2,6 @@
 
 #include <cerrno>
 
-#include "ace/Log_Msg.h"
-#include "kolt/printable.h"
 #include "mtf_backup/set/damage.h"
 
 namespace MTF_BACKUP {
@@ -11,10 +9,7 @@ namespace MTF_BACKUP {
 std::unique_ptr<Client_IO_Base::Reader> open_object(Client_IO_Base& storage, const std::string& key, uint64_t size) {
   std::unique_ptr<Client_IO_Base::Reader> reader = storage.open(key);
   if (!reader) {
-    if (errno == ENOENT) {
-      ACE_ERROR((LM_ERROR, ACE_TEXT("Object \"%C\" is missing.\n"), printable(key).c_str()));
-      errno = ENOENT;
-    }
+    if (errno == ENOENT) tell_missing(key);
     return nullptr;
   }
   if (reader->size() == size) return reader;

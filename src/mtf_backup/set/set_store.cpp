@@ -34,12 +34,6 @@ std::string prefix_of(const std::string& name, uint32_t seq) {
   return encode_name(name) + "/" + seq_part(seq);
 }
 
-bool tell_missing(const std::string& key) {
-  ACE_ERROR((LM_ERROR, ACE_TEXT("Object \"%C\" is missing.\n"), printable(key).c_str()));
-  errno = ENOENT;
-  return false;
-}
-
 // Reads a record and makes sure that it is the one of this place. A missing one is not logged.
 bool load_commit(Client_IO_Base& storage, const Set_Key& key, Commit_Record& record) {
   const std::string name = key.dir() + "/" + commit_name;
