@@ -18,6 +18,9 @@ class TESSARIN_API Selection {
   /// Whether @a path is one of the selected paths or lies below one, in whole components.
   bool contains(const std::string& path) const;
 
+  /// The selected paths, without separators at the end; meaningless where everything is selected.
+  const std::vector<std::string>& dirs() const { return dirs_; }
+
  private:
   bool everything_ = false;
   std::vector<std::string> dirs_;  // without separators at the end
