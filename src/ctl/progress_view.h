@@ -49,9 +49,10 @@ class Progress_View {
   /// Prints a line of text beside the progress.
   void say(const std::string& text);
 
- private:
+  /// Takes the bar away, for whoever prints beside it; the next show() brings it back.
   void clear();
 
+ private:
   std::ostream& out_;
   const Mode mode_;
   std::string shown_state_;

@@ -31,15 +31,6 @@ class Path_Pattern {
   const bool whole_;
 };
 
-/// The sets to look into.
-Pool_Sets wanted_sets(const Options& options, const Pool& pool) {
-  const std::vector<MTF_BACKUP::Pool_Key> keys = pool.keys(options.host, options.resource);
-  if (options.sets.sets.empty()) return pool.read(keys);
-  std::vector<MTF_BACKUP::Pool_Key> wanted;
-  for (const std::string& text : options.sets.sets) wanted.push_back(find_set(keys, text));
-  return pool.read(wanted);
-}
-
 json_spirit::Object match_document(const Pool_Set& set, const Catalog_Entry& entry, const std::string& path) {
   json_spirit::Object document = entry_document(entry, path);
   insert_bytes(document, "name", set.record.name);
@@ -88,7 +79,7 @@ bool search(const Options& options, const Pool& pool, const Pool_Set& set, Match
 Exit_Code sets_find(const Options& options, std::ostream& out, std::ostream& err) {
   const Pool pool = Pool::of(options);
   pool.check();
-  const Pool_Sets sets = wanted_sets(options, pool);
+  const Pool_Sets sets = pool.read(find_sets(pool.keys(options.host, options.resource), options.sets.sets));
   const std::string count = std::to_string(sets.sets.size());
   bool complete = sets.unreadable.empty();
   Matches matches;

@@ -95,6 +95,17 @@ Pool_Key find_set(const std::vector<Pool_Key>& keys, const std::string& text) {
   return last;
 }
 
+std::vector<Pool_Key> find_sets(const std::vector<Pool_Key>& keys, const std::vector<std::string>& texts) {
+  if (texts.empty()) return keys;
+  std::vector<Pool_Key> found;
+  for (const std::string& text : texts) {
+    const Pool_Key key = find_set(keys, text);
+    const auto same = [&](const Pool_Key& other) { return other.order() == key.order(); };
+    if (std::none_of(found.begin(), found.end(), same)) found.push_back(key);
+  }
+  return found;
+}
+
 std::string set_label(const std::string& name, uint32_t seq, uint32_t incarnation) {
   return printable(name) + ':' + std::to_string(seq) + '.' + std::to_string(incarnation);
 }

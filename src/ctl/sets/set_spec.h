@@ -28,6 +28,10 @@ Set_Spec parse_set_spec(const std::string& text);
  */
 MTF_BACKUP::Pool_Key find_set(const std::vector<MTF_BACKUP::Pool_Key>& keys, const std::string& text);
 
+/// The sets that @a texts name, each once; all where there are none. @throws Failure  as find_set().
+std::vector<MTF_BACKUP::Pool_Key> find_sets(const std::vector<MTF_BACKUP::Pool_Key>& keys,
+                                            const std::vector<std::string>& texts);
+
 /// "data:3.1"
 std::string set_label(const std::string& name, uint32_t seq, uint32_t incarnation);
 /// The same by a key alone, with the name as it stands in the pool.

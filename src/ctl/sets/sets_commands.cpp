@@ -28,8 +28,10 @@ Exit_Code sets_list(const Options& options, std::ostream& out, std::ostream& err
 }
 
 const std::map<std::string, Command>& sets_commands() {
-  static const std::map<std::string, Command> commands = {
-      {"sets list", sets_list}, {"sets show", sets_show}, {"sets find", sets_find}};
+  static const std::map<std::string, Command> commands = {{"sets list", sets_list},       {"sets show", sets_show},
+                                                          {"sets find", sets_find},       {"sets verify", sets_verify},
+                                                          {"sets restore", sets_restore}, {"sets export", sets_export},
+                                                          {"sets remove", sets_remove},   {"sets prune", sets_prune}};
   return commands;
 }
 

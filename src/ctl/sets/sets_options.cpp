@@ -38,6 +38,26 @@ void add_set(CLI::App* command, Sets_Options& sets) {
       ->required();
 }
 
+void add_changes(CLI::App* group, Options& options) {
+  Sets_Options& sets = options.sets;
+  CLI::App* const remove = add_command(group, options, "remove", "sets remove", "Remove sets");
+  remove->add_option("SET", sets.sets, set_help)->required();
+  remove->add_flag("--with-dependents", sets.with_dependents, "and all sets that have data in them");
+  remove->add_flag("--dry-run", sets.dry_run, "only tell what would be removed");
+
+  CLI::App* const prune =
+      add_command(group, options, "prune", "sets prune", "Remove sets by rules; tells unless --yes");
+  prune->add_option("--keep-last", sets.keep.last, "keep so many of the newest sets of each name");
+  prune->add_option("--keep-daily", sets.keep.daily, "keep the newest set of each of so many days that have one");
+  prune->add_option("--keep-weekly", sets.keep.weekly, "keep the newest set of each of so many weeks that have one");
+  prune->add_option("--name", sets.name, "only sets of this name");
+  prune->add_flag("--yes", sets.yes, "do it");
+
+  for (CLI::App* const command : {remove, prune})
+    command->add_flag("--ignore-damaged", sets.ignore_damaged,
+                      "go on beside sets whose records cannot be read, so that it is not known what they need");
+}
+
 }  // namespace
 
 void add_sets_commands(CLI::App& app, Options& options) {
@@ -60,6 +80,31 @@ void add_sets_commands(CLI::App& app, Options& options) {
   find->add_option("PATTERN", sets.pattern, "shell pattern, quoted, of a name, or of a whole path if it has a '/'")
       ->required();
   find->add_option("SET", sets.sets, "in these sets only; default: in all");
+
+  CLI::App* const verify =
+      add_command(group, options, "verify", "sets verify", "Compare sets with what was written down about them");
+  verify->add_option("SET", sets.sets, "these sets only; default: all");
+  verify->add_flag("--data", sets.data, "read all data too");
+
+  CLI::App* const restore =
+      add_command(group, options, "restore", "sets restore", "Bring files of a set back, straight from the pool");
+  add_set(restore, sets);
+  restore
+      ->add_option("--path", sets.paths,
+                   "a file or directory in the set, as of \"show\"; may be repeated; default: all")
+      ->expected(1)
+      ->take_all();
+  restore->add_option("--to", sets.target, "directory in which each is put under its own name")->required();
+
+  CLI::App* const exported =
+      add_command(group, options, "export", "sets export", "Write a set as one file that other programs read");
+  add_set(exported, sets);
+  exported->add_option("FILE", sets.file, "the file, which must not exist; -: the standard output")->required();
+  exported->add_option("--format", sets.format, "tar (pax) or mtf (one MTF medium)")
+      ->required()
+      ->check(CLI::IsMember({"tar", "mtf"}));
+
+  add_changes(group, options);
 }
 
 }  // namespace ctl

@@ -4,7 +4,10 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
+#include <ctime>
 #include <filesystem>
+#include <fstream>
+#include <functional>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -15,6 +18,7 @@
 #include "json_spirit/json_spirit_helper.h"
 #include "kolt/pool_info.h"
 #include "mtf_backup/mtf_backup.h"
+#include "mtf_backup/set/commit_record.h"
 #include "mtf_backup/test/posix_callbacks.h"
 #include "support/log_capture.h"
 #include "support/temp_dir.h"
@@ -39,6 +43,26 @@ class Sets_Fixture : public ::testing::Test {
 
   bool back_up() { return back_up(Backup()); }
   bool back_up(const Backup& args) {
+    // What is younger than the set before is read again, so that is made younger than all files.
+    if (args.incremental) date_sets([](uint32_t) { return std::time(nullptr) + 10; });
+    const bool ok = make_set(args);
+    date_sets([](uint32_t seq) { return 1717372800 + seq * 86400; });
+    return ok;
+  }
+
+  /// Says when each set was begun, by its number.
+  void date_sets(const std::function<int64_t(uint32_t seq)>& time) const {
+    for (const auto& file : std::filesystem::recursive_directory_iterator(pool_)) {
+      MTF_BACKUP::Commit_Record record;
+      if (file.path().filename() != "commit" ||
+          !record.from_text(test_support::read_file(file.path()), file.path().string()))
+        continue;
+      record.begin_time = time(record.seq);
+      std::ofstream(file.path(), std::ios::trunc) << record.to_text();
+    }
+  }
+
+  bool make_set(const Backup& args) {
     Pool_Info pool;
     pool.url = "file://" + pool_;
     MTF::Metadata metadata;

@@ -1,0 +1,172 @@
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <map>
+
+#include "ctl/human.h"
+#include "ctl/print.h"
+#include "ctl/sets/pool.h"
+#include "ctl/sets/retention.h"
+#include "ctl/sets/set_chains.h"
+#include "ctl/sets/set_spec.h"
+#include "ctl/sets/sets_commands.h"
+#include "ctl/table.h"
+#include "json_spirit/assign.h"
+#include "kolt/printable.h"
+#include "mtf_backup/set/percent.h"
+#include "mtf_backup/set/set_store.h"
+
+namespace ctl {
+
+using json_spirit::Array;
+using json_spirit::Object;
+using MTF_BACKUP::Pool_Key;
+
+namespace {
+
+bool same_place(const Pool_Key& a, const Pool_Key& b) {
+  return a.host == b.host && a.resource == b.resource;
+}
+
+bool same_set(const Pool_Key& a, const Pool_Key& b) {
+  return a.order() == b.order();
+}
+
+/// What a damaged record needs is not known, so that nothing beside it may go.
+void refuse_beside_unreadable(const Options& options, const Pool_Sets& sets, const std::vector<Pool_Key>& removed) {
+  if (options.sets.ignore_damaged) return;
+  for (const Pool_Key& bad : sets.unreadable)
+    for (const Pool_Key& key : removed)
+      if (same_place(bad, key) && !same_set(bad, key))
+        throw Failure(exit_pool, "What set " + set_label(bad) +
+                                     " needs is not known, since its record cannot be read: " +
+                                     "nothing is removed beside it. Remove it, or give --ignore-damaged.");
+}
+
+/// With the raw name: as the record tells it, or else from the key.
+MTF_BACKUP::Set_Id id_of(const Pool_Key& key, const Pool_Sets& sets) {
+  for (const Pool_Set& set : sets.sets)
+    if (same_set(set.key, key)) return {set.record.name, key.set.seq, key.set.incarnation};
+  MTF_BACKUP::Set_Id id{"", key.set.seq, key.set.incarnation};
+  if (MTF_BACKUP::percent_decode(key.set.name, id.name) && id.dir() == key.set.dir()) return id;
+  throw Failure(exit_pool, "The name of set " + set_label(key) + " is too long to be told without its record.");
+}
+
+/// Of each the commit record goes first, and sets go before those that they need: who is killed here leaves no set with
+/// holes.
+void remove_sets(const Pool& pool, const Pool_Sets& sets, const std::vector<Pool_Key>& keys, const Options& options,
+                 std::ostream& out) {
+  std::map<std::pair<std::string, std::string>, std::vector<MTF_BACKUP::Set_Id>> places;
+  for (const Pool_Key& key : keys) places[{key.host, key.resource}].push_back(id_of(key, sets));
+  for (const auto& [place, ids] : places) {
+    if (!MTF_BACKUP::Set_Store(pool.storage({place.first, place.second, {}})).remove(ids))
+      throw Failure(exit_pool, std::string("The sets cannot be removed: ") + std::strerror(errno) +
+                                   ". Some may be gone; 'sets list' tells.");
+    if (options.json) continue;
+    for (const MTF_BACKUP::Set_Id& id : ids)
+      out << "Removed " << set_label(id.name, id.seq, id.incarnation) << std::endl;
+  }
+}
+
+Object key_document(const Pool_Key& key) {
+  Object document;
+  json_spirit::insert(document)("name", key.set.name)("seq", key.set.seq)("incarnation", key.set.incarnation)(
+      "resource", key.resource)("host_uuid", key.host);
+  return document;
+}
+
+/// Adds the sets that need those in @a keys, or refuses.
+void take_dependents(const Options& options, const Pool_Sets& sets, std::vector<Pool_Key>& keys) {
+  const Set_Chains chains(sets.sets);
+  std::string needed;
+  for (size_t i = 0; i < keys.size(); ++i)
+    for (const size_t user : chains.dependents(keys[i])) {
+      const Pool_Key& key = sets.sets[user].key;
+      if (std::any_of(keys.begin(), keys.end(), [&](const Pool_Key& other) { return same_set(other, key); })) continue;
+      if (options.sets.with_dependents)
+        keys.push_back(Pool_Key(key));
+      else
+        needed += "\n  " + set_label(keys[i]) + " is needed by " + set_label(key);
+    }
+  if (!needed.empty())
+    throw Failure(exit_usage, "Nothing is removed: other sets have data in these." + needed +
+                                  "\nGive --with-dependents to remove those too.");
+}
+
+void print_verdicts(std::ostream& out, const std::vector<Pool_Set>& sets,
+                    const std::vector<Retention_Verdict>& verdicts) {
+  Table table({"SET", "TIME", ">STORED", "RESULT", "REASON", "RESOURCE", "HOST"});
+  for (size_t i = 0; i < sets.size(); ++i) {
+    std::string reasons;
+    for (const std::string& reason : verdicts[i].reasons) reasons += (reasons.empty() ? "" : ", ") + reason;
+    const MTF_BACKUP::Commit_Record& record = sets[i].record;
+    table.add({set_label(sets[i].key), human_time(record.begin_time), human_size(record.summary.storage_size),
+               verdicts[i].keep ? "keep" : "remove", reasons, printable(sets[i].key.resource),
+               printable(sets[i].key.host)});
+  }
+  table.print(out);
+}
+
+void print_verdicts_document(std::ostream& out, const std::vector<Pool_Set>& sets,
+                             const std::vector<Retention_Verdict>& verdicts, bool removed) {
+  Array documents;
+  for (size_t i = 0; i < sets.size(); ++i) {
+    Array reasons;
+    for (const std::string& reason : verdicts[i].reasons) reasons.emplace_back(reason);
+    const MTF_BACKUP::Commit_Record& record = sets[i].record;
+    Object document = key_document(sets[i].key);
+    json_spirit::insert(document)("time", record.begin_time)("stored_size", record.summary.storage_size)(
+        "keep", verdicts[i].keep)("reasons", std::move(reasons));
+    documents.emplace_back(std::move(document));
+  }
+  Object document;
+  json_spirit::insert(document)("sets", std::move(documents))("removed", removed);
+  print_json(out, document);
+}
+
+}  // namespace
+
+Exit_Code sets_remove(const Options& options, std::ostream& out, std::ostream&) {
+  const Pool pool = Pool::of(options);
+  pool.check();
+  const std::vector<Pool_Key> all = pool.keys(options.host, options.resource);
+  std::vector<Pool_Key> keys = find_sets(all, options.sets.sets);
+  const Pool_Sets sets = pool.read(all);
+  take_dependents(options, sets, keys);
+  refuse_beside_unreadable(options, sets, keys);
+  if (!options.sets.dry_run)
+    remove_sets(pool, sets, keys, options, out);
+  else if (!options.json)
+    for (const Pool_Key& key : keys) out << "Would remove " << set_label(key) << '\n';
+  if (options.json) {
+    Array documents;
+    for (const Pool_Key& key : keys) documents.emplace_back(key_document(key));
+    Object document;
+    json_spirit::insert(document)("sets", std::move(documents))("removed", !options.sets.dry_run);
+    print_json(out, document);
+  }
+  return exit_ok;
+}
+
+Exit_Code sets_prune(const Options& options, std::ostream& out, std::ostream&) {
+  const Sets_Options& given = options.sets;
+  if (given.keep.last + given.keep.daily + given.keep.weekly == 0)
+    throw Failure(exit_usage, "Give --keep-last, --keep-daily or --keep-weekly: at least one set has to be kept.");
+  const Pool pool = Pool::of(options);
+  pool.check();
+  const Pool_Sets sets = pool.sets(options.host, options.resource);
+  const std::vector<Retention_Verdict> verdicts = judge(sets.sets, given.keep, given.name);
+  std::vector<Pool_Key> keys;
+  for (size_t i = 0; i < sets.sets.size(); ++i)
+    if (!verdicts[i].keep) keys.push_back(sets.sets[i].key);
+  refuse_beside_unreadable(options, sets, keys);
+  if (!options.json) print_verdicts(out, sets.sets, verdicts);
+  if (given.yes)
+    remove_sets(pool, sets, keys, options, out);
+  else if (!options.json && !keys.empty())
+    out << keys.size() << (keys.size() == 1 ? " set" : " sets") << " would be removed; --yes does it.\n";
+  if (options.json) print_verdicts_document(out, sets.sets, verdicts, given.yes);
+  return exit_ok;
+}
+
+}  // namespace ctl

@@ -1,0 +1,239 @@
+// Verifying, restoring from the pool, exporting.
+#include <fcntl.h>
+#include <sys/xattr.h>
+#include <unistd.h>
+
+#include <array>
+#include <cstdio>
+#include <fstream>
+
+#include "ctl/test/sets_fixture.h"
+#include "support/tree_compare.h"
+#include "support/tree_maker.h"
+
+namespace {
+
+using namespace ctl;
+using ctl_test::Sets_Fixture;
+using ::testing::ContainsRegex;
+using ::testing::HasSubstr;
+using ::testing::IsEmpty;
+using ::testing::SizeIs;
+
+class Sets_Data : public Sets_Fixture {
+ protected:
+  static void flip(const std::string& path, long at) {
+    std::fstream file(path, std::ios::in | std::ios::out | std::ios::binary);
+    file.seekg(at, at < 0 ? std::ios::end : std::ios::beg);
+    const char byte = static_cast<char>(file.get() ^ 1);
+    file.seekp(at, at < 0 ? std::ios::end : std::ios::beg);
+    file.put(byte);
+  }
+  /// What a shell command prints; its exit code is expected to be 0.
+  static std::string shell(const std::string& command) {
+    FILE* const pipe = popen((command + " 2>&1").c_str(), "r");
+    std::string text;
+    std::array<char, 4096> buffer;
+    for (size_t n; (n = fread(buffer.data(), 1, buffer.size(), pipe)) > 0;) text.append(buffer.data(), n);
+    EXPECT_EQ(pclose(pipe), 0) << command << "\n" << text;
+    return text;
+  }
+  std::string made(const std::string& name) const {
+    std::filesystem::create_directory(dir_ / name);
+    return dir_ / name;
+  }
+  static std::string differences(const std::string& a, const std::string& b) {
+    std::string text;
+    for (const std::string& line : test_support::compare_trees(a, b).differences) text += line + "\n";
+    return text;
+  }
+  static std::string noise(size_t n) {
+    std::string bytes(n, '\0');
+    unsigned state = 1;
+    for (char& byte : bytes) byte = static_cast<char>((state = state * 1103515245 + 12345) >> 16);
+    return bytes;
+  }
+  /// A file of 64 MiB with two stretches of data.
+  void write_sparse(const std::string& name) const {
+    std::ofstream file(source_ + "/" + name, std::ios::binary);
+    file.seekp(5 << 20);
+    file << "first";
+    file.seekp(40 << 20);
+    file << noise(100000);
+    file.close();
+    std::filesystem::resize_file(source_ + "/" + name, 64 << 20);
+  }
+};
+
+TEST_F(Sets_Data, Verify_tells_what_is_whole) {
+  write("file", noise(100000));
+  ASSERT_TRUE(back_up() && back_up({.seq = 2}));
+  for (const char* data : {"", "--data"}) {
+    std::vector<std::string> words{"sets", "verify"};
+    if (*data) words.push_back(data);
+    EXPECT_EQ(run(words), exit_ok) << out_.str();
+    EXPECT_EQ(out_.str(), "data:1.1  whole\ndata:2.1  whole\n");
+  }
+  EXPECT_EQ(run({"sets", "verify", "--json", "data:2"}), exit_ok);
+  const json_spirit::Array sets = document().at("sets").get_array();
+  ASSERT_THAT(sets, SizeIs(1));
+  EXPECT_EQ(sets[0].get_obj().at("state").get_str(), "whole");
+  EXPECT_THAT(err_.str(), IsEmpty());
+}
+
+TEST_F(Sets_Data, Verify_names_objects_with_offsets_and_the_files_hit) {
+  write("good", "1");
+  write("hit", noise(100000));
+  ASSERT_TRUE(back_up({.channels = 1, .compression = COMPR_NONE}));
+  ASSERT_TRUE(back_up({.seq = 2}));
+  flip(set_dir("data/0000000001.1/channel-000.mtf"), 50000);
+  EXPECT_EQ(run({"sets", "verify"}), exit_ok);
+  EXPECT_EQ(run({"sets", "verify", "--data"}), exit_job_failed);
+  EXPECT_THAT(out_.str(),
+              HasSubstr("data:1.1  object data/0000000001.1/channel-000.mtf at offset 0: a frame is not what "
+                        "was written\n"));
+  EXPECT_THAT(out_.str(), HasSubstr("data:1.1  file " + source_ + "/hit\n"));
+  EXPECT_THAT(out_.str(),
+              ContainsRegex("data:1.1  damaged: 1 places in objects, [0-9]+ files hit\ndata:2.1  whole\n$"));
+  EXPECT_EQ(run({"sets", "verify", "--data", "--json"}), exit_job_failed);
+  const json_spirit::Object set = document().at("sets").get_array().at(0).get_obj();
+  EXPECT_EQ(set.at("state").get_str(), "damaged");
+  EXPECT_EQ(set.at("objects").get_array().at(0).get_obj().at("offset").get_int64(), 0);
+  EXPECT_FALSE(set.at("files").get_array().empty());
+}
+
+TEST_F(Sets_Data, Verify_finds_damage_in_the_set_that_another_one_builds_on) {
+  write("old", noise(100000));
+  ASSERT_TRUE(back_up({.channels = 1, .compression = COMPR_NONE}));
+  write("new", "new");
+  ASSERT_TRUE(back_up({.seq = 2, .channels = 1, .compression = COMPR_NONE, .incremental = true}));
+  EXPECT_EQ(run({"sets", "verify", "--data", "data:2"}), exit_ok) << out_.str();
+  flip(set_dir("data/0000000001.1/channel-000.mtf"), 50000);
+  EXPECT_EQ(run({"sets", "verify", "--data", "data:2"}), exit_job_failed);
+  EXPECT_THAT(out_.str(), HasSubstr("object data/0000000001.1/channel-000.mtf at offset 0"));
+  EXPECT_THAT(out_.str(), HasSubstr("data:2.1  file " + source_ + "/old\n"));
+  // In one run the data is read once, in its own set.
+  EXPECT_EQ(run({"sets", "verify", "--data"}), exit_job_failed);
+  EXPECT_THAT(out_.str(), HasSubstr("data:2.1  whole\n"));
+  std::filesystem::remove(set_dir("data/0000000001.1/channel-000.mtf"));
+  EXPECT_EQ(run({"sets", "verify", "data:2"}), exit_job_failed);
+  EXPECT_THAT(out_.str(), HasSubstr("object data/0000000001.1/channel-000.mtf at offset 0: it is missing\n"));
+  std::filesystem::remove_all(set_dir("data/0000000001.1"));
+  EXPECT_EQ(run({"sets", "verify", "data:2"}), exit_job_failed);
+  EXPECT_THAT(out_.str(), HasSubstr("object data/0000000001.1/commit at offset 0: it is missing\n"));
+}
+
+TEST_F(Sets_Data, Restore_brings_single_files_and_directories_back) {
+  write("a/one", "1");
+  write("a/two", "22");
+  write("b/three", "333");
+  ASSERT_TRUE(back_up());
+  const std::string to = made("to");
+  EXPECT_EQ(run({"sets", "restore", "data", "--path", "a/one", "--path", source_ + "/b", "--to", to}), exit_ok)
+      << failure_ << err_.str();
+  EXPECT_EQ(out_.str(), "Restored 4 B\n");
+  EXPECT_EQ(test_support::read_file(to + "/one"), "1");
+  EXPECT_EQ(test_support::read_file(to + "/b/three"), "333");
+  EXPECT_FALSE(std::filesystem::exists(to + "/two"));
+  EXPECT_EQ(run({"sets", "restore", "data", "--path", "a/none", "--to", to}), exit_usage);
+  EXPECT_EQ(failure_, "There is no 'a/none' in set data:1.1.");
+  EXPECT_EQ(run({"sets", "restore", "data", "--to", to + "/none"}), exit_usage);
+}
+
+TEST_F(Sets_Data, Restore_without_a_path_is_all_of_it) {
+  test_support::make_tree(source_, {.files = 50, .bytes = 300000});
+  ASSERT_TRUE(back_up());
+  const std::string to = made("to");
+  EXPECT_EQ(run({"sets", "restore", "data", "--to", to, "--json"}), exit_ok) << failure_ << err_.str();
+  EXPECT_TRUE(document().at("complete").get_bool());
+  EXPECT_EQ(differences(source_, to + "/source"), "");
+}
+
+TEST_F(Sets_Data, Restore_refuses_two_paths_of_one_name) {
+  write("a/x", "1");
+  write("b/x", "2");
+  ASSERT_TRUE(back_up());
+  EXPECT_EQ(run({"sets", "restore", "data", "--path", "a/x", "--path", "b/x", "--to", made("to")}), exit_usage);
+  EXPECT_THAT(failure_, HasSubstr("restore them one by one"));
+}
+
+TEST_F(Sets_Data, An_exported_archive_extracts_to_the_same_tree) {
+  test_support::make_tree(source_, {.files = 200, .bytes = 1000000});
+  write(std::string(90, 'd') + "/" + std::string(200, 'f'), "long");
+  write("new\nline \xff", "odd");
+  write("time", "t");
+  const timespec times[2] = {{1, 5}, {-2, 500000000}};
+  utimensat(AT_FDCWD, (source_ + "/time").c_str(), times, 0);
+  write_sparse("sparse");
+  setxattr((source_ + "/sparse").c_str(), "user.odd=%", "value\n\xff", 7, 0);
+  ASSERT_TRUE(back_up());
+  const std::string archive = dir_ / "set.tar";
+  EXPECT_EQ(run({"sets", "export", "data", "--format", "tar", archive}), exit_ok) << failure_ << err_.str();
+  const std::string to = made("to");
+  EXPECT_EQ(shell("tar --warning=no-timestamp --xattrs --xattrs-include='*' -xpf " + archive + " -C " + to), "");
+  EXPECT_EQ(differences(source_, to + source_), "");
+  struct stat st;
+  ASSERT_EQ(stat((to + source_ + "/sparse").c_str(), &st), 0);
+  EXPECT_LT(st.st_blocks, 4096);
+  EXPECT_EQ(run({"sets", "export", "data", "--format", "tar", archive}), exit_usage);
+  EXPECT_THAT(failure_, HasSubstr("File exists"));
+}
+
+TEST_F(Sets_Data, An_exported_medium_is_one_that_others_read) {
+  write("docs/ten.txt", "0123456789");
+  write("empty", "");
+  write(std::string(250, 'n'), "x");
+  write("bytes\xff", "y");
+  write_sparse("sparse");
+  for (int i = 0; i < 20; ++i) write("many/" + std::to_string(i), noise(static_cast<size_t>(i) * 50000));
+  ASSERT_TRUE(back_up({.channels = 3}));
+  write("docs/new", "new");
+  ASSERT_TRUE(back_up({.seq = 2, .channels = 3, .incremental = true}));
+  const std::string medium = dir_ / "set.bkf";
+  EXPECT_EQ(run({"sets", "export", "data:2", "--format", "mtf", medium, "--json"}), exit_ok) << failure_ << err_.str();
+  EXPECT_EQ(document().at("left_out").get_int64(), 0);
+  EXPECT_EQ(static_cast<uint64_t>(document().at("size").get_int64()), std::filesystem::file_size(medium));
+  const std::string listed = shell("python3 " READ_MTF " " + medium);
+  EXPECT_THAT(listed, HasSubstr("V " + source_ + "\nD \n"));
+  std::string expected;
+  for (const auto& entry : std::filesystem::recursive_directory_iterator(source_)) {
+    const std::string path = entry.path().string().substr(source_.size() + 1);
+    if (entry.is_directory())
+      EXPECT_THAT(listed, HasSubstr("\nD " + path + "\n"));
+    else
+      EXPECT_THAT(listed, HasSubstr("\nF " + path + " " + std::to_string(entry.file_size()) + " " +
+                                    shell("sha256sum < '" + entry.path().string() + "'").substr(0, 64) + "\n"));
+  }
+  EXPECT_EQ(std::count(listed.begin(), listed.end(), '\n'), 1 + 3 + 26);
+}
+
+TEST_F(Sets_Data, A_large_file_that_is_damaged_ends_an_export) {
+  test_support::Log_Capture log;
+  write("a", noise(2000000));
+  ASSERT_TRUE(back_up({.channels = 1, .compression = COMPR_NONE}));
+  flip(set_dir("data/0000000001.1/channel-000.mtf"), 1500000);
+  for (const char* format : {"tar", "mtf"}) {
+    EXPECT_EQ(run({"sets", "export", "data", "--format", format, dir_ / "a"}), exit_job_failed);
+    EXPECT_EQ(failure_, "The set is damaged: the export has ended early. 'sets verify --data' tells what is hit.");
+    EXPECT_FALSE(std::filesystem::exists(dir_ / "a"));
+  }
+}
+
+TEST_F(Sets_Data, Small_files_that_are_damaged_are_left_out_of_an_export) {
+  test_support::Log_Capture log;
+  for (int i = 1000; i < 2000; ++i) write(std::to_string(i), noise(1000));
+  ASSERT_TRUE(back_up({.channels = 1, .compression = COMPR_NONE}));
+  flip(set_dir("data/0000000001.1/channel-000.mtf"), 1500000);
+  EXPECT_EQ(run({"sets", "export", "data", "--format", "tar", dir_ / "a", "--json"}), exit_job_failed) << failure_;
+  const int64_t left_out = document().at("left_out").get_int64();
+  EXPECT_GT(left_out, 100);
+  EXPECT_LT(left_out, 600);
+  EXPECT_EQ(document().at("entries").get_int64(), 1001 - left_out);
+  EXPECT_EQ(err_.str(), std::to_string(left_out) + " entries are left out.\n");
+  const std::string to = made("to");
+  shell("tar -xpf " + (dir_ / "a") + " -C " + to);
+  EXPECT_EQ(test_support::read_file(to + source_ + "/1000"), noise(1000));
+  EXPECT_FALSE(std::filesystem::exists(to + source_ + "/1500"));
+}
+
+}  // namespace
