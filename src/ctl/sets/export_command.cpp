@@ -8,7 +8,7 @@
 #include "ctl/print.h"
 #include "ctl/sets/pool.h"
 #include "ctl/sets/run_view.h"
-#include "ctl/sets/set_spec.h"
+#include "ctl/sets/set_name.h"
 #include "ctl/sets/sets_commands.h"
 #include "json_spirit/assign.h"
 #include "kolt/posix_fd.h"

@@ -6,7 +6,7 @@
 #include "ctl/sets/bytes.h"
 #include "ctl/sets/entry_view.h"
 #include "ctl/sets/set_catalog.h"
-#include "ctl/sets/set_spec.h"
+#include "ctl/sets/set_name.h"
 #include "ctl/sets/sets_commands.h"
 #include "json_spirit/assign.h"
 #include "kolt/printable.h"

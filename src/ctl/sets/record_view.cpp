@@ -4,7 +4,7 @@
 
 #include "ctl/human.h"
 #include "ctl/sets/bytes.h"
-#include "ctl/sets/set_spec.h"
+#include "ctl/sets/set_name.h"
 #include "ctl/table.h"
 #include "json_spirit/assign.h"
 #include "kolt/printable.h"

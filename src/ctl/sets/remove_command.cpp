@@ -8,7 +8,7 @@
 #include "ctl/sets/pool.h"
 #include "ctl/sets/retention.h"
 #include "ctl/sets/set_chains.h"
-#include "ctl/sets/set_spec.h"
+#include "ctl/sets/set_name.h"
 #include "ctl/sets/sets_commands.h"
 #include "ctl/table.h"
 #include "json_spirit/assign.h"

@@ -5,7 +5,7 @@
 #include "ctl/print.h"
 #include "ctl/sets/run_view.h"
 #include "ctl/sets/set_catalog.h"
-#include "ctl/sets/set_spec.h"
+#include "ctl/sets/set_name.h"
 #include "ctl/sets/sets_commands.h"
 #include "json_spirit/assign.h"
 #include "k8s/job/k8s_restore_callback.h"

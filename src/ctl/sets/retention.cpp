@@ -6,7 +6,7 @@
 #include <tuple>
 
 #include "ctl/sets/set_chains.h"
-#include "ctl/sets/set_spec.h"
+#include "ctl/sets/set_name.h"
 
 namespace ctl {
 

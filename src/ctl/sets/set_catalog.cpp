@@ -1,7 +1,7 @@
 #include "ctl/sets/set_catalog.h"
 
 #include "ctl/failure.h"
-#include "ctl/sets/set_spec.h"
+#include "ctl/sets/set_name.h"
 #include "mtf_backup/restore/selection.h"
 #include "mtf_backup/set/set_path.h"
 

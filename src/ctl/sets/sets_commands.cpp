@@ -2,7 +2,7 @@
 
 #include "ctl/print.h"
 #include "ctl/sets/record_view.h"
-#include "ctl/sets/set_spec.h"
+#include "ctl/sets/set_name.h"
 #include "ctl/table.h"
 #include "json_spirit/assign.h"
 

@@ -2,7 +2,7 @@
 #include "ctl/sets/entry_view.h"
 #include "ctl/sets/record_view.h"
 #include "ctl/sets/set_catalog.h"
-#include "ctl/sets/set_spec.h"
+#include "ctl/sets/set_name.h"
 #include "ctl/sets/sets_commands.h"
 #include "kolt/printable.h"
 #include "mtf_backup/set/directory_list.h"

@@ -107,6 +107,38 @@ TEST_F(Options_Test, Sets_are_those_of_all_resources) {
   EXPECT_EQ(options_.sets.path, "/path");
 }
 
+TEST_F(Options_Test, Commands_on_sets_take_their_arguments) {
+  ASSERT_TRUE(parse({"sets", "verify", "--data", "a", "b:2", "--pool-file", "pool.json"}));
+  EXPECT_EQ(options_.command, "sets verify");
+  EXPECT_THAT(options_.sets.sets, ElementsAre("a", "b:2"));
+  EXPECT_TRUE(options_.sets.data);
+  EXPECT_EQ(options_.sets.pool_file, "pool.json");
+  options_ = Options();
+  ASSERT_TRUE(parse({"sets", "restore", "--path", "x", "--path", "y", "--to", "/to", "a"}));
+  EXPECT_THAT(options_.sets.paths, ElementsAre("x", "y"));
+  EXPECT_EQ(options_.sets.target, "/to");
+  options_ = Options();
+  ASSERT_TRUE(parse({"sets", "export", "a", "-", "--format", "mtf"}));
+  EXPECT_EQ(options_.sets.file, "-");
+  options_ = Options();
+  ASSERT_TRUE(parse({"sets", "prune", "--keep-last", "1", "--keep-daily", "2", "--keep-weekly", "3", "--name", "n"}));
+  EXPECT_EQ(options_.sets.keep.last, 1u);
+  EXPECT_EQ(options_.sets.keep.daily, 2u);
+  EXPECT_EQ(options_.sets.keep.weekly, 3u);
+  EXPECT_FALSE(options_.sets.yes);
+  for (const std::vector<const char*>& wrong :
+       std::vector<std::vector<const char*>>{{"sets", "show"},
+                                             {"sets", "remove"},
+                                             {"sets", "export", "a", "f"},
+                                             {"sets", "export", "a", "f", "--format", "zip"},
+                                             {"sets", "restore", "a"},
+                                             {"sets", "prune", "--keep-last", "-1"},
+                                             {"sets", "nonsense"}}) {
+    EXPECT_FALSE(parse(wrong)) << wrong.back();
+    EXPECT_EQ(exit_code_, 2) << wrong.back();
+  }
+}
+
 TEST_F(Options_Test, The_other_commands_take_their_arguments) {
   ASSERT_TRUE(parse({"status", "id", "--watch"}));
   EXPECT_EQ(options_.job, "id");

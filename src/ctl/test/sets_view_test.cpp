@@ -4,7 +4,7 @@
 #include <ctime>
 
 #include "ctl/sets/entry_view.h"
-#include "ctl/sets/set_spec.h"
+#include "ctl/sets/set_name.h"
 #include "ctl/test/sets_fixture.h"
 
 namespace {
@@ -58,10 +58,10 @@ TEST_F(Set_Names, A_name_may_end_like_a_number) {
   add("h", "r", "a%3A5/0000000001.1");
   EXPECT_EQ(found("a:5"), "h r a%3A5/0000000001.1");
   EXPECT_EQ(found("a:5:1"), "h r a%3A5/0000000001.1");
-  EXPECT_EQ(parse_set_spec("a:5.0").name, "a:5.0");
-  EXPECT_EQ(parse_set_spec("a:4294967296").name, "a:4294967296");
-  EXPECT_EQ(parse_set_spec(":5").name, ":5");
-  EXPECT_EQ(parse_set_spec("a/5").name, "a/5");
+  EXPECT_EQ(parse_set_name("a:5.0").name, "a:5.0");
+  EXPECT_EQ(parse_set_name("a:4294967296").name, "a:4294967296");
+  EXPECT_EQ(parse_set_name(":5").name, ":5");
+  EXPECT_EQ(parse_set_name("a/5").name, "a/5");
 }
 
 TEST_F(Set_Names, What_is_not_there_is_told_with_what_is) {

@@ -10,7 +10,7 @@
 namespace ctl {
 
 /// How a command line names a set: NAME, NAME:SEQ, NAME:SEQ.INCARNATION, or the set's directory NAME/SEQ.INCARNATION.
-struct Set_Spec {
+struct Set_Name {
   std::string text;
   std::string name;             ///< raw bytes, or as it stands in the pool
   std::optional<uint32_t> seq;  ///< none: the highest
@@ -18,7 +18,7 @@ struct Set_Spec {
 };
 
 /// What does not end in numbers is a name as a whole.
-Set_Spec parse_set_spec(const std::string& text);
+Set_Name parse_set_name(const std::string& text);
 
 /**
  * The set that @a text names.

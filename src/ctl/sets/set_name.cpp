@@ -1,4 +1,4 @@
-#include "ctl/sets/set_spec.h"
+#include "ctl/sets/set_name.h"
 
 #include <algorithm>
 #include <charconv>
@@ -19,33 +19,34 @@ bool parse_number(std::string_view text, uint32_t& number) {
 }
 
 /// "SEQ" or "SEQ.INCARNATION".
-bool parse_numbers(std::string_view text, Set_Spec& spec) {
+bool parse_numbers(std::string_view text, Set_Name& wanted) {
   const size_t dot = text.find('.');
   uint32_t seq = 0;
   uint32_t incarnation = 0;
   if (!parse_number(text.substr(0, dot), seq)) return false;
   if (dot != text.npos && (!parse_number(text.substr(dot + 1), incarnation) || incarnation == 0)) return false;
-  spec.seq = seq;
-  spec.incarnation = incarnation;
+  wanted.seq = seq;
+  wanted.incarnation = incarnation;
   return true;
 }
 
-bool is_named(const Pool_Key& key, const Set_Spec& spec) {
-  return key.set.name == spec.name || key.set.name == MTF_BACKUP::encode_name(spec.name);
+bool is_named(const Pool_Key& key, const Set_Name& wanted) {
+  return key.set.name == wanted.name || key.set.name == MTF_BACKUP::encode_name(wanted.name);
 }
 
-std::vector<Pool_Key> named(const std::vector<Pool_Key>& keys, const Set_Spec& spec) {
+std::vector<Pool_Key> named(const std::vector<Pool_Key>& keys, const Set_Name& wanted) {
   std::vector<Pool_Key> found;
   std::copy_if(keys.begin(), keys.end(), std::back_inserter(found),
-               [&](const Pool_Key& key) { return is_named(key, spec); });
+               [&](const Pool_Key& key) { return is_named(key, wanted); });
   return found;
 }
 
-bool fits(const Pool_Key& key, const Set_Spec& spec) {
-  return (!spec.seq || *spec.seq == key.set.seq) && (spec.incarnation == 0 || spec.incarnation == key.set.incarnation);
+bool fits(const Pool_Key& key, const Set_Name& wanted) {
+  return (!wanted.seq || *wanted.seq == key.set.seq) &&
+         (wanted.incarnation == 0 || wanted.incarnation == key.set.incarnation);
 }
 
-[[noreturn]] void tell_places(const Set_Spec& spec, const std::vector<Pool_Key>& found) {
+[[noreturn]] void tell_places(const Set_Name& wanted, const std::vector<Pool_Key>& found) {
   std::string places;
   const Pool_Key* last = nullptr;
   for (const Pool_Key& key : found) {
@@ -53,45 +54,46 @@ bool fits(const Pool_Key& key, const Set_Spec& spec) {
       places += "\n  --host " + printable(key.host) + " --resource " + printable(key.resource);
     last = &key;
   }
-  throw Failure(exit_usage, "Sets '" + printable(spec.text) + "' lie in several places; say which:" + places);
+  throw Failure(exit_usage, "Sets '" + printable(wanted.text) + "' lie in several places; say which:" + places);
 }
 
-[[noreturn]] void tell_numbers(const Set_Spec& spec, const std::vector<Pool_Key>& all) {
+[[noreturn]] void tell_numbers(const Set_Name& wanted, const std::vector<Pool_Key>& all) {
   constexpr size_t most = 10;
   std::string numbers;
   const size_t first = all.size() > most ? all.size() - most : 0;
   for (size_t i = first; i < all.size(); ++i)
     numbers += ' ' + std::to_string(all[i].set.seq) + '.' + std::to_string(all[i].set.incarnation);
-  throw Failure(exit_pool, "There is no set '" + printable(spec.text) + "'. Of this name there are" +
+  throw Failure(exit_pool, "There is no set '" + printable(wanted.text) + "'. Of this name there are" +
                                (first > 0 ? " ..." : "") + numbers + ".");
 }
 
 }  // namespace
 
-Set_Spec parse_set_spec(const std::string& text) {
-  Set_Spec spec{text, text, std::nullopt, 0};
+Set_Name parse_set_name(const std::string& text) {
+  Set_Name wanted{text, text, std::nullopt, 0};
   const size_t sign = text.find_last_of(":/");
-  if (sign == std::string::npos || sign == 0) return spec;
+  if (sign == std::string::npos || sign == 0) return wanted;
   const bool directory = text[sign] == '/';
-  Set_Spec numbered{text, text.substr(0, sign), std::nullopt, 0};
+  Set_Name numbered{text, text.substr(0, sign), std::nullopt, 0};
   if (parse_numbers(std::string_view(text).substr(sign + 1), numbered) && (!directory || numbered.incarnation != 0))
     return numbered;
-  return spec;
+  return wanted;
 }
 
 Pool_Key find_set(const std::vector<Pool_Key>& keys, const std::string& text) {
-  Set_Spec spec = parse_set_spec(text);
-  std::vector<Pool_Key> all = named(keys, spec);
+  Set_Name wanted = parse_set_name(text);
+  std::vector<Pool_Key> all = named(keys, wanted);
   if (all.empty()) {
-    spec = {text, text, std::nullopt, 0};  // a name may end like a number
-    all = named(keys, spec);
+    wanted = {text, text, std::nullopt, 0};  // a name may end like a number
+    all = named(keys, wanted);
   }
   if (all.empty()) throw Failure(exit_pool, "There is no set '" + printable(text) + "' in the pool.");
   std::vector<Pool_Key> found;
-  std::copy_if(all.begin(), all.end(), std::back_inserter(found), [&](const Pool_Key& key) { return fits(key, spec); });
-  if (found.empty()) tell_numbers(spec, all);
+  std::copy_if(all.begin(), all.end(), std::back_inserter(found),
+               [&](const Pool_Key& key) { return fits(key, wanted); });
+  if (found.empty()) tell_numbers(wanted, all);
   const Pool_Key& last = found.back();
-  if (found.front().host != last.host || found.front().resource != last.resource) tell_places(spec, found);
+  if (found.front().host != last.host || found.front().resource != last.resource) tell_places(wanted, found);
   return last;
 }
 
