@@ -29,6 +29,7 @@ struct Backup_Settings {
   Client_IO_Base::Options extra_client_io_opts;
   Channel_Factory_var channel_factory;
   std::vector<std::string> sources;
+  bool read_ahead_always = false;  ///< reads ahead even where no thread waits for a disk
 };
 
 }  // namespace MTF_BACKUP

@@ -45,6 +45,8 @@ class TESSARIN_API MTF_Backup {
   /// The options of the storage clients, for reading and for changing.
   Client_IO_Base::Options& extra_client_io_opts() { return settings_.extra_client_io_opts; }
   void channel_factory(MTF_BACKUP::Channel_Factory_var value) { settings_.channel_factory = value; }
+  /// Whether to read ahead even where no thread has waited for a disk or a file server.
+  void read_ahead_always(bool value) { settings_.read_ahead_always = value; }
   void add_source(const std::string& path) { settings_.sources.push_back(path); }
 
   /// What the setters have stored.

@@ -13,6 +13,7 @@
 #include "kolt/printable.h"
 #include "mtf_backup/backup/source_meter.h"
 #include "mtf_backup/backup/source_walker.h"
+#include "mtf_backup/run/disk_waits.h"
 #include "mtf_backup/run/progress_reporter.h"
 #include "mtf_backup/run/run_threads.h"
 #include "mtf_backup/set/frame_codec.h"
@@ -144,15 +145,16 @@ bool Backup_Run::make_channels() {
 }
 
 bool Backup_Run::move_data() {
-  Bounded_Queue_T<Work_Batch> queue(2 * channels_.size() + 2);
+  Bounded_Queue_T<Work_Batch_var> queue(2 * channels_.size() + 2);
+  Read_Ahead read_ahead(sources_, state_, settings_.read_ahead_always);
   Entry_Collector collector(*catalog_, record_.sources, state_);
-  Source_Walker walker(sources_, settings_.callback_factory, base_.get(), queue, state_);
+  Source_Walker walker(sources_, settings_.callback_factory, base_.get(), queue, read_ahead, state_);
   Progress_Reporter progress(handler_, state_);
   {
     const Source_Meter meter(sources_, state_);
     Run_Threads threads(state_, log_callback_);
     threads.start([&] { walker.run(); });
-    for (auto& channel : channels_) threads.start([&] { (void)run_channel(*channel, queue, collector); });
+    for (auto& channel : channels_) threads.start([&] { (void)run_channel(*channel, queue, read_ahead, collector); });
     progress.watch(threads, [&] {
       queue.abort();
       collector.abort();
@@ -168,11 +170,15 @@ bool Backup_Run::move_data() {
   return true;
 }
 
-bool Backup_Run::run_channel(Channel_Writer& channel, Bounded_Queue_T<Work_Batch>& queue, Entry_Collector& collector) {
-  Work_Batch batch;
+bool Backup_Run::run_channel(Channel_Writer& channel, Bounded_Queue_T<Work_Batch_var>& queue, Read_Ahead& read_ahead,
+                             Entry_Collector& collector) {
+  Disk_Waits waits;
+  Work_Batch_var batch;
   while (queue.pop(batch)) {
     Batch_Result result;
-    if (!channel.write(batch, result) || !collector.deliver(std::move(result))) return false;
+    if (!channel.write(*batch, result)) return false;
+    read_ahead.note(waits.waited(batch->items.size()));
+    if (!collector.deliver(std::move(result))) return false;
   }
   return !state_.stopping() && channel.finish();
 }

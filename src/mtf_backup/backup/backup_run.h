@@ -9,6 +9,7 @@
 #include "mtf_backup/backup/base_merge.h"
 #include "mtf_backup/backup/channel_writer.h"
 #include "mtf_backup/backup/entry_collector.h"
+#include "mtf_backup/backup/read_ahead.h"
 #include "mtf_backup/backup_settings.h"
 #include "mtf_backup/run/bounded_queue.h"
 #include "mtf_backup/run/run_state.h"
@@ -42,7 +43,8 @@ class Backup_Run {
   void open_base(const std::string& name);
   bool make_channels();
   bool move_data();
-  bool run_channel(Channel_Writer& channel, Bounded_Queue_T<Work_Batch>& queue, Entry_Collector& collector);
+  bool run_channel(Channel_Writer& channel, Bounded_Queue_T<Work_Batch_var>& queue, Read_Ahead& read_ahead,
+                   Entry_Collector& collector);
   bool commit();
   void clean_up();
   MTF::Error_Code result() const;

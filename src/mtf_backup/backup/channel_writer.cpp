@@ -57,6 +57,7 @@ bool Channel_Writer::write(Work_Batch& batch, Batch_Result& result) {
   result.entries.reserve(batch.items.size());
   for (Work_Item& item : batch.items) {
     if (job_.state.stopping()) return false;
+    batch.reached.store(static_cast<size_t>(&item - batch.items.data()), std::memory_order_relaxed);
     if (item.kept) {
       keep(item, result);
       continue;

@@ -1,5 +1,6 @@
 #include "mtf_backup/backup/source_walker.h"
 
+#include <algorithm>
 #include <cstring>
 #include <utility>
 
@@ -14,6 +15,7 @@ namespace {
 constexpr size_t max_items = 256;
 constexpr uint64_t max_size = uint64_t(4) << 20;
 constexpr uint64_t stat_block = 512;  // unit of st_blocks
+constexpr size_t max_told = 16;       // directories that are read ahead
 constexpr int list_attempts = 3;
 
 bool by_name(const Directory_Entry& a, const Directory_Entry& b) {
@@ -23,8 +25,15 @@ bool by_name(const Directory_Entry& a, const Directory_Entry& b) {
 }  // namespace
 
 Source_Walker::Source_Walker(const std::vector<Source>& sources, MTF::IBackup_Callback_Factory_var factory,
-                             Base_Merge* base, Bounded_Queue_T<Work_Batch>& queue, Run_State& state)
-    : sources_(sources), factory_(factory), base_(base), queue_(queue), state_(state) {}
+                             Base_Merge* base, Bounded_Queue_T<Work_Batch_var>& queue, Read_Ahead& read_ahead,
+                             Run_State& state)
+    : sources_(sources),
+      factory_(factory),
+      base_(base),
+      queue_(queue),
+      read_ahead_(read_ahead),
+      state_(state),
+      batch_(std::make_shared<Work_Batch>()) {}
 
 void Source_Walker::run() {
   callback_ = factory_->make();
@@ -55,10 +64,27 @@ bool Source_Walker::walk(uint32_t source) {
     }
     const Subdirectory next = std::move(level.waiting.back());
     level.waiting.pop_back();
+    if (level.told > 0) --level.told;
     path_ = join_names(path_, next.name);
     if (!visit(source, next.stat)) return false;
+    tell_next(source);
   }
   return true;
+}
+
+/// Of the directories that come next, those that are known: what lies below them is not.
+void Source_Walker::tell_next(uint32_t source) {
+  if (!read_ahead_.wanted()) return;
+  size_t ahead = 0;
+  for (auto level = levels_.rbegin(); level != levels_.rend() && ahead < max_told; ++level) {
+    const size_t size = level->waiting.size();
+    const size_t end = std::min(size, max_told - ahead);
+    for (; level->told < end; ++level->told) {
+      const Subdirectory& next = level->waiting[size - 1 - level->told];
+      read_ahead_.directory(source, join_names(path_.substr(0, level->path_size), next.name));
+    }
+    ahead += end;
+  }
 }
 
 bool Source_Walker::visit(uint32_t source, const MTF::Entry_Stat& stat) {
@@ -89,7 +115,9 @@ bool Source_Walker::visit(uint32_t source, const MTF::Entry_Stat& stat) {
   std::shared_ptr<const std::string> directory = item.directory;
   if (!add(std::move(item))) return false;
 
-  Level level{path_.size(), {}};
+  read_ahead_.note(waits_.waited(entries.size() + 1));
+  Level level;
+  level.path_size = path_.size();
   entries.sort(by_name);
   if (!add_files(source, entries, directory, level.waiting)) return false;
   if (!level.waiting.empty()) levels_.push_back(std::move(level));
@@ -147,19 +175,19 @@ bool Source_Walker::add(Work_Item item) {
   if (base_ && item.problem.empty()) item.kept = base_->keep(item);
   const uint64_t size = item.kept ? 0 : full_size;
   // A big file goes alone: what comes behind it need not wait for it.
-  if (!batch_.items.empty() && batch_size_ + size > max_size && !flush()) return false;
+  if (!batch_->items.empty() && batch_size_ + size > max_size && !flush()) return false;
   state_.total += full_size;
   batch_size_ += size;
-  batch_.items.push_back(std::move(item));
-  return batch_.items.size() < max_items && batch_size_ < max_size ? true : flush();
+  batch_->items.push_back(std::move(item));
+  return batch_->items.size() < max_items && batch_size_ < max_size ? true : flush();
 }
 
 bool Source_Walker::flush() {
-  if (batch_.items.empty()) return true;
-  const uint64_t next = batch_.number + 1;
-  if (!queue_.push(std::move(batch_))) return false;
-  batch_ = Work_Batch();
-  batch_.number = next;
+  if (batch_->items.empty()) return true;
+  if (read_ahead_.wanted()) read_ahead_.files(batch_);
+  const uint64_t next = batch_->number + 1;
+  if (!queue_.push(std::exchange(batch_, std::make_shared<Work_Batch>()))) return false;
+  batch_->number = next;
   batch_size_ = 0;
   return true;
 }

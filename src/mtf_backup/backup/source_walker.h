@@ -7,9 +7,11 @@
 #include "mtf/core/backup_callback.h"
 #include "mtf_backup/backup/base_merge.h"
 #include "mtf_backup/backup/link_table.h"
+#include "mtf_backup/backup/read_ahead.h"
 #include "mtf_backup/backup/work_batch.h"
 #include "mtf_backup/run/anchored_dir.h"
 #include "mtf_backup/run/bounded_queue.h"
+#include "mtf_backup/run/disk_waits.h"
 #include "mtf_backup/run/run_state.h"
 
 namespace MTF_BACKUP {
@@ -24,7 +26,7 @@ class Source_Walker {
  public:
   /// @param base  borrowed; null: everything is to be read.
   Source_Walker(const std::vector<Source>& sources, MTF::IBackup_Callback_Factory_var factory, Base_Merge* base,
-                Bounded_Queue_T<Work_Batch>& queue, Run_State& state);
+                Bounded_Queue_T<Work_Batch_var>& queue, Read_Ahead& read_ahead, Run_State& state);
 
   /// Walks; at the end the queue is closed, unless the run is stopping.
   void run();
@@ -37,9 +39,11 @@ class Source_Walker {
   struct Level {
     size_t path_size;                   // of the directory whose subdirectories these are
     std::vector<Subdirectory> waiting;  // the next one is the last
+    size_t told = 0;                    // how many of the next ones are being read ahead
   };
 
   bool walk(uint32_t source);
+  void tell_next(uint32_t source);
   bool visit(uint32_t source, const MTF::Entry_Stat& stat);
   bool open_directory(uint32_t source);
   bool list(std::list<Directory_Entry>& entries);
@@ -52,7 +56,8 @@ class Source_Walker {
   const std::vector<Source>& sources_;
   MTF::IBackup_Callback_Factory_var factory_;
   Base_Merge* const base_;
-  Bounded_Queue_T<Work_Batch>& queue_;
+  Bounded_Queue_T<Work_Batch_var>& queue_;
+  Read_Ahead& read_ahead_;
   Run_State& state_;
 
   MTF::IBackup_Callback_var callback_;
@@ -60,7 +65,8 @@ class Source_Walker {
   std::string path_;  // of the directory being visited, relative to its source
   Anchored_Dir dir_;  // ... and itself
   std::vector<Level> levels_;
-  Work_Batch batch_;
+  Disk_Waits waits_;
+  Work_Batch_var batch_;
   uint64_t batch_size_ = 0;  // bytes of file data to be read for it
 };
 

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 #include <memory>
 #include <string>
@@ -33,10 +34,13 @@ struct Work_Item {
   std::string path() const { return join_names(*directory, name); }
 };
 
-/// A stretch of the walk: what goes to one medium in one piece. Numbered from 0 without gaps.
+/// A stretch of the walk: what goes to one medium in one piece. Numbered from 0 without gaps. One channel works on it;
+/// of what others look at it changes `reached` only.
 struct Work_Batch {
   uint64_t number = 0;
   std::vector<Work_Item> items;
+  std::atomic<size_t> reached{0};  ///< where the channel stands; before it all is done
 };
+typedef std::shared_ptr<Work_Batch> Work_Batch_var;
 
 }  // namespace MTF_BACKUP
