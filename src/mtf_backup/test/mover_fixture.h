@@ -104,6 +104,7 @@ class Mover_Fixture : public ::testing::Test {
     test_support::Fault_Plan* plan = nullptr;
     std::vector<std::string> sources = {};  ///< none: source_
     bool incremental = false;
+    bool read_ahead = false;
   };
   struct Restore_Args {
     size_t threads = 2;
@@ -138,6 +139,7 @@ class Mover_Fixture : public ::testing::Test {
     backup.channel_num(args.channels);
     backup.seq(args.seq);
     backup.incremental(args.incremental);
+    backup.read_ahead_always(args.read_ahead);
     backup.callback_factory(MTF::IBackup_Callback_Factory_var(new Posix_Backup_Factory(args.hook)));
     backup.channel_factory(make_channels(args.plan));
     for (const std::string& source : args.sources.empty() ? std::vector<std::string>{source_} : args.sources)
