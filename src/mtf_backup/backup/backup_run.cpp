@@ -203,10 +203,8 @@ void Backup_Run::clean_up() {
   channels_.clear();
   catalog_.reset();
   record_.summary = MTF::Cat_Summary();
-  // The clients of a run that was stopped read nothing any more.
-  const std::shared_ptr<Client_IO_Base> storage = settings_.channel_factory->storage();
   // A failure has its line, and the next run sweeps again.
-  if (storage) (void)Set_Store(storage).sweep();
+  (void)store_->discard(id_);
 }
 
 MTF::Error_Code Backup_Run::result() const {

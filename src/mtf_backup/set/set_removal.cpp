@@ -70,16 +70,21 @@ std::string next_to_go(const Known_Sets& sets, const std::set<std::string>& goin
   return *going.begin();
 }
 
+bool list_objects(Client_IO_Base& storage, const std::string& prefix, std::vector<std::string>& keys) {
+  return storage.list(prefix, [&](const Client_IO_Base::Object_Info& info) {
+    keys.push_back(info.key);
+    return true;
+  });
+}
+
+bool remove_all(Client_IO_Base& storage, const std::vector<std::string>& keys) {
+  return std::all_of(keys.begin(), keys.end(), [&](const std::string& key) { return storage.remove(key); });
+}
+
 bool remove_set(Client_IO_Base& storage, const std::string& dir) {
   const std::string prefix = dir + "/";
   std::vector<std::string> keys;
-  if (!storage.remove(prefix + commit_name)) return false;
-  const auto keep = [&](const Client_IO_Base::Object_Info& info) {
-    keys.push_back(info.key);
-    return true;
-  };
-  return storage.list(prefix, keep) &&
-         std::all_of(keys.begin(), keys.end(), [&](const std::string& key) { return storage.remove(key); });
+  return storage.remove(prefix + commit_name) && list_objects(storage, prefix, keys) && remove_all(storage, keys);
 }
 
 }  // namespace
@@ -113,6 +118,15 @@ bool Set_Store::remove(const std::vector<Set_Id>& sets) {
     going.erase(dir);
   }
   return true;
+}
+
+bool Set_Store::discard(const Set_Id& id) {
+  const std::string prefix = id.dir() + "/";
+  std::vector<std::string> keys;
+  if (!list_objects(*storage_, prefix, keys)) return false;
+  // Then it is somebody else's, who has won.
+  if (std::find(keys.begin(), keys.end(), prefix + commit_name) != keys.end()) return true;
+  return remove_all(*storage_, keys) && storage_->sweep(prefix);
 }
 
 bool Set_Store::sweep() {

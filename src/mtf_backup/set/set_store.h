@@ -88,6 +88,10 @@ class TESSARIN_API Set_Store {
   [[nodiscard]] bool remove(const std::vector<Set_Id>& sets);
   [[nodiscard]] bool remove(const Set_Id& id) { return remove(std::vector<Set_Id>{id}); }
 
+  /// Removes what a writer that gave up has left of a set, unless a set of this id was committed after all. Reads
+  /// nothing, so that it works with a client that was cancelled.
+  [[nodiscard]] bool discard(const Set_Id& id);
+
   /// Removes all that no commit record stands for: unfinished objects and whole directories of sets that were never
   /// committed, but for directories that the chain of a set names. Not while another writer of the resource is at work.
   /// Foreign objects stay.

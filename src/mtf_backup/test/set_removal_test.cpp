@@ -188,4 +188,23 @@ TEST_F(Removal, ObjectsAreCountedAndMeasured) {
   EXPECT_EQ(problem, "the objects cannot be listed (Input/output error)");
 }
 
+TEST_F(Removal, WhatWasGivenUpGoesWithAClientThatWasCancelled) {
+  const Set_Id whole = make_set(1);
+  const Set_Id given_up{"a", 2, 1};
+  put(given_up.dir() + "/catalog");
+  put("b/0000000002.1/catalog");
+  storage_->cancel();
+  EXPECT_TRUE(store_.discard(given_up));
+  EXPECT_FALSE(pool_->objects.contains(given_up.dir() + "/catalog"));
+  EXPECT_TRUE(pool_->objects.contains(whole.dir() + "/catalog"));
+  EXPECT_TRUE(pool_->objects.contains("b/0000000002.1/catalog"));
+}
+
+TEST_F(Removal, ASetThatWasCommittedIsNotDiscarded) {
+  const Set_Id whole = make_set(1);
+  EXPECT_TRUE(store_.discard(whole));
+  EXPECT_EQ(left(), Dirs{whole.dir()});
+  EXPECT_TRUE(pool_->objects.contains(whole.dir() + "/catalog"));
+}
+
 }  // namespace
