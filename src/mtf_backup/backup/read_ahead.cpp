@@ -49,8 +49,8 @@ void touch_file(int dir, const Work_Item& item) {
   (void)::posix_fadvise(file.get(), 0, static_cast<off_t>(std::min(item.stat.size, window)), POSIX_FADV_WILLNEED);
 }
 
-bool has_data(const Work_Item& item) {
-  return S_ISREG(item.stat.mode) && item.stat.size > 0 && item.hard_link_target.empty();
+bool is_to_be_read(const Work_Item& item) {
+  return !item.kept && S_ISREG(item.stat.mode) && item.stat.size > 0 && item.hard_link_target.empty();
 }
 
 }  // namespace
@@ -152,7 +152,7 @@ void Read_Ahead::touch_files(const std::weak_ptr<const Work_Batch>& waiting, siz
   const std::string* open = nullptr;  // the directory that dir shows
   for (size_t i = begin; i < end && !ending(); ++i) {
     const Work_Item& item = batch->items[i];
-    if (i < batch->reached.load(std::memory_order_relaxed) || !has_data(item)) continue;
+    if (i < batch->reached.load(std::memory_order_relaxed) || !is_to_be_read(item)) continue;
     if (open != item.directory.get() && !dir.open(sources_[item.source].root.get(), *item.directory)) continue;
     open = item.directory.get();
     touch_file(dir.fd(), item);
