@@ -71,7 +71,7 @@ void Export_Run::write(Catalog_Reader& catalog, Medium_Set& media) {
 
 void Export_Run::write_entries(Catalog_Reader& catalog, Entry_Reader& reader) {
   Catalog_Entry entry;
-  int got;
+  int got = 0;
   while (!state_.stopping() && (got = catalog.next(entry)) > 0) {
     if (entry.source >= record_.sources.size()) {
       if (!leave_out(entry, "it lies in no source of the set")) return;
