@@ -106,7 +106,7 @@ bool Set_Check::check_catalog(const Run_State& state, const std::function<bool(c
   if (!reader.open()) return go_on(key, 0);
   Catalog_Entry entry;
   uint64_t count = 0;
-  int got;
+  int got = 0;
   while (!state.stopping() && (got = reader.next(entry)) > 0) {
     ++count;
     if (const char* reason = fault(entry))
