@@ -1,6 +1,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <atomic>
+
 #include "support/kube_sim/front.h"
 #include "support/kube_sim/test/simple_api.h"
 #include "support/kube_sim/test/tls_peer.h"
@@ -70,7 +72,7 @@ TEST_F(Front_Fault_Test, a_delay_comes_before_the_answer) {
 }
 
 TEST_F(Front_Fault_Test, drops_before_the_head_after_the_api_was_asked) {
-  bool asked = false;
+  std::atomic<bool> asked = false;
   api.on_request = [&](const Request&) { return asked = true, Answer{}; };
   fail(End::DROP_BEFORE_HEAD);
   peer.get("/a");
