@@ -226,9 +226,8 @@ Exit_Code run_command(const Options& options, std::ostream& out, std::ostream& e
   if (options.cluster.asked) return cluster_commands().at(options.command)(options, out, err);
   if (options.sets.asked) return sets_commands().at(options.command)(options, out, err);
   static const std::map<std::string, Command> commands = {
-      {"backup", backup}, {"restore", restore}, {"jobs", jobs},
-      {"status", status}, {"cancel", cancel},   {"size", size},
-      {"info", info},     {"secret encrypt", secret_encrypt}};
+      {"backup", backup}, {"restore", restore}, {"jobs", jobs}, {"status", status},
+      {"cancel", cancel}, {"size", size},       {"info", info}, {"secret encrypt", secret_encrypt}};
   return commands.at(options.command)(options, out, err);
 }
 

@@ -112,9 +112,9 @@ typedef std::vector<Storage_Class_Capability_Validation_Unit> Validation_Units;
  * The time budget is split by three: the waits for the claims, for the snapshots and for the clean-up may each sleep a
  * third of it (integer division) and up to a minute beyond. A third of -1 is no bound, nor is anything below.
  *
- * Ownership: shares the client. Threads: one at a time; it sleeps on the caller's thread. A kolt::Clock may end init() and
- * update() by an exception from its sleep(), which goes to the caller and leaves the object fit to be destroyed; not so
- * the destructor.
+ * Ownership: shares the client. Threads: one at a time; it sleeps on the caller's thread. A kolt::Clock may end init()
+ * and update() by an exception from its sleep(), which goes to the caller and leaves the object fit to be destroyed;
+ * not so the destructor.
  */
 class Storage_Class_Capability_Config {
  public:
@@ -140,8 +140,8 @@ class Storage_Class_Capability_Config {
   /// Writes the verdicts into the maps. Those of the two last are CAPABILITY_NONE.
   void set_scs_capabilities(Storage_Class_Map& csi_scs, Storage_Class_Map& nfs_scs, Storage_Class_Map& local_scs) const;
 
-  /// How far the classes of type csi are, in the order in which they are looked at; for a kolt::Clock that shows it while
-  /// the run waits, which is also in the destructor.
+  /// How far the classes of type csi are, in the order in which they are looked at; for a kolt::Clock that shows it
+  /// while the run waits, which is also in the destructor.
   const Validation_Units& csi_units() const { return csi_validation_units_; }
 
  private:
