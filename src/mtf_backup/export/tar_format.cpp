@@ -76,8 +76,10 @@ std::string extended_record(const std::string& keyword, const std::string& value
   return std::to_string(length) + rest;
 }
 
+/// All of the field but a NUL at its end. The callers know that the value fits.
 void set_octal(char* field, size_t width, uint64_t value) {
-  std::snprintf(field, width, "%0*" PRIo64, static_cast<int>(width) - 1, value);
+  field[--width] = '\0';
+  for (; width > 0; value >>= 3) field[--width] = static_cast<char>('0' + (value & 7));
 }
 
 /// The map in front of the data of a file with holes, which ends with its size.
