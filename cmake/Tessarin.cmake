@@ -32,6 +32,7 @@ pkg_check_modules(LZO2 REQUIRED IMPORTED_TARGET lzo2)
 pkg_check_modules(XXHASH REQUIRED IMPORTED_TARGET libxxhash)
 pkg_check_modules(CURL REQUIRED IMPORTED_TARGET libcurl)
 pkg_check_modules(EXPAT REQUIRED IMPORTED_TARGET expat)
+pkg_check_modules(PROMETHEUS REQUIRED IMPORTED_TARGET prometheus-cpp-core)
 pkg_check_modules(SIMDJSON REQUIRED IMPORTED_TARGET simdjson)
 find_package(OpenSSL REQUIRED)
 
