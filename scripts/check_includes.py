@@ -31,7 +31,7 @@ ORDER = ["kolt", "json_spirit", "kolt_storage", "task", "host", "http", "json_rp
 # Beside the order: (who, whom, why).
 FORBIDDEN = [
     ("k8s/api", {"mtf", "mtf_backup", "client_io", "job"}, "the Kubernetes library knows no backup sets"),
-    ("websvcs", {"k8s/api", "k8s/job", "k8s_sclient"}, "the agent reaches the plug-in only through its exported names"),
+    ("websvcs", {"k8s/job", "k8s_sclient"}, "the agent reaches the plug-in only through its exported names"),
     ("ctl", {"k8s_sclient", "websvcs"}, "the command line speaks to the agent over its channel"),
 ]
 
