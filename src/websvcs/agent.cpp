@@ -60,6 +60,10 @@ void cancel_running_job() {
 
 int Agent::open() {
   if (!is_trusted_file(options_.svc_conf)) return -1;
+  if (!options_.config.empty() && !is_trusted_file(options_.config)) return -1;
+  if (!options_.tls_cert.empty() || !options_.token_file.empty() || options_.token_review || options_.peer_tls) {
+    ACE_ERROR_RETURN((LM_ERROR, ACE_TEXT("TLS and the check of other tokens are not there yet.\n")), -1);
+  }
   if (!options_.host_key.empty() && !Host_Manager::instance()->load_rsa_prvkey(options_.host_key)) return -1;
   if (state_.open(options_.state_dir) == -1) return -1;
   leftovers_.sweep();

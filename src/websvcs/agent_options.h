@@ -1,6 +1,7 @@
 #pragma once
 
 #include <string>
+#include <vector>
 
 /// What the agent's command line says. All paths are absolute.
 struct Agent_Options {
@@ -11,6 +12,21 @@ struct Agent_Options {
   unsigned short listen_port = 0;
   int answer_timeout = 600;  ///< seconds; 0: no limit
   std::string host_key;      ///< PEM file of the host's private key; empty: none
+  std::string config;        ///< file that options were read from; empty: none
+
+  // Who may call by TCP. What the agent makes of them is told in doc/access.md.
+  std::string tls_cert;  ///< PEM file, the agent's certificate first; empty: no TLS
+  std::string tls_key;   ///< PEM file; given exactly if tls_cert is
+  std::string token_file;
+  bool token_review = false;                  ///< the API server is asked for tokens that no file holds
+  std::vector<std::string> token_audiences;   ///< what a reviewed token has to be made for; empty: the API server
+  std::vector<std::string> allowed_accounts;  ///< "namespace/name" of service accounts
+
+  // How other agents are called.
+  bool peer_tls = false;
+  std::string peer_ca;          ///< PEM file; empty: the cluster's CA
+  std::string peer_name;        ///< what their certificates name; empty: the address that is called
+  std::string peer_token_file;  ///< empty: the service account's
 
   /// @retval false  the program ends with @a exit_code: help was asked for, or the line is wrong; both have been
   /// printed.

@@ -3,7 +3,10 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <fstream>
 #include <vector>
+
+#include "support/temp_dir.h"
 
 namespace {
 
@@ -58,6 +61,64 @@ TEST_F(Agent_Options_Test, AddressAndPortAreSplit) {
   EXPECT_EQ(0, options_.listen_port);
 }
 
+TEST_F(Agent_Options_Test, CallersAndPeersAreDescribedByOptions) {
+  ASSERT_TRUE(parse({"--listen",          "0.0.0.0:8443",
+                     "--tls-cert",        "/tls/tls.crt",
+                     "--tls-key",         "/tls/tls.key",
+                     "--token-file",      "/etc/tokens",
+                     "--token-review",    "--token-audience",
+                     "tessarin",          "--allow-service-account",
+                     "backup/requester",  "--allow-service-account",
+                     "tessarin/agent.v2", "--peer-tls",
+                     "--peer-ca",         "/peer/ca.crt",
+                     "--peer-name",       "agent.tessarin.svc",
+                     "--peer-token-file", "/peer/token"}))
+      << printed_;
+  EXPECT_EQ("0.0.0.0", options_.listen_address);
+  EXPECT_EQ("/tls/tls.crt", options_.tls_cert);
+  EXPECT_EQ("/tls/tls.key", options_.tls_key);
+  EXPECT_EQ("/etc/tokens", options_.token_file);
+  EXPECT_TRUE(options_.token_review);
+  EXPECT_THAT(options_.token_audiences, testing::ElementsAre("tessarin"));
+  EXPECT_THAT(options_.allowed_accounts, testing::ElementsAre("backup/requester", "tessarin/agent.v2"));
+  EXPECT_TRUE(options_.peer_tls);
+  EXPECT_EQ("/peer/ca.crt", options_.peer_ca);
+  EXPECT_EQ("agent.tessarin.svc", options_.peer_name);
+  EXPECT_EQ("/peer/token", options_.peer_token_file);
+}
+
+TEST_F(Agent_Options_Test, NothingOfAccessIsOnByDefault) {
+  ASSERT_TRUE(parse({}));
+  EXPECT_EQ("", options_.tls_cert);
+  EXPECT_EQ("", options_.token_file);
+  EXPECT_FALSE(options_.token_review);
+  EXPECT_THAT(options_.allowed_accounts, testing::IsEmpty());
+  EXPECT_FALSE(options_.peer_tls);
+  EXPECT_EQ("", options_.config);
+}
+
+TEST_F(Agent_Options_Test, OptionsComeFromAFileToo) {
+  const test_support::Temp_Dir dir;
+  const std::string file = dir / "agent.conf";
+  std::ofstream(file) << "# the agent of a test\nlisten = \"127.0.0.1:8443\"\ntoken-review = true\n"
+                         "allow-service-account = [\"a/b\", \"c/d\"]\nanswer-timeout = 5\n";
+  ASSERT_TRUE(parse({"--config", file, "--answer-timeout", "7"})) << printed_;
+  EXPECT_EQ(file, options_.config);
+  EXPECT_EQ(8443, options_.listen_port);
+  EXPECT_TRUE(options_.token_review);
+  EXPECT_THAT(options_.allowed_accounts, testing::ElementsAre("a/b", "c/d"));
+  EXPECT_EQ(7, options_.answer_timeout) << "the command line comes first";
+}
+
+TEST_F(Agent_Options_Test, FileOfOptionsIsReadStrictly) {
+  const test_support::Temp_Dir dir;
+  const std::string file = dir / "agent.conf";
+  EXPECT_FALSE(parse({"--config", file})) << "it is not there";
+  std::ofstream(file) << "lisden = \"127.0.0.1:8443\"\n";
+  EXPECT_FALSE(parse({"--config", file}));
+  EXPECT_THAT(printed_, testing::HasSubstr("lisden"));
+}
+
 TEST_F(Agent_Options_Test, WrongLinesAreRefusedWithAnExitCode) {
   for (const std::vector<std::string>& words : {std::vector<std::string>{"--listen", "127.0.0.1"},
                                                 {"--listen", ":80"},
@@ -68,6 +129,19 @@ TEST_F(Agent_Options_Test, WrongLinesAreRefusedWithAnExitCode) {
                                                 {"--svc-conf", "svc.conf"},
                                                 {"--socket", "x.sock"},
                                                 {"--answer-timeout", "-1"},
+                                                {"--tls-cert", "/tls.crt"},
+                                                {"--tls-key", "/tls.key"},
+                                                {"--tls-cert", "tls.crt", "--tls-key", "/tls.key"},
+                                                {"--token-file", "tokens"},
+                                                {"--token-audience", "a"},
+                                                {"--allow-service-account", "a/b"},
+                                                {"--token-review", "--allow-service-account", "a"},
+                                                {"--token-review", "--allow-service-account", "a/"},
+                                                {"--token-review", "--allow-service-account", "/b"},
+                                                {"--token-review", "--allow-service-account", "a/b/c"},
+                                                {"--token-review", "--allow-service-account", "a/B"},
+                                                {"--token-review", "--allow-service-account", "a.b/c"},
+                                                {"--peer-ca", "/ca.crt"},
                                                 {"--nonsense"},
                                                 {"word"}}) {
     EXPECT_FALSE(parse(words)) << words[0];
