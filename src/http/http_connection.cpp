@@ -49,9 +49,11 @@ class Connection : public std::enable_shared_from_this<Connection> {
   net::awaitable<bool> post(Request request);
   net::awaitable<void> await_answer(std::shared_ptr<Pending_Answer> answer);
   void watch_peer(std::shared_ptr<Pending_Answer> answer);
+  bool is_trusted(const Request& request) const;
   unsigned check(const Request& request) const;
+  unsigned check_page(const Request& request, const HTTP_Page& page) const;
   net::awaitable<bool> refuse(unsigned status, bool keep_alive);
-  net::awaitable<bool> answer(unsigned status, std::string body, const char* type, bool keep_alive);
+  net::awaitable<bool> answer(HTTP_Content content, bool keep_alive);
   net::awaitable<void> linger();
   void close();
 
@@ -62,8 +64,9 @@ class Connection : public std::enable_shared_from_this<Connection> {
   beast::flat_buffer buffer_;
   net::steady_timer answer_timer_;  // ends when the answer has arrived
   Connection_Table::Id place_ = 0;
-  bool first_ = true;     // no request has been served yet
-  bool to_head_ = false;  // the request is a HEAD: its answer has no body
+  bool first_ = true;         // no request has been served yet
+  bool to_head_ = false;      // the request is a HEAD: its answer has no body
+  const char* allowed_ = "";  // what a refusal with 405 names
   bool closed_ = false;
 };
 
@@ -98,17 +101,43 @@ net::awaitable<void> Connection::run() {
   close();
 }
 
+bool has_body(const Request& request) {
+  const std::string_view length(request[http::field::content_length]);
+  return request.find(http::field::transfer_encoding) != request.end() || !(length.empty() || length == "0");
+}
+
+std::string_view path_of(const Request& request) {
+  const std::string_view target(request.target());
+  return target.substr(0, target.find('?'));
+}
+
+/// The page that is asked for, or null.
+const HTTP_Page* find_page(const Shared& shared, const Request& request) {
+  const auto found = shared.pages.find(path_of(request));
+  return found == shared.pages.end() ? nullptr : &found->second;
+}
+
+bool Connection::is_trusted(const Request& request) const {
+  return !token_ || bearer_token_fits(std::string_view(request[http::field::authorization]), *token_);
+}
+
 // The status that a request is refused with before its body is read; 0 for a good one.
 unsigned Connection::check(const Request& request) const {
-  if (token_ && !bearer_token_fits(std::string_view(request[http::field::authorization]), *token_)) return 401;
-  const std::string_view target(request.target());
-  if (target.substr(0, target.find('?')) != shared_.options.path) return 404;
+  if (const HTTP_Page* page = find_page(shared_, request)) return check_page(request, *page);
+  if (!is_trusted(request)) return 401;
+  if (path_of(request) != shared_.options.path) return 404;
   if (beast::websocket::is_upgrade(request)) return buffer_.size() == 0 ? 0 : 400;
   if (request.method() != http::verb::post) return 405;
   // A body whose end cannot be told would be read as the next request.
   if (request.find(http::field::transfer_encoding) != request.end() && !request.chunked()) return 400;
   const std::string_view expect(request[http::field::expect]);
   return expect.empty() || beast::iequals(expect, "100-continue") ? 0 : 417;
+}
+
+unsigned Connection::check_page(const Request& request, const HTTP_Page& page) const {
+  if (page.access == HTTP_Page::ACCESS_TRUSTED && !is_trusted(request)) return 401;
+  if (request.method() != http::verb::get && request.method() != http::verb::head) return 405;
+  return has_body(request) ? 400 : 0;
 }
 
 unsigned status_of(beast::error_code error) {
@@ -134,8 +163,13 @@ net::awaitable<bool> Connection::serve_one() {
   to_head_ = parser.get().method() == http::verb::head;
   if (const unsigned status = check(parser.get())) {
     // Without a body the next request begins right behind the head.
-    const bool has_body = parser.chunked() || parser.content_length().value_or(0) > 0;
-    co_return co_await refuse(status, status != 400 && !has_body && parser.keep_alive());
+    allowed_ = find_page(shared_, parser.get()) ? "GET, HEAD" : "POST";
+    co_return co_await refuse(status, status != 400 && !has_body(parser.get()) && parser.keep_alive());
+  }
+  if (const HTTP_Page* page = find_page(shared_, parser.get())) {
+    HTTP_Content content = page->content({is_trusted(parser.get())});
+    content.fields.insert(content.fields.end(), {{"Cache-Control", "no-store"}, {"X-Content-Type-Options", "nosniff"}});
+    co_return co_await answer(std::move(content), parser.keep_alive());
   }
   if (beast::websocket::is_upgrade(parser.get())) {
     Request request = parser.release();
@@ -186,7 +220,7 @@ net::awaitable<bool> Connection::post(Request request) {
   kept.reset();
   if (closed_) co_return false;
   if (!answered) co_return co_await refuse(504, keep_alive);
-  co_return co_await answer(status, std::move(body), "application/json", keep_alive);
+  co_return co_await answer({status, "application/json", std::move(body)}, keep_alive);
 }
 
 // Comes back when the answer has arrived, its time is over or the peer has gone.
@@ -217,17 +251,18 @@ void Connection::watch_peer(std::shared_ptr<Pending_Answer> pending) {
 net::awaitable<bool> Connection::refuse(unsigned status, bool keep_alive) {
   if (status == 0) co_return false;
   std::string reason(http::obsolete_reason(static_cast<http::status>(status)));
-  co_return co_await answer(status, reason + "\n", "text/plain", keep_alive);
+  co_return co_await answer({status, "text/plain", reason + "\n"}, keep_alive);
 }
 
-net::awaitable<bool> Connection::answer(unsigned status, std::string body, const char* type, bool keep_alive) {
-  Response response(static_cast<http::status>(status), 11);
+net::awaitable<bool> Connection::answer(HTTP_Content content, bool keep_alive) {
+  Response response(static_cast<http::status>(content.status), 11);
   response.keep_alive(keep_alive);
-  if (status == 401) response.set(http::field::www_authenticate, "Bearer");
-  if (status == 405) response.set(http::field::allow, "POST");
-  if (!body.empty()) response.set(http::field::content_type, type);
-  if (!to_head_) response.body() = std::move(body);
-  if (status != 204) response.prepare_payload();
+  if (content.status == 401) response.set(http::field::www_authenticate, "Bearer");
+  if (content.status == 405) response.set(http::field::allow, allowed_);
+  if (!content.body.empty()) response.set(http::field::content_type, content.type);
+  for (const auto& [name, value] : content.fields) response.set(name, value);
+  if (content.status != 204) response.content_length(content.body.size());
+  if (!to_head_) response.body() = std::move(content.body);
 
   set_deadline(stream_, limits_.write);
   const auto error = std::get<0>(co_await http::async_write(stream_, response, as_tuple));

@@ -1,10 +1,12 @@
 #pragma once
 
 #include <boost/asio/generic/stream_protocol.hpp>
+#include <map>
 #include <memory>
 #include <string>
 
 #include "http/connection_table.h"
+#include "http/http_page.h"
 #include "http/http_server_options.h"
 #include "http/http_service.h"
 
@@ -15,6 +17,7 @@ struct Shared {
   HTTP_Service& service;
   const HTTP_Server_Options options;
   Connection_Table table;
+  std::map<std::string, HTTP_Page, std::less<>> pages;  ///< by path; complete before the first connection
 };
 
 /// Serves a connection until it ends, on the executor of its socket.

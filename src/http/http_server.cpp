@@ -9,6 +9,7 @@
 #include <optional>
 #include <system_error>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "ace/Log_Msg.h"
@@ -19,7 +20,9 @@ namespace net = boost::asio;
 class HTTP_Server::Impl {
  public:
   Impl(HTTP_Service& service, const HTTP_Server_Options& options)
-      : shared_{service, options, {options.limits.connections, options.limits.connections_per_peer}} {}
+      : shared_{service, options, {options.limits.connections, options.limits.connections_per_peer}, {}} {}
+
+  void add_page(const std::string& path, HTTP_Page page) { shared_.pages[path] = std::move(page); }
 
   int listen_unix(const std::string& path) { return keep(make_listener().open_unix(path)); }
 
@@ -92,6 +95,10 @@ HTTP_Server::HTTP_Server(HTTP_Service& service, const HTTP_Server_Options& optio
 
 HTTP_Server::~HTTP_Server() {
   close();
+}
+
+void HTTP_Server::add_page(const std::string& path, HTTP_Page page) {
+  impl_->add_page(path, std::move(page));
 }
 
 int HTTP_Server::listen_unix(const std::string& path) {

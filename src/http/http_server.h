@@ -3,20 +3,22 @@
 #include <memory>
 #include <string>
 
+#include "http/http_page.h"
 #include "http/http_server_options.h"
 #include "http/http_service.h"
 #include "kolt/export.h"
 
 /**
- * Serves one path over HTTP/1.1 (POST) and WebSocket, on a unix socket, on a loopback address, or both.
+ * Serves one path over HTTP/1.1 (POST) and WebSocket, on a unix socket, on a loopback address, or both; beside it any
+ * number of pages, which are read with GET.
  *
  * Who connects to the unix socket has been let in by its file mode, 0600; who connects by TCP shows a bearer token.
  * Addresses other than loopback are refused: they need TLS, which this server does not speak yet.
  *
  * When all places are taken, the connection that has waited longest for a request gives its place to the new one.
  *
- * Life: any number of listen_*(), start(), close(); the destructor closes. The service outlives the server.
- * Threads: the operations are called by one thread; the service is called by the server's own.
+ * Life: any number of add_page() and listen_*(), start(), close(); the destructor closes. The service outlives the
+ * server. Threads: the operations are called by one thread; the service is called by the server's own.
  */
 class TESSARIN_API HTTP_Server {
  public:
@@ -24,6 +26,10 @@ class TESSARIN_API HTTP_Server {
   ~HTTP_Server();
   HTTP_Server(const HTTP_Server&) = delete;
   HTTP_Server& operator=(const HTTP_Server&) = delete;
+
+  /// Serves @a page at @a path, in place of what stood there. Before start().
+  /// @param path  begins with '/', and is not the service's.
+  void add_page(const std::string& path, HTTP_Page page);
 
   /// Makes the socket and its file, in place of a socket that stands there; close() removes it.
   /// @retval -1  one line at LM_ERROR; errno tells why.
