@@ -99,6 +99,14 @@ bool Agent_Options::parse(int argc, char* argv[], int& exit_code) {
       ->capture_default_str();
   app.add_option("--host-key", host_key, "PEM file with the RSA key that secrets in requests are enciphered for")
       ->check(absolute_path);
+  app.add_option("--check-pool", check_pool, "Pool without which the agent is not ready")->type_name("URL|FILE");
+  app.add_option("--kubelet-dir", kubelet_dir, "Where the kubelet mounts the volumes of the node")
+      ->check(absolute_path)
+      ->capture_default_str();
+  std::string log_format = "text";
+  app.add_option("--log-format", log_format, "Lines of text, or one JSON object per line")
+      ->check(CLI::IsMember({"text", "json"}))
+      ->capture_default_str();
   app.set_config("--config", "", "File with options, one per line: listen = \"127.0.0.1:8443\"")
       ->check(absolute_path)
       ->type_name("PATH");
@@ -114,6 +122,7 @@ bool Agent_Options::parse(int argc, char* argv[], int& exit_code) {
     exit_code = app.exit(e);
     return false;
   }
+  json_log = log_format == "json";
   if (socket.empty()) socket = state_dir + "/agent.sock";
   return true;
 }

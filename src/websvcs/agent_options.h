@@ -12,7 +12,10 @@ struct Agent_Options {
   unsigned short listen_port = 0;
   int answer_timeout = 600;  ///< seconds; 0: no limit
   std::string host_key;      ///< PEM file of the host's private key; empty: none
-  std::string config;        ///< file that options were read from; empty: none
+  std::string check_pool;    ///< URL of the pool, or a file that describes it, that has to answer; empty: none
+  std::string kubelet_dir = "/var/lib/kubelet";  ///< below which the node's volumes are mounted
+  bool json_log = false;                         ///< one JSON object per line
+  std::string config;                            ///< file that options were read from; empty: none
 
   // Who may call by TCP. What the agent makes of them is told in doc/access.md.
   std::string tls_cert;  ///< PEM file, the agent's certificate first; empty: no TLS

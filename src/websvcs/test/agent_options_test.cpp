@@ -158,4 +158,22 @@ TEST_F(Agent_Options_Test, HelpAndVersionEndTheProgramWell) {
   EXPECT_EQ(0, exit_code_);
 }
 
+TEST_F(Agent_Options_Test, LogIsTextUnlessJsonIsAskedFor) {
+  ASSERT_TRUE(parse({})) << printed_;
+  EXPECT_FALSE(options_.json_log);
+  ASSERT_TRUE(parse({"--log-format", "json"})) << printed_;
+  EXPECT_TRUE(options_.json_log);
+  EXPECT_FALSE(parse({"--log-format", "xml"}));
+}
+
+TEST_F(Agent_Options_Test, ChecksLookAtTheKubeletsDirectoryAndAtNoPool) {
+  ASSERT_TRUE(parse({})) << printed_;
+  EXPECT_EQ("/var/lib/kubelet", options_.kubelet_dir);
+  EXPECT_EQ("", options_.check_pool);
+  ASSERT_TRUE(parse({"--kubelet-dir", "/k", "--check-pool", "file:///pool"})) << printed_;
+  EXPECT_EQ("/k", options_.kubelet_dir);
+  EXPECT_EQ("file:///pool", options_.check_pool);
+  EXPECT_FALSE(parse({"--kubelet-dir", "k"}));
+}
+
 }  // namespace
