@@ -1,13 +1,12 @@
 #include "k8s/api/k8s_pvc_data_helper.h"
 
-#include <glob.h>
-
 #include "ace/Null_Mutex.h"
 #include "ace/Singleton.h"
 #include "json_spirit/filter.h"
 #include "k8s/api/k8s_storage_class_capability_config.h"
 #include "k8s/api/k8s_utils.h"
 #include "kolt/check_macros.h"
+#include "kolt/first_match.h"
 #include "kolt/get_env_r.h"
 #include "kolt/make_shared_nothrow.h"
 #include "kolt/scoped_deleter.h"
@@ -133,8 +132,6 @@ bool Storage_Class_Config::check(const std::string& sc, Capability_Flag flag) co
 }
 
 bool glob_path(std::string& path) {
-  glob_t globber{};
-  const auto free_globber = make_deleter([&] { globfree(&globber); });
-  path = glob(path.c_str(), 0, nullptr, &globber) == 0 && globber.gl_pathc > 0 ? globber.gl_pathv[0] : "";
+  path = first_match(path).value_or("");
   return !path.empty();
 }

@@ -4,10 +4,10 @@
 #include <string>
 
 #include "json_spirit/extract.h"
-#include "k8s/websvcs_agent/k8s_sclient/first_match.h"
 #include "k8s/websvcs_agent/k8s_sclient/json_rpc_k8s_answers.h"
 #include "k8s/websvcs_agent/k8s_sclient/json_rpc_k8s_factory.h"
 #include "kolt/dir_size.h"
+#include "kolt/first_match.h"
 
 K8S_SCLIENT_FACTORY_DEFINE(JSON_RPC_K8S_Get_PVC_Size_Handler)
 
