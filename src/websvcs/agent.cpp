@@ -56,6 +56,14 @@ void cancel_running_job() {
   JSON_RPC_Dispatcher::instance()->dispatch(JSON_RPC_Channel_var(new Own_Channel), message);
 }
 
+void set_limits(const Agent_Options& options, HTTP_Server_Limits& limits) {
+  limits.connections = options.max_connections;
+  limits.connections_per_peer = options.max_connections_per_peer;
+  limits.body_bytes = options.max_request_bytes;
+  limits.message_bytes = options.max_request_bytes;
+  limits.idle = std::chrono::seconds(options.idle_timeout);
+}
+
 }  // namespace
 
 int Agent::open() {
@@ -105,7 +113,10 @@ int Agent::open_channel() {
   HTTP_Server_Options options;
   options.path = channel_path;
   options.limits.answer = std::chrono::seconds(JSON_RPC_Thread_Pool::instance()->expiry());
-  service_ = std::make_unique<JSON_RPC_Service>(*JSON_RPC_Dispatcher::instance(), JSON_RPC_Service::Options());
+  set_limits(options_, options.limits);
+  JSON_RPC_Service::Options service_options;
+  service_options.max_batch = options_.max_batch;
+  service_ = std::make_unique<JSON_RPC_Service>(*JSON_RPC_Dispatcher::instance(), service_options);
   server_ = std::make_unique<HTTP_Server>(*service_, options);
   if (server_->listen_unix(options_.socket) == -1) return -1;
   ACE_DEBUG((LM_INFO, ACE_TEXT("Listening on '%C'.\n"), options_.socket.c_str()));

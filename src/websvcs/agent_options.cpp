@@ -81,6 +81,21 @@ void add_peers(CLI::App& app, Agent_Options& options) {
       ->check(absolute_path);
 }
 
+void add_limits(CLI::App& app, Agent_Options& options) {
+  const auto add = [&app](const char* name, auto& value, const char* text) {
+    return app.add_option(name, value, text)->group("What callers may take")->capture_default_str();
+  };
+  add("--idle-timeout", options.idle_timeout, "Seconds after which an idle connection is closed; 0: never")
+      ->check(CLI::Range(0, 86400));
+  add("--max-batch", options.max_batch, "Messages that a batch may hold")->check(CLI::Range(1, 100'000));
+  add("--max-connections", options.max_connections, "Connections that are served at a time")
+      ->check(CLI::Range(1, 100'000));
+  add("--max-connections-per-peer", options.max_connections_per_peer, "Those of one address or user")
+      ->check(CLI::Range(1, 100'000));
+  add("--max-request-bytes", options.max_request_bytes, "Bytes that a request or a WebSocket message may have")
+      ->check(CLI::Range(1024, 1024 * 1024 * 1024));
+}
+
 }  // namespace
 
 bool Agent_Options::parse(int argc, char* argv[], int& exit_code) {
@@ -113,6 +128,7 @@ bool Agent_Options::parse(int argc, char* argv[], int& exit_code) {
   app.allow_config_extras(CLI::config_extras_mode::error);
   add_access(app, *this);
   add_peers(app, *this);
+  add_limits(app, *this);
   try {
     app.parse(argc, argv);
     const std::string fault = listen.empty() ? "" : split_address(listen, listen_address, listen_port);

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <string>
 #include <vector>
 
@@ -30,6 +31,13 @@ struct Agent_Options {
   std::string peer_ca;          ///< PEM file; empty: the cluster's CA
   std::string peer_name;        ///< what their certificates name; empty: the address that is called
   std::string peer_token_file;  ///< empty: the service account's
+
+  // What callers may take.
+  int idle_timeout = 60;   ///< seconds between two requests; 0: no limit
+  size_t max_batch = 100;  ///< messages
+  size_t max_connections = 256;
+  size_t max_connections_per_peer = 128;  ///< of an address or a user
+  size_t max_request_bytes = 4 * 1024 * 1024;
 
   /// @retval false  the program ends with @a exit_code: help was asked for, or the line is wrong; both have been
   /// printed.

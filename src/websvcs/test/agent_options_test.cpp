@@ -119,6 +119,23 @@ TEST_F(Agent_Options_Test, FileOfOptionsIsReadStrictly) {
   EXPECT_THAT(printed_, testing::HasSubstr("lisden"));
 }
 
+TEST_F(Agent_Options_Test, LimitsOfTheChannelHaveDefaultsAndCanBeSet) {
+  ASSERT_TRUE(parse({}));
+  EXPECT_EQ(256u, options_.max_connections);
+  EXPECT_EQ(128u, options_.max_connections_per_peer);
+  EXPECT_EQ(4u * 1024 * 1024, options_.max_request_bytes);
+  EXPECT_EQ(100u, options_.max_batch);
+  EXPECT_EQ(60, options_.idle_timeout);
+  ASSERT_TRUE(parse({"--max-connections", "10", "--max-connections-per-peer", "5", "--max-request-bytes", "65536",
+                     "--max-batch", "7", "--idle-timeout", "0"}))
+      << printed_;
+  EXPECT_EQ(10u, options_.max_connections);
+  EXPECT_EQ(5u, options_.max_connections_per_peer);
+  EXPECT_EQ(65536u, options_.max_request_bytes);
+  EXPECT_EQ(7u, options_.max_batch);
+  EXPECT_EQ(0, options_.idle_timeout);
+}
+
 TEST_F(Agent_Options_Test, WrongLinesAreRefusedWithAnExitCode) {
   for (const std::vector<std::string>& words : {std::vector<std::string>{"--listen", "127.0.0.1"},
                                                 {"--listen", ":80"},
@@ -142,6 +159,11 @@ TEST_F(Agent_Options_Test, WrongLinesAreRefusedWithAnExitCode) {
                                                 {"--token-review", "--allow-service-account", "a/B"},
                                                 {"--token-review", "--allow-service-account", "a.b/c"},
                                                 {"--peer-ca", "/ca.crt"},
+                                                {"--max-connections", "0"},
+                                                {"--max-connections-per-peer", "-1"},
+                                                {"--max-request-bytes", "1023"},
+                                                {"--max-batch", "0"},
+                                                {"--idle-timeout", "-1"},
                                                 {"--nonsense"},
                                                 {"word"}}) {
     EXPECT_FALSE(parse(words)) << words[0];
