@@ -39,6 +39,8 @@ class Agent_Process {
   std::string wait(const std::string& id);
 
   const std::string& state_dir() const { return state_dir_; }
+  /// Of the running process.
+  pid_t pid() const { return pid_; }
   std::string log() const;
 
  private:

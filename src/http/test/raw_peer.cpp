@@ -10,7 +10,7 @@
 #include <cstring>
 
 Raw_Peer::Raw_Peer(int fd) : fd_(fd) {
-  const timeval patience{20, 0};
+  const timeval patience{60, 0};
   setsockopt(fd_, SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof patience);
   setsockopt(fd_, SOL_SOCKET, SO_SNDTIMEO, &patience, sizeof patience);
 }

@@ -2,7 +2,7 @@
 
 #include <string>
 
-/// A peer that says exactly what it is told, for whatever protocol. All waits end after 20 seconds.
+/// A peer that says exactly what it is told, for whatever protocol. All waits end after a minute.
 class Raw_Peer {
  public:
   /// Connected, or ok() is false.

@@ -104,13 +104,12 @@ TEST_F(First_Match, SanePatternWithAStepUpIsServed) {
   EXPECT_EQ(dir_ / "d0/../d0/../d0", first_match(dir_ / "*/../*/../*"));
 }
 
-TEST_F(First_Match, DeepTreeCostsNoMoreThanItsLimit) {
+TEST_F(First_Match, PatternOfAThousandStepsIsServed) {
   std::string deep = dir_.path(), pattern = dir_.path();
-  while (deep.size() + 20 < PATH_MAX) {
+  for (int i = 0; i < 1000; ++i) {
     deep += "/d";
     pattern += "/*";
   }
-  // Deeper than a path may be: by steps.
   ASSERT_TRUE(std::filesystem::create_directories(deep));
   EXPECT_EQ(deep, first_match(pattern));
 }
