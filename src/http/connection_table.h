@@ -9,8 +9,8 @@
 #include <string>
 
 /**
- * Who is connected, and who has to go when all places are taken: the connection that has waited longest for a request.
- * A flood of connections that say nothing so pushes out itself, never one that is being served.
+ * Who is connected, and who has to go when all places are taken: the connection that has waited longest for a whole
+ * request. A flood of connections that say nothing so pushes out itself, never one that is being served.
  *
  * Threads: all operations may be called from any thread. Functions given to admit() are called without a lock held.
  */
@@ -29,9 +29,9 @@ class Connection_Table {
    */
   Id admit(const std::string& peer, std::function<void()> close);
 
-  /// The connection waits for a request from now on.
+  /// The connection waits for a request from now on, until the last byte of it is there.
   void waiting(Id id);
-  /// The connection is being served.
+  /// The connection's request is whole and being served.
   void busy(Id id);
   /// Gives the place back; unknown ids are passed over.
   void leave(Id id);

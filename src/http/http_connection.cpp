@@ -155,9 +155,9 @@ net::awaitable<bool> Connection::serve_one() {
   parser.body_limit(limits_.body_bytes);
   to_head_ = false;
 
+  // Until its request is whole, a peer may have to give way: one that stalls in its body, too, or reads no refusal.
   shared_.table.waiting(place_);
   beast::error_code error = co_await read_head(parser);
-  shared_.table.busy(place_);
   if (error) co_return co_await refuse(status_of(error), false);
 
   to_head_ = parser.get().method() == http::verb::head;
@@ -167,17 +167,20 @@ net::awaitable<bool> Connection::serve_one() {
     co_return co_await refuse(status, status != 400 && !has_body(parser.get()) && parser.keep_alive());
   }
   if (const HTTP_Page* page = find_page(shared_, parser.get())) {
+    shared_.table.busy(place_);
     HTTP_Content content = page->content({is_trusted(parser.get())});
     content.fields.insert(content.fields.end(), {{"Cache-Control", "no-store"}, {"X-Content-Type-Options", "nosniff"}});
     co_return co_await answer(std::move(content), parser.keep_alive());
   }
   if (beast::websocket::is_upgrade(parser.get())) {
+    shared_.table.busy(place_);
     Request request = parser.release();
     co_await serve_websocket(shared_from_this(), stream_, std::move(request), shared_.service, limits_);
     co_return false;
   }
   error = co_await read_body(parser);
   if (error) co_return co_await refuse(status_of(error), false);
+  shared_.table.busy(place_);
   Request request = parser.release();
   co_return co_await post(std::move(request));
 }

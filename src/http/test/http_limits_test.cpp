@@ -165,21 +165,33 @@ TEST_F(HTTP_Limits_Test, PeerThatClosesInTheMiddleIsNoRequest) {
   EXPECT_EQ(1u, service_.posts());
 }
 
-TEST_F(HTTP_Limits_Test, GoodPeerIsServedAmongHundredsThatSayNothing) {
+// What hundreds of peers say and then no more: nothing, a part of a head, a part of a body, a request that is refused.
+class Stalled_Peers : public HTTP_Limits_Test, public testing::WithParamInterface<Malformed> {};
+
+TEST_P(Stalled_Peers, GiveWayToAGoodOne) {
   options_.limits.connections = 50;
   options_.limits.connections_per_peer = 50;
+  options_.limits.linger = std::chrono::seconds(20);
   start();
-  std::list<Raw_Peer> silent;
-  for (int i = 0; i < 400; ++i) silent.push_back(i % 2 ? peer() : tcp_peer());
-  for (auto& one : silent) one.say("POST /d2/jr HT");
+  std::list<Raw_Peer> stalled;
+  for (int i = 0; i < 200; ++i) stalled.push_back(i % 2 ? peer() : tcp_peer());
+  for (auto& one : stalled) one.say(GetParam().text);
   for (int i = 0; i < 20; ++i) {
     Raw_Peer good = peer();
     good.say(post("x"));
     EXPECT_THAT(good.hear(), EndsWith("x"));
   }
   // The earliest have given way.
-  EXPECT_TRUE(silent.front().ends());
+  stalled.front().hear_all();
+  EXPECT_TRUE(stalled.front().ends());
 }
+
+INSTANTIATE_TEST_SUITE_P(Texts, Stalled_Peers,
+                         testing::Values(Malformed{"Silent", ""}, Malformed{"InTheHead", "POST /d2/jr HT"},
+                                         Malformed{"InTheBody", line + "Authorization: Bearer secret\r\n"
+                                                                       "Content-Length: 10\r\n\r\nabc"},
+                                         Malformed{"Refused", line + "Content-Length: 99999\r\n\r\n"}),
+                         [](const auto& info) { return info.param.name; });
 
 TEST_F(HTTP_Limits_Test, ConnectionBeyondTheCapIsRefusedWhileAllOthersAreServed) {
   options_.limits.connections = 1;
