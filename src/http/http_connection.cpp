@@ -187,7 +187,7 @@ net::awaitable<bool> Connection::serve_one() {
 
 net::awaitable<beast::error_code> Connection::read_head(Parser& parser) {
   beast::error_code error;
-  if (!first_) {
+  if (!first_ && buffer_.size() == 0) {  // else the head has begun
     set_deadline(stream_, limits_.idle);
     error = std::get<0>(co_await http::async_read_some(stream_, buffer_, parser, as_tuple));
   }

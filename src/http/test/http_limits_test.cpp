@@ -123,6 +123,15 @@ TEST_F(HTTP_Limits_Test, SilentPeerIsCutOff) {
   EXPECT_TRUE(peer().ends());
 }
 
+TEST_F(HTTP_Limits_Test, SlowHeadBehindARequestIsCutOffAsEarly) {
+  options_.limits.head = milliseconds(50);
+  start();
+  Raw_Peer peer = this->peer();
+  peer.say(post("x") + "POST /d2");
+  EXPECT_THAT(peer.hear(), EndsWith("x"));
+  EXPECT_TRUE(peer.ends());
+}
+
 TEST_F(HTTP_Limits_Test, StalledBodyIsCutOff) {
   options_.limits.body = milliseconds(50);
   start();
