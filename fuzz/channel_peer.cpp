@@ -40,7 +40,7 @@ class Peer {
 std::string said_to(std::string_view head, std::string_view bytes, size_t piece, HTTP_Service& service,
                     const HTTP_Server_Options& options) {
   net::io_context context(1);
-  http_server::Shared shared{service, options, {options.limits.connections, options.limits.connections_per_peer}};
+  http_server::Shared shared{service, options, {options.limits.connections, options.limits.connections_per_peer}, {}};
   int ends[2];
   if (::socketpair(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0, ends) == -1) std::abort();
   Peer peer(ends[0]);
