@@ -37,7 +37,9 @@ int take_answer(std::string_view& text) {
   const size_t end = text.find("\r\n\r\n");
   if (end == std::string_view::npos) std::abort();
   const size_t at = text.substr(0, end).find(length);
-  const size_t body = at == std::string_view::npos ? 0 : std::stoul(std::string(text.substr(at + length.size(), 10)));
+  size_t body = at == std::string_view::npos ? 0 : std::stoul(std::string(text.substr(at + length.size(), 10)));
+  const std::string_view rest = text.substr(end + 4);
+  if (rest.empty() || rest.starts_with(begin)) body = 0;  // that of a HEAD
   if (text.size() < end + 4 + body) std::abort();
   text.remove_prefix(end + 4 + body);
   return status;
