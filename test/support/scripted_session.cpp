@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include "json_spirit/dump.h"
+#include "support/request_list.h"
 
 using json_spirit::JSON_Dump;
 using json_spirit::Value;
@@ -48,6 +49,7 @@ K8S_Client_var Scripted_Server::client() {
 
 bool Scripted_Server::exchange(const std::string& request, const Value* body, const char* content_type) {
   requests_.push_back(request);
+  note_request(request.substr(0, request.find(' ')), request.substr(request.find(' ') + 1));
   status_ = 0;
   reply_ = Value();
   sent_ = body ? *body : Value();

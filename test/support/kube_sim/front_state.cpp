@@ -2,11 +2,14 @@
 
 #include <sys/socket.h>
 
+#include "support/request_list.h"
+
 namespace kube_sim {
 
 using Guard = std::lock_guard<std::mutex>;
 
 Fault Front_State::record(const Request& request) {
+  test_support::note_request(request.method, request.target);
   const Guard guard(lock_);
   if (options_.record) requests_.push_back(request);
   return faults_.take(request);

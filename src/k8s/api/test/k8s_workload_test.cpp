@@ -59,6 +59,14 @@ TEST_F(WorkloadKinds, HaveTheirCollections) {
   }
 }
 
+TEST_F(WorkloadKinds, AreReadByTheirNames) {
+  Value val;
+  for (const Kind& kind : kinds) {
+    server.expect({std::string("GET ") + kind.url + "/a", 200, "{}"});
+    EXPECT_TRUE(create(kind.type)->get("a", val, true)) << kind.url;
+  }
+}
+
 TEST_F(WorkloadKinds, HaveTheirVolumesInTheirPlaces) {
   // A volume that is no object shows where it was looked for.
   for (const Kind& kind : kinds) {
