@@ -118,15 +118,16 @@ endfunction()
 add_custom_target(all_tests)
 
 # tessarin_test(<name> SOURCES <files> [DEPS <libraries>] [LABELS <unit|integration|system> [tsan]] [SANDBOX] [ALONE]
-#               [TIMEOUT <sec>])
+#               [TIMEOUT <sec>] [REQUESTS <control|agent>])
 #
 # A GoogleTest program. The label "tsan" says that it has threads and runs under TSan too. SANDBOX runs it in a user and
-# mount namespace of its own, with an empty /var/cache. Each program is one CTest test.
+# mount namespace of its own, with an empty /var/cache. Each program is one CTest test. REQUESTS collects what it asks of
+# an API server, for the rights that the agent or the control pod is given (deploy/CMakeLists.txt).
 function(tessarin_test name)
   if(NOT TESSARIN_TESTS)
     return()
   endif()
-  cmake_parse_arguments(ARG "SANDBOX;ALONE" "TIMEOUT" "SOURCES;DEPS;LIBS;LABELS" ${ARGN})
+  cmake_parse_arguments(ARG "SANDBOX;ALONE" "TIMEOUT;REQUESTS" "SOURCES;DEPS;LIBS;LABELS" ${ARGN})
   if(NOT ARG_LABELS)
     set(ARG_LABELS unit)
   endif()
@@ -150,6 +151,10 @@ function(tessarin_test name)
   add_dependencies(all_tests ${name})
   add_test(NAME ${name} COMMAND ${name})
   set_tests_properties(${name} PROPERTIES LABELS "${ARG_LABELS}" TIMEOUT ${ARG_TIMEOUT})
+  if(ARG_REQUESTS AND NOT TESSARIN_SANITIZER STREQUAL "tsan")
+    set_tests_properties(${name} PROPERTIES FIXTURES_REQUIRED kube_requests_begin FIXTURES_SETUP kube_requests
+      ENVIRONMENT "TESSARIN_REQUEST_LIST=${CMAKE_BINARY_DIR}/kube-requests/${ARG_REQUESTS}-${name}")
+  endif()
 endfunction()
 
 # tessarin_bench(<name> SOURCES <files> [DEPS <libraries>] [LIBS <external targets>]): a Google Benchmark program.
