@@ -8,9 +8,9 @@
 #include <string>
 
 #include "ace/Log_Msg.h"
+#include "client_io/back_off.h"
 #include "client_io/held_failure.h"
 #include "kolt/clock.h"
-#include "kolt/exponential_backoff_iterator.h"
 
 namespace client_io {
 
@@ -49,14 +49,12 @@ Patience::Patience(size_t seconds) : seconds_(static_cast<time_t>(std::min<size_
 
 bool Patience::run(Kind kind, const std::function<bool()>& attempt) {
   Held_Failure failure;
-  Exponential_Backoff_Iterator delay(1, UINT_MAX, longest_wait, true);
-  time_t begin = 0;
-  for (; !attempt(); ++delay) {
+  Back_Off back_off(static_cast<size_t>(seconds_), longest_wait);
+  while (!attempt()) {
     const int error = errno;
-    if (begin == 0) begin = kolt::clock().now();
     if (may_pass(error, kind) && seconds_ > 0 && !canceled_ && !in_vain_) {
       tell_away(failure.line(), error);
-      if (wait(begin, *delay)) continue;
+      if (wait(back_off.next())) continue;
       if (canceled_) {
         errno = ECANCELED;
         return false;
@@ -71,15 +69,10 @@ bool Patience::run(Kind kind, const std::function<bool()>& attempt) {
 }
 
 // False: the time is up, or cancel() was called.
-bool Patience::wait(time_t begin, unsigned int seconds) {
-  const time_t left = begin + seconds_ - kolt::clock().now();
-  if (left <= 0) {
-    in_vain_ = true;
-    return false;
-  }
-  const std::chrono::seconds span(std::min<time_t>(left, seconds));
-  for (milliseconds waited(0); waited < span && !canceled_; waited += slice) kolt::clock().sleep(slice);
-  return !canceled_;
+bool Patience::wait(std::optional<milliseconds> span) {
+  if (!span) in_vain_ = true;
+  for (milliseconds waited(0); span && waited < *span && !canceled_; waited += slice) kolt::clock().sleep(slice);
+  return span && !canceled_;
 }
 
 void Patience::tell_away(const std::string& line, int error) {

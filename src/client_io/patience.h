@@ -1,8 +1,10 @@
 #pragma once
 
 #include <atomic>
+#include <chrono>
 #include <ctime>
 #include <functional>
+#include <optional>
 #include <string>
 
 #include "kolt/export.h"
@@ -35,7 +37,7 @@ class TESSARIN_API Patience {
   void cancel() { canceled_ = true; }
 
  private:
-  bool wait(time_t begin, unsigned int seconds);
+  bool wait(std::optional<std::chrono::milliseconds> span);
   void tell_away(const std::string& line, int error);
   void tell_back();
 

@@ -1,16 +1,10 @@
 #include "client_io/s3_failure.h"
 
-#include <algorithm>
 #include <cerrno>
-#include <limits>
-
-#include "kolt/clock.h"
 
 namespace client_io {
 
 namespace {
-
-constexpr unsigned longest_wait = 32;
 
 // The codes that tell more than the status they come with.
 struct Code_Verdict {
@@ -68,20 +62,6 @@ S3_Verdict s3_verdict(int status, std::string_view code) {
   }
   if (status / 100 == 2) return {};
   return {status / 100 == 3 ? EREMOTE : EIO, false};
-}
-
-S3_Back_Off::S3_Back_Off(size_t max_seconds)
-    : max_seconds_(std::min<size_t>(max_seconds, std::numeric_limits<int>::max())),
-      delays_(1, std::numeric_limits<unsigned>::max(), longest_wait, true) {}
-
-std::optional<std::chrono::milliseconds> S3_Back_Off::next(std::optional<std::chrono::milliseconds> told) {
-  const time_t now = kolt::clock().now();
-  if (start_ == 0) start_ = now;
-  // "At once" is no answer of a service that is in trouble.
-  const bool usable = told && told->count() > 0;
-  const std::chrono::milliseconds span = usable ? *told : std::chrono::seconds(*delays_++);
-  if (std::chrono::seconds(now - start_) + span > std::chrono::seconds(max_seconds_)) return {};
-  return span;
 }
 
 }  // namespace client_io

@@ -5,6 +5,7 @@
 #include <thread>
 
 #include "ace/Log_Msg.h"
+#include "client_io/back_off.h"
 #include "client_io/s3_failure.h"
 #include "http/http_retry.h"
 #include "kolt/clock.h"
@@ -14,6 +15,7 @@ namespace client_io {
 
 namespace {
 
+constexpr unsigned longest_wait = 32;  // seconds
 constexpr std::chrono::milliseconds wait_slice{100};
 // How long an answer may take that is only waited for to clean up after a cancel.
 constexpr std::chrono::seconds patience_after_cancel{3};
@@ -64,7 +66,7 @@ S3_Session::S3_Session(const S3_Settings& settings)
     : settings_(settings), transport_({settings.ca_file, settings.source_address, settings.socket_timeout_seconds}) {}
 
 bool S3_Session::send(const S3_Request& request, S3_Result& result) {
-  S3_Back_Off back_off(std::min(request.max_seconds_retry, settings_.max_seconds_retry));
+  Back_Off back_off(std::min(request.max_seconds_retry, settings_.max_seconds_retry), longest_wait);
   result.repeated = false;
   for (int tries = 1;; ++tries) {
     bool again = false;

@@ -43,8 +43,8 @@ struct S3_Result {
 /**
  * Sends signed requests and repeats what may be repeated: where no whole answer came, or 408, 429, 500, 502, 503, 504,
  * or the body got lost or changed on the way. In between it waits as Retry-After tells, else 1, 2, 4, ... 32 seconds of
- * which up to a half is taken off, all of it by kolt::clock(). It gives up where the next wait would end later than
- * max_seconds_retry after the first failure. Each repetition is logged at LM_INFO; nothing else is.
+ * which up to a half is taken off, all of it by kolt::clock(), until max_seconds_retry after the first failure. Each
+ * repetition is logged at LM_INFO; nothing else is.
  *
  * Threads: any.
  */

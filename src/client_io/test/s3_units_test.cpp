@@ -1,5 +1,6 @@
 #include <cerrno>
 
+#include "client_io/back_off.h"
 #include "client_io/s3_failure.h"
 #include "client_io/s3_md5.h"
 #include "client_io/s3_names.h"
@@ -189,20 +190,20 @@ TEST(S3_Failure, StatusAndCodeBecomeAnErrno) {
   }
 }
 
-TEST(S3_Back_Off, WaitsLongerEachTimeUpTo32Seconds) {
+TEST(Back_Off_Test, WaitsLongerEachTimeUpTo32Seconds) {
   Fake_Clock clock;
-  S3_Back_Off back_off(1000);
+  Back_Off back_off(1000, 32);
   for (const int bound : {1, 2, 4, 8, 16, 32, 32}) {
-    const auto span = back_off.next({});
+    const auto span = back_off.next();
     ASSERT_TRUE(span);
     EXPECT_LE(*span, seconds(bound));
     EXPECT_GE(*span, seconds(bound) / 2);
   }
 }
 
-TEST(S3_Back_Off, EndsBeforeAWaitThatTakesTooLong) {
+TEST(Back_Off_Test, EndsBeforeAWaitThatTakesTooLong) {
   Fake_Clock clock;
-  S3_Back_Off back_off(10);
+  Back_Off back_off(10, 32);
   EXPECT_TRUE(back_off.next(milliseconds(10000)));
   clock.advance(seconds(5));
   EXPECT_FALSE(back_off.next(milliseconds(5001)));
@@ -211,20 +212,41 @@ TEST(S3_Back_Off, EndsBeforeAWaitThatTakesTooLong) {
   EXPECT_FALSE(back_off.next(milliseconds(0)));
 }
 
-TEST(S3_Back_Off, AServiceThatSaysAtOnceIsNotPressed) {
+TEST(Back_Off_Test, AServiceThatSaysAtOnceIsNotPressed) {
   Fake_Clock clock;
-  EXPECT_EQ(S3_Back_Off(10).next(milliseconds(0)), seconds(1));
+  EXPECT_EQ(Back_Off(10, 32).next(milliseconds(0)), seconds(1));
 }
 
-TEST(S3_Back_Off, ItsTimeStartsWithTheFirstFailure) {
+TEST(Back_Off_Test, ItsTimeStartsWithTheFirstFailure) {
   Fake_Clock clock;
-  S3_Back_Off back_off(10);
+  Back_Off back_off(10, 32);
   clock.advance(seconds(100));
   EXPECT_TRUE(back_off.next(milliseconds(1000)));
 }
 
-TEST(S3_Back_Off, WithoutTimeThereIsNoOtherTry) {
-  EXPECT_FALSE(S3_Back_Off(0).next({}));
+TEST(Back_Off_Test, TheLastWaitIsCutToWhatIsLeft) {
+  Fake_Clock clock;
+  Back_Off back_off(10, 32);
+  milliseconds waited(0);
+  while (const auto span = back_off.next()) {
+    waited += *span;
+    clock.advance(*span);
+  }
+  EXPECT_EQ(waited, seconds(10));
+}
+
+TEST(Back_Off_Test, AClockThatIsSetBackMakesItWaitNoLonger) {
+  Fake_Clock clock;
+  Back_Off back_off(10, 32);
+  EXPECT_TRUE(back_off.next());
+  clock.advance(-seconds(3600));
+  EXPECT_TRUE(back_off.next());
+  clock.advance(seconds(10));
+  EXPECT_FALSE(back_off.next());
+}
+
+TEST(Back_Off_Test, WithoutTimeThereIsNoOtherTry) {
+  EXPECT_FALSE(Back_Off(0, 32).next());
 }
 
 TEST(S3_Md5, AnETagThatIsAnMD5HasToFit) {
