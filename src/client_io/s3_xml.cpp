@@ -9,15 +9,18 @@ namespace client_io {
 namespace {
 
 constexpr size_t s3_xml_max_depth = 32;
+// A page of a listing has 1,000 names, with a dozen elements each.
+constexpr size_t s3_xml_max_elements = 100'000;
 
 struct S3_Xml_Reader {
   XML_Parser parser;
   S3_Element top;                   // its only child will be the root
   std::vector<S3_Element*> open{};  // a child is closed before the next one moves its brothers
+  size_t elements = 0;
 
   static void begin(void* self, const char* name, const char**) {
     auto& reader = *static_cast<S3_Xml_Reader*>(self);
-    if (reader.open.size() >= s3_xml_max_depth) {
+    if (reader.open.size() >= s3_xml_max_depth || ++reader.elements > s3_xml_max_elements) {
       XML_StopParser(reader.parser, XML_FALSE);
       return;
     }

@@ -18,8 +18,8 @@ struct TESSARIN_API S3_Element {
   const std::string& operator[](std::string_view child) const;
 };
 
-/// Reads a document. False, with @a root empty, where it is not well-formed, holds a document type or is nested deeper
-/// than 32 levels.
+/// Reads a document. False, with @a root empty, where it is not well-formed, holds a document type, is nested deeper
+/// than 32 levels or has more than 100,000 elements.
 [[nodiscard]] TESSARIN_API bool parse_s3_xml(std::string_view text, S3_Element& root);
 
 /// A text as it stands between two tags.

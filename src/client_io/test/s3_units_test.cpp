@@ -144,6 +144,15 @@ TEST(S3_Xml, DocumentTypesAndDeepNestingAreRefused) {
   EXPECT_FALSE(parse_s3_xml("<a>" + deep + "</a>", root));
 }
 
+TEST(S3_Xml, AReplyOfVeryManyElementsIsRefused) {
+  S3_Element root;
+  std::string many;
+  for (int i = 0; i < 99'999; ++i) many += "<a/>";
+  EXPECT_TRUE(parse_s3_xml("<r>" + many + "</r>", root));
+  EXPECT_EQ(root.children.size(), 99'999u);
+  EXPECT_FALSE(parse_s3_xml("<r>" + many + "<a/></r>", root));
+}
+
 TEST(S3_Xml, TextIsEscaped) {
   EXPECT_EQ(s3_xml_escaped("a<b>&\"c\""), "a&lt;b&gt;&amp;\"c\"");
 }
