@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <ctime>
 #include <new>
 #include <vector>
 
@@ -11,6 +12,7 @@
 #include "client_io/s3_session.h"
 #include "client_io/s3_upload.h"
 #include "client_io/s3_writer.h"
+#include "kolt/clock.h"
 #include "kolt/natoi.h"
 
 namespace client_io {
@@ -113,13 +115,29 @@ bool abort_upload(S3_Session& session, const std::string& name, const std::strin
   return good;
 }
 
-bool sweep_page(S3_Session& session, const Page& page, std::string& reason) {
+// The time a day ago as listings tell times, so that they can be compared as texts.
+std::string a_day_ago() {
+  const time_t time = kolt::clock().now() - 24 * 60 * 60;
+  struct tm parts;
+  char text[32];
+  gmtime_r(&time, &parts);
+  return std::string(text, strftime(text, sizeof text, "%Y-%m-%dT%H:%M:%S", &parts));
+}
+
+// Nobody tells whether the writer of an upload lives in another process. After a day it is taken for dead.
+bool is_dead(const S3_Element& upload, const std::string& place, const std::string& oldest) {
+  if (S3_Living_Uploads::has(place)) return false;
+  const std::string& begun = upload["Initiated"];
+  return S3_Living_Uploads::take_given_up(upload["UploadId"]) || (!begun.empty() && begun < oldest);
+}
+
+bool sweep_page(S3_Session& session, const Page& page, const std::string& oldest, std::string& reason) {
   bool good = true;
   page.each("Upload", [&](const S3_Element& upload) {
     const std::string name = page.name(upload["Key"]);
     std::string key;
     if (!good || !session.settings().key_of(name, key)) return;
-    if (S3_Living_Uploads::has(S3_Living_Uploads::place(session.settings(), name))) return;
+    if (!is_dead(upload, S3_Living_Uploads::place(session.settings(), name), oldest)) return;
     good = abort_upload(session, name, upload["UploadId"], reason);
   });
   return good;
@@ -127,6 +145,7 @@ bool sweep_page(S3_Session& session, const Page& page, std::string& reason) {
 
 bool sweep_uploads(S3_Session& session, const std::string& prefix, std::string& reason) {
   S3_Request request;
+  const std::string oldest = a_day_ago();
   request.answer = "ListMultipartUploadsResult";
   request.query = {{"uploads", ""}, {"prefix", session.settings().name_of(prefix)}, {"encoding-type", "url"}};
   for (;;) {
@@ -135,7 +154,7 @@ bool sweep_uploads(S3_Session& session, const std::string& prefix, std::string& 
     reason = result.reason;
     if (!good) return errno == ENOSYS;  // nothing can be done, and the service's own rules will
     const Page page(result.xml);
-    if (!sweep_page(session, page, reason)) return false;
+    if (!sweep_page(session, page, oldest, reason)) return false;
     const std::string marker = page.name(page["NextKeyMarker"]);
     const bool same =
         request.query["key-marker"] == marker && request.query["upload-id-marker"] == page["NextUploadIdMarker"];

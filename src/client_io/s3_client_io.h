@@ -27,9 +27,9 @@ class S3_Session;
  *
  * What is left of a writer after a cancel goes with the writer, which may take some seconds if the service is silent.
  *
- * list() fails with ENOENT, and a line, where there is no bucket. sweep() aborts the uploads of other processes, the
- * living among them: below one prefix only one process may write. It does nothing where the service cannot list
- * uploads.
+ * list() fails with ENOENT, and a line, where there is no bucket. sweep() aborts uploads of other processes that were
+ * begun more than a day ago, by the service's clock: whether their writers live nobody tells. It does nothing where the
+ * service cannot list uploads.
  *
  * Requests that may do better later are sent again within Options::max_seconds_retry, see s3_session.h. A name of an
  * object (the pool's prefix, the root and the key) has at most 1024 bytes, of which a byte of a key beyond ASCII takes

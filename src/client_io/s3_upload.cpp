@@ -18,6 +18,7 @@ constexpr std::chrono::milliseconds upload_poll{100};
 struct Living {
   std::mutex lock;
   std::multiset<std::string> places;  // guarded by lock
+  std::set<std::string> given_up;     // guarded by lock: ids
 };
 
 Living& living() {
@@ -180,7 +181,7 @@ void S3_Upload::abort() {
   request.query = {{"uploadId", id_}};
   request.max_seconds_retry = 0;
   S3_Result result;
-  static_cast<void>(session_.send(request, result));
+  if (!session_.send(request, result) && errno != ENOENT) S3_Living_Uploads::give_up(id_);
 }
 
 void S3_Upload::join() {
@@ -207,6 +208,16 @@ void S3_Living_Uploads::remove(const std::string& place) {
 bool S3_Living_Uploads::has(const std::string& place) {
   const std::lock_guard<std::mutex> guard(living().lock);
   return living().places.count(place) != 0;
+}
+
+void S3_Living_Uploads::give_up(const std::string& id) {
+  const std::lock_guard<std::mutex> guard(living().lock);
+  living().given_up.insert(id);
+}
+
+bool S3_Living_Uploads::take_given_up(const std::string& id) {
+  const std::lock_guard<std::mutex> guard(living().lock);
+  return living().given_up.erase(id) != 0;
 }
 
 std::string S3_Living_Uploads::place(const S3_Settings& settings, const std::string& name) {

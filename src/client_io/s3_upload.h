@@ -79,12 +79,17 @@ class S3_Upload {
   std::vector<std::thread> threads_;
 };
 
-/// The names that writers of this process have uploads for, by which a sweep knows that they live. Threads: any.
+/// What a sweep has to know of the uploads of this process: for which names its writers have some, and which ones could
+/// not be aborted. Threads: any.
 class S3_Living_Uploads {
  public:
   static void add(const std::string& place);
   static void remove(const std::string& place);
   static bool has(const std::string& place);
+  /// Notes the id of an upload that nobody needs any more and that is still there.
+  static void give_up(const std::string& id);
+  /// Whether it was noted, which it no longer is then.
+  static bool take_given_up(const std::string& id);
   /// Names an object among all services.
   static std::string place(const S3_Settings& settings, const std::string& name);
 };

@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <ctime>
 #include <sstream>
 
 #include "kolt/base64_encoder.h"
@@ -34,6 +35,14 @@ std::string hex(const std::string& bytes) {
   std::ostringstream text;
   for (const unsigned char byte : bytes) text << "0123456789abcdef"[byte >> 4] << "0123456789abcdef"[byte & 15];
   return text.str();
+}
+
+std::string time_now() {
+  const time_t now = time(nullptr);
+  struct tm parts;
+  char text[32];
+  gmtime_r(&now, &parts);
+  return std::string(text, strftime(text, sizeof text, "%Y-%m-%dT%H:%M:%S.000Z", &parts));
 }
 
 std::string decoded(const std::string& text) {
@@ -180,9 +189,9 @@ void Fake_S3::put(const std::string& name, const std::string& bytes) {
   objects_[name] = object_of(bytes, {});
 }
 
-void Fake_S3::begin_upload(const std::string& name, const std::string& id) {
+void Fake_S3::begin_upload(const std::string& name, const std::string& id, const std::string& initiated) {
   const std::lock_guard<std::mutex> guard(lock_);
-  uploads_[id] = {name, {}, {}};
+  uploads_[id] = {name, {}, {}, initiated};
 }
 
 void Fake_S3::serve(int fd) {
@@ -266,7 +275,7 @@ S3_Reply Fake_S3::put_object(const S3_Call& call, const std::string& name, const
 S3_Reply Fake_S3::answer_upload(const S3_Call& call, const std::string& name) {
   if (call.parameters.count("uploads") != 0) {
     const std::string id = "id-" + std::to_string(++next_id_);
-    uploads_[id] = {name, {}, kept_headers(call)};
+    uploads_[id] = {name, {}, kept_headers(call), time_now()};
     return {200, {}, tag("InitiateMultipartUploadResult", tag("UploadId", id))};
   }
   const auto found = uploads_.find(call.parameters.at("uploadId"));
@@ -334,7 +343,8 @@ S3_Reply Fake_S3::list_uploads(const S3_Call& call) {
               tag("ListMultipartUploadsResult", body + tag("IsTruncated", "true") +
                                                     tag("NextKeyMarker", url_encoded(last.first)) +
                                                     tag("NextUploadIdMarker", last.second))};
-    body += tag("Upload", tag("Key", url_encoded(place.first)) + tag("UploadId", place.second));
+    body += tag("Upload", tag("Key", url_encoded(place.first)) + tag("UploadId", place.second) +
+                              tag("Initiated", uploads_[place.second].initiated));
     last = place;
   }
   return {200, {}, tag("ListMultipartUploadsResult", body + tag("IsTruncated", "false"))};

@@ -44,6 +44,7 @@ class Fake_S3 {
     std::string name;
     std::map<int, Object> parts;
     std::map<std::string, std::string> kept;
+    std::string initiated;  ///< when it was begun
   };
   /// Answers in the place of the service, or leaves it to it.
   typedef std::function<std::optional<S3_Reply>(const S3_Call&)> Script;
@@ -62,7 +63,9 @@ class Fake_S3 {
   std::map<std::string, Object> objects() const;
   std::map<std::string, Upload> uploads() const;
   void put(const std::string& name, const std::string& bytes);
-  void begin_upload(const std::string& name, const std::string& id);
+  /// @param initiated  as listings tell it.
+  void begin_upload(const std::string& name, const std::string& id,
+                    const std::string& initiated = "2020-02-28T23:59:59.000Z");
 
  private:
   void serve(int fd);

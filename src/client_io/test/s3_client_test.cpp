@@ -3,6 +3,7 @@
 
 #include "client_io/client_io_factory.h"
 #include "client_io/test/s3_fixture.h"
+#include "support/fake_clock.h"
 #include "support/s3rver.h"
 #include "support/temp_dir.h"
 
@@ -279,7 +280,7 @@ TEST_F(S3_Client, ABucketThatIsMissingIsNoEmptyPool) {
                 "NoSuchBucket).\n"}));
 }
 
-TEST_F(S3_Client, SweepAbortsTheUploadsOfOthersBelowThePrefix) {
+TEST_F(S3_Client, SweepAbortsOldUploadsOfOthersBelowThePrefix) {
   service_.page_size(2);
   for (int i = 0; i < 5; ++i) service_.begin_upload("pool/root/set/" + std::to_string(i), "dead-" + std::to_string(i));
   service_.begin_upload("pool/root/set/0", "dead-again");
@@ -289,6 +290,32 @@ TEST_F(S3_Client, SweepAbortsTheUploadsOfOthersBelowThePrefix) {
   const auto left = service_.uploads();
   EXPECT_EQ(left.size(), 2u);
   EXPECT_EQ(left.count("elsewhere") + left.count("not ours"), 2u);
+}
+
+TEST_F(S3_Client, SweepLeavesUploadsOfOthersAloneForADay) {
+  const test_support::Fake_Clock clock(1'700'000'000);  // 2023-11-14T22:13:20Z
+  service_.begin_upload("pool/root/a", "old", "2023-11-13T22:13:19.000Z");
+  service_.begin_upload("pool/root/b", "young", "2023-11-13T22:13:20.000Z");
+  service_.begin_upload("pool/root/c", "of no known age", "");
+  EXPECT_TRUE(client()->sweep(""));
+  EXPECT_EQ(service_.uploads().size(), 2u);
+  EXPECT_EQ(service_.uploads().count("old"), 0u);
+}
+
+TEST_F(S3_Client, SweepAbortsAnUploadOfThisProcessThatCouldNotBeAborted) {
+  const auto one = client();
+  const std::string bytes = mebibytes(9);
+  auto writer = one->create("set/a");
+  ASSERT_TRUE(writer && writer->write(bytes.data(), bytes.size()));
+  service_.script([](const S3_Call& call) -> std::optional<S3_Reply> {
+    if (call.method == "DELETE") return s3_error(500, "InternalError");
+    return {};
+  });
+  writer.reset();
+  EXPECT_EQ(service_.uploads().size(), 1u);
+  service_.script({});
+  EXPECT_TRUE(one->sweep(""));
+  EXPECT_EQ(service_.uploads().size(), 0u);
 }
 
 TEST_F(S3_Client, SweepLeavesTheUploadsOfThisProcessAlone) {
