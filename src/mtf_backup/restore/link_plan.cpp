@@ -14,9 +14,12 @@ Link_Plan::Kind Link_Plan::plan(Restore_Item& item) {
   if (found < 0) return STOPPED;
   if (found == 0) return BROKEN;
   Target target;
-  if (is_restored(item, target)) return LINK;
-  const auto [at, fresh] = stand_ins_.try_emplace(first_path, Stand_In{item.path, item.target});
-  if (!fresh) return at->second.target.root == item.target.root ? LINK : BROKEN;
+  const bool is_restored = locate_first(item, target);
+  if (is_restored && target.root == item.target.root) return LINK;
+  std::vector<Stand_In>& others = stand_ins_[first_path];
+  if (find(others, item.target)) return LINK;
+  if (is_restored || !others.empty()) job_.tally.splits_link();
+  others.push_back({item.path, item.target});
   item.entry.hard_link_target.clear();
   item.entry.link_target = first.link_target;
   item.entry.xattr_hash = first.xattr_hash;
@@ -29,22 +32,28 @@ Link_Plan::Kind Link_Plan::plan(Restore_Item& item) {
 }
 
 Link_Plan::Kind Link_Plan::source_of(const Restore_Item& item, Target& old, std::string& old_path) {
-  const std::string& first_path = item.entry.hard_link_target;
-  const auto stand_in = stand_ins_.find(first_path);
-  if (stand_in == stand_ins_.end()) {
-    old_path = first_path;
-    return is_restored(item, old) ? LINK : BROKEN;
-  }
-  if (stand_in->second.path == item.path) return DATA;
-  old = stand_in->second.target;
-  old_path = stand_in->second.path;
+  old_path = item.entry.hard_link_target;
+  if (locate_first(item, old) && old.root == item.target.root) return LINK;
+  const auto others = stand_ins_.find(old_path);
+  const Stand_In* stand_in = others == stand_ins_.end() ? nullptr : find(others->second, item.target);
+  if (!stand_in) return BROKEN;
+  if (stand_in->path == item.path) return DATA;
+  old = stand_in->target;
+  old_path = stand_in->path;
   return LINK;
 }
 
-/// Whether the first name is among what this run restores, below the same root.
-bool Link_Plan::is_restored(const Restore_Item& item, Target& first) {
+/// Where this run restores the first name to. False: nowhere.
+bool Link_Plan::locate_first(const Restore_Item& item, Target& first) {
   const std::string& path = item.entry.hard_link_target;
-  return job_.selection.contains(path) && job_.targets.locate(path, false, first) && first.root == item.target.root;
+  return job_.selection.contains(path) && job_.targets.locate(path, false, first);
+}
+
+/// The one below the same root, if any.
+const Link_Plan::Stand_In* Link_Plan::find(const std::vector<Stand_In>& stand_ins, const Target& target) {
+  for (const Stand_In& stand_in : stand_ins)
+    if (stand_in.target.root == target.root) return &stand_in;
+  return nullptr;
 }
 
 /// The entry that carries the data: 1 in @a first, 0 there is none, -1 stopping.

@@ -2,6 +2,7 @@
 
 #include <string>
 #include <unordered_map>
+#include <vector>
 
 #include "mtf_backup/restore/restore_job.h"
 #include "mtf_backup/set/catalog_reader.h"
@@ -9,10 +10,11 @@
 namespace MTF_BACKUP {
 
 /**
- * Decides what becomes of the further names of a file: links where the first name is restored too and lies below the
- * same root; otherwise the data goes under one of them, and the others are links to that one.
+ * Decides what becomes of the further names of a file, below each root for itself: links where the first name is
+ * restored there too; otherwise the data goes under one of them, and the others are links to that one. So a file whose
+ * names go to several roots becomes several files, which the tally is told.
  *
- * Memory: one path per file whose first name is not restored. Threads: one at a time.
+ * Memory: one path per file and root below which its first name is not restored. Threads: one at a time.
  */
 class Link_Plan {
  public:
@@ -40,12 +42,13 @@ class Link_Plan {
     Target target;
   };
 
-  bool is_restored(const Restore_Item& item, Target& first);
+  bool locate_first(const Restore_Item& item, Target& first);
+  static const Stand_In* find(const std::vector<Stand_In>& stand_ins, const Target& target);
   int find_first(const Restore_Item& item, Catalog_Entry& first);
 
   Restore_Job& job_;
   Catalog_Reader& catalog_;
-  std::unordered_map<std::string, Stand_In> stand_ins_;  // by the first name's path in the set
+  std::unordered_map<std::string, std::vector<Stand_In>> stand_ins_;  // by the first name's path in the set
 };
 
 }  // namespace MTF_BACKUP

@@ -31,6 +31,9 @@ void Restore_Tally::differs(const std::string& shown, const std::string& what, b
 void Restore_Tally::tell_rest() const {
   if (differing_ > max_lines)
     ACE_ERROR((LM_ERROR, ACE_TEXT("Restored %Q more entries, but not as they were.\n"), differing_ - max_lines));
+  if (split_ > 0)
+    ACE_ERROR((LM_ERROR, ACE_TEXT("Restored %Q hard links as files of their own: their other names went elsewhere.\n"),
+               split_.load()));
 }
 
 }  // namespace MTF_BACKUP

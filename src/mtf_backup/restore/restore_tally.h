@@ -21,7 +21,10 @@ class Restore_Tally {
   /// An entry that is in place, but not in all as it was. Logs it at LM_ERROR; from the 1,001st on it is only counted.
   /// @param shown  its path, for log lines.  @param what  the differences.  @param loss  content is missing.
   void differs(const std::string& shown, const std::string& what, bool loss);
-  /// To be called once at the end: a line at LM_ERROR about the entries that had none.
+  /// Names of one file go to several targets, so that it became one more file.
+  void splits_link() { ++split_; }
+  /// To be called once at the end: a line each at LM_ERROR about the entries that had none, and about links that are
+  /// none any more.
   void tell_rest() const;
 
   uint64_t failed_count() const { return failed_; }
@@ -34,6 +37,7 @@ class Restore_Tally {
   std::atomic<uint64_t> damaged_{0};
   std::atomic<uint64_t> differing_{0};
   std::atomic<uint64_t> lossy_{0};
+  std::atomic<uint64_t> split_{0};
   mutable std::mutex lock_;
   std::unordered_set<std::string> linked_;  // guarded by lock_: paths of failed entries with several names
 };

@@ -235,9 +235,32 @@ TEST_F(Restored, HardLinksToTwoTargetsAreTwoFiles) {
   std::filesystem::create_directory(source_ + "/e");
   std::filesystem::create_hard_link(source_ + "/d/a", source_ + "/e/b");
   ASSERT_TRUE(back_up());
+  Log_Capture log;
   ASSERT_TRUE(restore({.rules = {{source_ + "/d", target_ + "/1"}, {source_ + "/e", target_ + "/2"}}}));
   EXPECT_EQ("shared", test_support::read_file(target_ + "/1/a"));
   EXPECT_EQ("shared", test_support::read_file(target_ + "/2/b"));
+  EXPECT_EQ(
+      log.texts(LM_ERROR),
+      std::vector<std::string>{"Restored 1 hard links as files of their own: their other names went elsewhere.\n"});
+}
+
+TEST_F(Restored, HardLinksStayTogetherBelowEachOfSeveralTargets) {
+  write("1/a", "shared");
+  const char* const names[] = {"1/z", "2/a", "2/b", "3/a", "3/b"};
+  for (const char* name : names) {
+    std::filesystem::create_directories(std::filesystem::path(source_ + "/" + name).parent_path());
+    std::filesystem::create_hard_link(source_ + "/1/a", source_ + "/" + name);
+  }
+  ASSERT_TRUE(back_up());
+  MTF_FS::path_transform_rules rules;
+  for (const char* dir : {"/1", "/2", "/3"}) rules[source_ + dir] = target_ + dir;
+  Log_Capture log;
+  ASSERT_TRUE(restore({.rules = rules})) << log.all();
+  for (const char* name : names) EXPECT_EQ("shared", test_support::read_file(target_ + "/" + name)) << name;
+  for (const char* dir : {"/1", "/2", "/3"})
+    EXPECT_EQ(2u, std::filesystem::hard_link_count(target_ + dir + "/a")) << dir;
+  EXPECT_TRUE(log.has(LM_ERROR, "Restored 2 hard links as files of their own: their other names went elsewhere.\n"))
+      << log.all();
 }
 
 TEST_F(Restored, SizesAndLastReportAreThoseOfTheSelection) {
