@@ -30,7 +30,7 @@ MTF::Error_Code Export_Run::run(const std::string& dir) {
   const MTF::Error_Code found = find_set(dir);
   if (found != MTF::E_OK) return found;
   const Stored_Object* const object = record_.find("catalog");
-  Frame_Workers workers;
+  Frame_Workers workers(Frame_Workers::for_reading());
   if (!workers.open()) return MTF::E_FAILED;
   Medium_Set media(*settings_.channel_factory, record_, dir, workers);
   Catalog_Reader catalog(*storage_, dir, record_.set_uuid, object ? object->size : 0);

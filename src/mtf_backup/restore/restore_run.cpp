@@ -81,7 +81,7 @@ MTF::Error_Code Restore_Run::move_data() {
     refuse("no memory for a restore callback");
     return MTF::E_FAILED;
   }
-  Frame_Workers workers;
+  Frame_Workers workers(Frame_Workers::for_reading());
   if (!workers.open()) return MTF::E_FAILED;
   Medium_Set media(*settings_.channel_factory, record_, id_.dir(), workers);
   Target_Tree targets(settings_.path_converter, settings_.target_location, callback);

@@ -15,12 +15,17 @@ namespace MTF_BACKUP {
 namespace {
 
 constexpr size_t least_per_medium = 2;
+constexpr size_t least_for_reading = 8;
 
 size_t default_threads() {
   return std::max<size_t>(2, std::thread::hardware_concurrency());
 }
 
 }  // namespace
+
+size_t Frame_Workers::for_reading() {
+  return std::max(least_for_reading, default_threads());
+}
 
 // Each thread keeps one buffer of its own, which comes out of the budget too.
 Frame_Workers::Frame_Workers(size_t threads, size_t budget)

@@ -31,10 +31,10 @@ class Frame_Codec;
 class TESSARIN_API Frame_Workers {
  public:
   static constexpr size_t default_budget = size_t(24) << 20;
+  /// Threads for a run that reads: they wait for the storage, which may be far away, or be held up by a rate limit.
+  static size_t for_reading();
 
-  /// @param threads  how many; 0: one per processor, at least 2. A run with rate limits has at least one per channel,
-  /// since
-  ///   a limited read holds its thread up.
+  /// @param threads  how many; 0: one per processor, at least 2.
   /// @param budget   bytes for frame buffers.
   explicit Frame_Workers(size_t threads = 0, size_t budget = default_budget);
   ~Frame_Workers();

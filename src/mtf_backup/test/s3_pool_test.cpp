@@ -1,3 +1,6 @@
+#include <condition_variable>
+#include <mutex>
+
 #include "client_io/client_io_factory.h"
 #include "kolt/pool_info.h"
 #include "mtf_backup/test/mover_fixture.h"
@@ -60,6 +63,26 @@ TEST_F(S3_Pool, MediaOfSeveralPartsGoThereAndBack) {
   back_up_and_restore({.channels = 2});
   EXPECT_GE(service_.count("PUT", "partNumber="), 6u);
   EXPECT_EQ(service_.uploads().size(), 0u);
+}
+
+TEST_F(S3_Pool, ARestoreAsksForSeveralFramesAtATime) {
+  write("large", noise(24 << 20));
+  ASSERT_TRUE(back_up());
+  std::mutex lock;
+  std::condition_variable changed;
+  int asking = 0, most = 0;
+  service_.script([&](const S3_Call& call) -> std::optional<S3_Reply> {
+    if (call.method != "GET" || !call.path.ends_with(".mtf")) return {};
+    std::unique_lock<std::mutex> guard(lock);
+    most = std::max(most, ++asking);
+    changed.notify_all();
+    changed.wait_for(guard, std::chrono::milliseconds(500), [&] { return most >= 6; });
+    --asking;
+    return {};
+  });
+  ASSERT_TRUE(restore({.threads = 1}));
+  EXPECT_GE(most, 6);
+  EXPECT_EQ(differences(), "");
 }
 
 TEST_F(S3_Pool, ASetSurvivesABadNetwork) {

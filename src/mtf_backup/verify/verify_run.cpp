@@ -66,7 +66,7 @@ bool Verify_Run::run_threads(const std::vector<std::function<void()>>& bodies, P
 }
 
 void Verify_Run::check(const std::string& dir) {
-  Frame_Workers workers;
+  Frame_Workers workers(Frame_Workers::for_reading());
   if (settings_.with_data && !workers.open()) return state_.fail(MTF::E_FAILED);
   Medium_Set media(*factory_, record_, dir, workers);
   Verify_Job job{settings_, record_, media, state_, findings_};
