@@ -11,26 +11,17 @@
 #include "mtf/fs/path_converter.h"
 #include "mtf_backup/mtf_backup.h"
 #include "mtf_backup/mtf_restore.h"
+#include "support/attributes.h"
 #include "support/log_capture.h"
 #include "support/temp_dir.h"
 #include "support/tree_compare.h"
 #include "support/tree_maker.h"
 
+using test_support::access_list;
+using test_support::capability;
 using test_support::Log_Capture;
 
 namespace {
-
-/// As setxattr(2) takes an access list: owner rw, user 7 rw, group r, mask rw, others nothing.
-const std::string access_list(
-    "\x02\0\0\0"
-    "\x01\0\x06\0\xff\xff\xff\xff"
-    "\x02\0\x06\0\x07\0\0\0"
-    "\x04\0\x04\0\xff\xff\xff\xff"
-    "\x10\0\x06\0\xff\xff\xff\xff"
-    "\x20\0\0\0\xff\xff\xff\xff",
-    44);
-/// CAP_NET_BIND_SERVICE, effective.
-const std::string capability("\x01\0\0\x02\0\x04\0\0\0\0\0\0\0\0\0\0\0\0\0\0", 20);
 
 class Hard_Tree : public ::testing::Test {
  protected:

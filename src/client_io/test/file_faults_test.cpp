@@ -1,5 +1,6 @@
 #include <cerrno>
 #include <cstring>
+#include <optional>
 
 #include "client_io/file_client_io.h"
 #include "client_io/retrying_client_io.h"
@@ -22,30 +23,21 @@ class File_Faults : public ::testing::Test {
 
   // Fails each call in turn; whatever fails, one line tells it and nothing stays.
   void expect_clean_failures(posix_faults::Call call, int error, int least) {
-    int failures = 0;
-    for (int nth = 0;; ++nth) {
-      test_support::Log_Capture log;
-      posix_faults::fail(call, nth, error);
-      const bool stored = store("a/b/object");
-      const int found = errno;
-      const bool struck = posix_faults::stop();
-      if (!struck) {
-        EXPECT_TRUE(stored);
-        EXPECT_GE(failures, least);
-        return;
-      }
-      if (stored) {  // not every close is of the object
-        EXPECT_TRUE(client_.remove("a/b/object"));
-        continue;
-      }
-      ++failures;
-      EXPECT_EQ(found, error);
-      ASSERT_EQ(log.lines().size(), 1u) << log.all();
+    std::optional<test_support::Log_Capture> log;
+    const auto attempt = [&] {
+      log.emplace();
+      return store("a/b/object");
+    };
+    const auto undo = [&] { EXPECT_TRUE(client_.remove("a/b/object")); };
+    const auto check = [&] {
+      EXPECT_EQ(errno, error);
+      ASSERT_EQ(log->lines().size(), 1u) << log->all();
       EXPECT_TRUE(
-          log.has_containing(LM_ERROR, "object \"a/b/object\" in \"" + root_ + "\": " + strerror(error) + ".\n"))
-          << log.all();
-      EXPECT_TRUE(is_empty()) << "call " << nth;
-    }
+          log->has_containing(LM_ERROR, "object \"a/b/object\" in \"" + root_ + "\": " + strerror(error) + ".\n"))
+          << log->all();
+      EXPECT_TRUE(is_empty());
+    };
+    EXPECT_GE(posix_faults::fail_each(call, error, attempt, undo, check), least);
   }
 
   const test_support::Temp_Dir dir_;

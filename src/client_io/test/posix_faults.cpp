@@ -2,6 +2,7 @@
 
 #include <errno.h>
 #include <fcntl.h>
+#include <gtest/gtest.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
@@ -46,6 +47,30 @@ void count(Call call) {
 }
 int calls() {
   return made;
+}
+
+int fail_each(Call call, int error, const std::function<bool()>& attempt, const std::function<void()>& undo,
+              const std::function<void()>& check) {
+  int failures = 0;
+  for (int nth = 0; nth < 5000 && !::testing::Test::HasFatalFailure(); ++nth) {
+    SCOPED_TRACE(nth);
+    fail(call, nth, error);
+    const bool ok = attempt();
+    const int found = errno;
+    if (!stop()) {
+      EXPECT_TRUE(ok);
+      return failures;
+    }
+    errno = found;
+    if (ok) {
+      undo();
+    } else {
+      ++failures;
+      check();
+    }
+  }
+  ADD_FAILURE() << "it never ends";
+  return failures;
 }
 
 }  // namespace posix_faults

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <functional>
+
 // Makes chosen calls of the C library fail in this test program, by standing in their place.
 namespace posix_faults {
 
@@ -21,5 +23,16 @@ bool stop();
 /// How often @a call was made since fail() or count() was called last.
 void count(Call call);
 int calls();
+
+/**
+ * Lets every @a call of an attempt fail in turn, until an attempt makes fewer, which has to succeed.
+ *
+ * @param attempt  whether it succeeded.
+ * @param undo     after an attempt that did in spite of a failure: not every close is of an object.
+ * @param check    after one that failed, with its errno.
+ * @return how many failed.
+ */
+int fail_each(Call call, int error, const std::function<bool()>& attempt, const std::function<void()>& undo,
+              const std::function<void()>& check);
 
 }  // namespace posix_faults

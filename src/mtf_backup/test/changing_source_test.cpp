@@ -2,7 +2,6 @@
 #include <sys/stat.h>
 #include <sys/syscall.h>
 
-#include "mtf_backup/set/catalog_reader.h"
 #include "mtf_backup/test/mover_fixture.h"
 
 using namespace mover_test;
@@ -20,25 +19,6 @@ class Changing_Source : public Mover_Fixture {
       errno = error;
       return true;
     };
-  }
-  /// Does something once, when @a operation is about to happen to the entry of this name.
-  static Hook once(const std::string& operation, const std::string& name, const std::function<void()>& action) {
-    auto done = std::make_shared<std::atomic<bool>>(false);
-    return [=](const char* what, const std::string& path) {
-      if (operation == what && (name.empty() || name_of(path) == name) && !done->exchange(true)) action();
-      return false;
-    };
-  }
-
-  MTF_BACKUP::Catalog_Entry entry(const std::string& path) {
-    const auto record = sets().at(0);
-    const std::string dir = MTF_BACKUP::Set_Id{record.name, record.seq, record.incarnation}.dir();
-    test_support::Memory_Client_IO client(pool_);
-    MTF_BACKUP::Catalog_Reader reader(client, dir, record.set_uuid, record.find("catalog")->size);
-    MTF_BACKUP::Catalog_Entry found;
-    EXPECT_TRUE(reader.open());
-    EXPECT_EQ(1, reader.find(0, path, found)) << path;
-    return found;
   }
 };
 

@@ -4,8 +4,11 @@
 #include <sys/xattr.h>
 
 #include "mtf_backup/test/mover_fixture.h"
+#include "support/attributes.h"
 
 using namespace mover_test;
+using test_support::access_list;
+using test_support::capability;
 using test_support::Log_Capture;
 
 namespace {
@@ -18,18 +21,6 @@ class As_Nobody {
   As_Nobody() { EXPECT_EQ(0, seteuid(nobody)); }
   ~As_Nobody() { EXPECT_EQ(0, seteuid(0)); }
 };
-
-/// As setxattr(2) takes an access list: owner rw, user 7 rw, group r, mask rw, others nothing.
-const std::string access_list(
-    "\x02\0\0\0"
-    "\x01\0\x06\0\xff\xff\xff\xff"
-    "\x02\0\x06\0\x07\0\0\0"
-    "\x04\0\x04\0\xff\xff\xff\xff"
-    "\x10\0\x06\0\xff\xff\xff\xff"
-    "\x20\0\0\0\xff\xff\xff\xff",
-    44);
-/// CAP_NET_BIND_SERVICE, effective.
-const std::string capability("\x01\0\0\x02\0\x04\0\0\0\0\0\0\0\0\0\0\0\0\0\0", 20);
 
 bool set_attribute(const std::string& path, const char* name, const std::string& value) {
   return lsetxattr(path.c_str(), name, value.data(), value.size(), 0) == 0;

@@ -1,5 +1,8 @@
 // Every call by which a pool in a directory, or a target, is written fails in turn, under the whole data mover.
 #include "client_io/test/posix_faults.h"
+
+#include <optional>
+
 #include "mtf_backup/test/file_pool.h"
 
 using namespace mover_test;
@@ -20,30 +23,22 @@ class Mover_Faults : public File_Pool_Fixture {
   void fail_backups(posix_faults::Call call, int error, int least) {
     ASSERT_TRUE(back_up({.channels = 2}));
     const auto before = pool_files();
-    int failures = 0;
-    for (int nth = 0;; ++nth) {
-      SCOPED_TRACE(nth);
-      Log_Capture log;
-      posix_faults::fail(call, nth, error);
-      const bool ok = back_up({.compression = COMPR_ZSTD, .channels = 2, .seq = 1});
-      if (!posix_faults::stop()) {
-        ASSERT_TRUE(ok) << log.all();
-        break;
-      }
-      if (ok) {  // not every close is of an object
-        ASSERT_EQ(2u, sets().size());
-        ASSERT_TRUE(MTF_BACKUP::Set_Store(make_channels(nullptr)->storage()).remove({"volume", 2, 1}));
-        continue;
-      }
-      ++failures;
+    const auto attempt = [&] {
+      log_.emplace();
+      return back_up({.compression = COMPR_ZSTD, .channels = 2, .seq = 1});
+    };
+    const auto undo = [&] {
+      ASSERT_EQ(2u, sets().size());
+      ASSERT_TRUE(MTF_BACKUP::Set_Store(make_channels(nullptr)->storage()).remove({"volume", 2, 1}));
+    };
+    const auto check = [&] {
       EXPECT_THAT((std::vector<MTF::Error_Code>{MTF::E_OPEN_MEDIA, MTF::E_WRITE_TO_STORAGE, MTF::E_ADD_TO_CATALOG}),
                   ::testing::Contains(code_));
-      EXPECT_TRUE(log.has_containing(LM_ERROR, strerror(error))) << log.all();
-      EXPECT_FALSE(log.has_containing(LM_ERROR, "Failed to back up")) << "taken for a read error";
+      EXPECT_TRUE(log_->has_containing(LM_ERROR, strerror(error))) << log_->all();
+      EXPECT_FALSE(log_->has_containing(LM_ERROR, "Failed to back up")) << "taken for a read error";
       ASSERT_TRUE(before == pool_files());
-      ASSERT_LT(nth, 5000);
-    }
-    EXPECT_GE(failures, least);
+    };
+    EXPECT_GE(posix_faults::fail_each(call, error, attempt, undo, check), least);
     EXPECT_EQ(2u, sets().size());
     for (const unsigned seq : {1u, 2u}) {
       clear_target();
@@ -55,33 +50,27 @@ class Mover_Faults : public File_Pool_Fixture {
   /// The same for what a restore writes.
   void fail_restores(posix_faults::Call call, int error, int least) {
     ASSERT_TRUE(back_up({.channels = 2}));
-    int failures = 0;
-    for (int nth = 0;; ++nth) {
-      SCOPED_TRACE(nth);
+    const auto attempt = [&] {
       clear_target();
-      Log_Capture log;
-      posix_faults::fail(call, nth, error);
-      const bool ok = restore();
-      const bool struck = posix_faults::stop();
-      EXPECT_EQ("", ok ? differences() : "") << log.all();
-      if (!struck) {
-        ASSERT_TRUE(ok) << log.all();
-        break;
-      }
-      if (ok) continue;
-      ++failures;
-      EXPECT_NE(MTF::E_CORRUPT, code_) << log.all();
-      EXPECT_FALSE(log.texts(LM_ERROR).empty());
+      log_.emplace();
+      return restore();
+    };
+    const auto undo = [&] { EXPECT_EQ("", differences()) << log_->all(); };
+    const auto check = [&] {
+      EXPECT_NE(MTF::E_CORRUPT, code_) << log_->all();
+      EXPECT_FALSE(log_->texts(LM_ERROR).empty());
       for (const auto& entry : fs::recursive_directory_iterator(target_)) {
         if (!entry.is_regular_file()) continue;
         const std::string name = entry.path().string().substr(target_.size());
         ASSERT_TRUE(fs::exists(source_ + name)) << name << " is left over";
         ASSERT_TRUE(test_support::read_file(source_ + name) == test_support::read_file(entry.path().string())) << name;
       }
-      ASSERT_LT(nth, 5000);
-    }
-    EXPECT_GE(failures, least);
+    };
+    EXPECT_GE(posix_faults::fail_each(call, error, attempt, undo, check), least);
+    EXPECT_EQ("", differences());
   }
+
+  std::optional<Log_Capture> log_;  // of the last attempt
 };
 
 TEST_F(Mover_Faults, EveryWriteThatFindsNoSpaceEndsTheBackup) {

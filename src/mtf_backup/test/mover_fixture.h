@@ -16,6 +16,7 @@
 #include "mtf/fs/path_converter.h"
 #include "mtf_backup/mtf_backup.h"
 #include "mtf_backup/mtf_restore.h"
+#include "mtf_backup/set/catalog_reader.h"
 #include "mtf_backup/set/set_store.h"
 #include "mtf_backup/test/posix_callbacks.h"
 #include "support/faulty_client_io.h"
@@ -190,6 +191,27 @@ class Mover_Fixture : public ::testing::Test {
       return true;
     }));
     return records;
+  }
+
+  /// An entry of the first set in the pool.
+  MTF_BACKUP::Catalog_Entry entry(const std::string& path) {
+    const auto record = sets().at(0);
+    const std::string dir = MTF_BACKUP::Set_Id{record.name, record.seq, record.incarnation}.dir();
+    const auto storage = make_channels(nullptr)->storage();
+    MTF_BACKUP::Catalog_Reader reader(*storage, dir, record.set_uuid, record.find("catalog")->size);
+    MTF_BACKUP::Catalog_Entry found;
+    EXPECT_TRUE(reader.open());
+    EXPECT_EQ(1, reader.find(0, path, found)) << path;
+    return found;
+  }
+
+  /// Does something once, when @a operation is about to happen to the entry of this name.
+  static Hook once(const std::string& operation, const std::string& name, const std::function<void()>& action) {
+    auto done = std::make_shared<std::atomic<bool>>(false);
+    return [=](const char* what, const std::string& path) {
+      if (operation == what && (name.empty() || name_of(path) == name) && !done->exchange(true)) action();
+      return false;
+    };
   }
 
   /// Writes a file below the source.

@@ -1,7 +1,6 @@
 #include <fcntl.h>
 #include <sys/stat.h>
 
-#include "mtf_backup/set/catalog_reader.h"
 #include "mtf_backup/test/mover_fixture.h"
 
 using namespace mover_test;
@@ -35,32 +34,12 @@ class Sparse : public Mover_Fixture {
     return st.st_blocks * 512;
   }
 
-  MTF_BACKUP::Catalog_Entry entry(const std::string& path) {
-    const auto record = sets().at(0);
-    const std::string dir = MTF_BACKUP::Set_Id{record.name, record.seq, record.incarnation}.dir();
-    test_support::Memory_Client_IO client(pool_);
-    MTF_BACKUP::Catalog_Reader reader(client, dir, record.set_uuid, record.find("catalog")->size);
-    MTF_BACKUP::Catalog_Entry found;
-    EXPECT_TRUE(reader.open());
-    EXPECT_EQ(1, reader.find(0, path, found)) << path;
-    return found;
-  }
-
   void expect_round_trip(const Hook& hook = Hook()) {
     Log_Capture log;
     ASSERT_TRUE(back_up({.channels = 2, .hook = hook})) << log.all();
     ASSERT_TRUE(restore()) << log.all();
     EXPECT_EQ("", differences());
     EXPECT_EQ("", log.all());
-  }
-
-  /// Does something once when @a operation comes to the file "a".
-  static Hook once(const std::string& operation, const std::function<void()>& action) {
-    auto done = std::make_shared<std::atomic<bool>>(false);
-    return [=](const char* what, const std::string& path) {
-      if (operation == what && name_of(path) == "a" && !done->exchange(true)) action();
-      return false;
-    };
   }
 };
 
@@ -165,7 +144,7 @@ TEST_F(Sparse, FailedSearchForHolesInTheMiddleSkipsTheFile) {
 TEST_F(Sparse, HoleFilledWhileItIsReadIsFlaggedAndTheSetIsValid) {
   const std::string path = make("a", 8 * mib, {{mib, mib}, {6 * mib, mib}});
   Log_Capture log;
-  EXPECT_TRUE(back_up({.hook = once("read", [&] {
+  EXPECT_TRUE(back_up({.hook = once("read", "a", [&] {
                          const int fd = open(path.c_str(), O_WRONLY);
                          ASSERT_EQ(4, pwrite(fd, "more", 4, 4 * mib));
                          close(fd);
@@ -179,7 +158,7 @@ TEST_F(Sparse, HoleFilledWhileItIsReadIsFlaggedAndTheSetIsValid) {
 TEST_F(Sparse, FileCutInAHoleKeepsItsListedLength) {
   const std::string path = make("a", 8 * mib, {{mib, mib}, {6 * mib, mib}});
   Log_Capture log;
-  EXPECT_TRUE(back_up({.hook = once("read", [&] { ASSERT_EQ(0, truncate(path.c_str(), 3 * mib)); })}));
+  EXPECT_TRUE(back_up({.hook = once("read", "a", [&] { ASSERT_EQ(0, truncate(path.c_str(), 3 * mib)); })}));
   EXPECT_TRUE(log.has(LM_WARNING, "File " + path + " became shorter while it was read.\n")) << log.all();
   EXPECT_EQ(unsigned(MTF_BACKUP::CAT_CHANGED | MTF_BACKUP::CAT_CORRUPT), entry("a").flags);
   ASSERT_TRUE(restore());
@@ -190,7 +169,7 @@ TEST_F(Sparse, FileCutInAHoleKeepsItsListedLength) {
 TEST_F(Sparse, FileCutInItsDataKeepsItsListedLength) {
   const std::string path = make("a", 8 * mib, {{mib, 3 * mib}, {6 * mib, mib}});
   Log_Capture log;
-  EXPECT_TRUE(back_up({.hook = once("read", [&] { ASSERT_EQ(0, truncate(path.c_str(), 2 * mib)); })}));
+  EXPECT_TRUE(back_up({.hook = once("read", "a", [&] { ASSERT_EQ(0, truncate(path.c_str(), 2 * mib)); })}));
   EXPECT_TRUE(log.has(LM_WARNING, "File " + path + " became shorter while it was read.\n")) << log.all();
   ASSERT_TRUE(restore());
   ASSERT_EQ(0, truncate(path.c_str(), 8 * mib));
@@ -215,7 +194,7 @@ TEST_F(Sparse, FileThatGrowsIsCutAtItsListedLength) {
   const std::string path = make("a", 8 * mib, {{mib, mib}});
   const std::string before = test_support::read_file(path);
   Log_Capture log;
-  EXPECT_TRUE(back_up({.hook = once("read", [&] { std::ofstream(path, std::ios::app) << noise(5000); })}));
+  EXPECT_TRUE(back_up({.hook = once("read", "a", [&] { std::ofstream(path, std::ios::app) << noise(5000); })}));
   EXPECT_TRUE(log.has(LM_WARNING, "File " + path + " changed while it was read.\n")) << log.all();
   ASSERT_TRUE(restore());
   EXPECT_EQ(before, test_support::read_file(target_ + "/a"));
