@@ -144,6 +144,12 @@ bool Set_Store::begin(const std::string& name, uint32_t seq, Set_Id& id) {
   if (!list_set_keys(*storage_, prefix_of(name, seq), keys)) return false;
   uint32_t highest = 0;
   for (const Set_Key& key : keys) highest = std::max(highest, key.incarnation);
+  if (highest == UINT32_MAX) {
+    ACE_ERROR((LM_ERROR, ACE_TEXT("There is no incarnation after the last one of set %C with number %u.\n"),
+               printable(name).c_str(), seq));
+    errno = EOVERFLOW;
+    return false;
+  }
   id = {name, seq, highest + 1};
   return true;
 }

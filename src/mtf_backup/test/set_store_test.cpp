@@ -260,6 +260,15 @@ TEST_F(Sets, ANewIncarnationPassesOverLeftovers) {
   EXPECT_EQ(id.incarnation, 1u);
 }
 
+TEST_F(Sets, AfterTheLastIncarnationThereIsNone) {
+  ASSERT_TRUE(put("a/0000000001.4294967295/catalog"));
+  Set_Id id;
+  Log_Capture log;
+  EXPECT_FALSE(store_.begin("a", 1, id));
+  EXPECT_EQ(errno, EOVERFLOW);
+  EXPECT_TRUE(log.has(LM_ERROR, "There is no incarnation after the last one of set a with number 1.\n")) << log.all();
+}
+
 TEST_F(Sets, ASetIsNotCommittedTwice) {
   Set_Id id;
   ASSERT_TRUE(make_set("a", 1, &id));
