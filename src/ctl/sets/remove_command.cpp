@@ -7,6 +7,7 @@
 #include "ctl/print.h"
 #include "ctl/sets/pool.h"
 #include "ctl/sets/retention.h"
+#include "ctl/sets/run_view.h"
 #include "ctl/sets/set_chains.h"
 #include "ctl/sets/set_name.h"
 #include "ctl/sets/sets_commands.h"
@@ -52,19 +53,40 @@ MTF_BACKUP::Set_Id id_of(const Pool_Key& key, const Pool_Sets& sets) {
   throw Failure(exit_pool, "The name of set " + set_label(key) + " is too long to be told without its record.");
 }
 
+/// What is stored of a set, as far as its record tells.
+uint64_t stored_bytes(const Pool_Sets& sets, const Pool_Key& key) {
+  for (const Pool_Set& set : sets.sets)
+    if (same_set(set.key, key)) return set.record.summary.storage_size;
+  return 0;
+}
+
 /// Of each the commit record goes first, and sets go before those that they need: who is killed here leaves no set with
 /// holes.
 void remove_sets(const Pool& pool, const Pool_Sets& sets, const std::vector<Pool_Key>& keys, const Options& options,
-                 std::ostream& out) {
+                 std::ostream& out, std::ostream& err) {
+  Run_View view(out, err, options.json);
+  view.begin("removing sets");
   std::map<std::pair<std::string, std::string>, std::vector<MTF_BACKUP::Set_Id>> places;
-  for (const Pool_Key& key : keys) places[{key.host, key.resource}].push_back(id_of(key, sets));
+  uint64_t total = 0;
+  for (const Pool_Key& key : keys) {
+    places[{key.host, key.resource}].push_back(id_of(key, sets));
+    total += stored_bytes(sets, key);
+  }
+  uint64_t done = 0;
+  size_t left = keys.size();
   for (const auto& [place, ids] : places) {
-    if (!MTF_BACKUP::Set_Store(pool.storage({place.first, place.second, {}})).remove(ids))
+    const auto on_removed = [&](const MTF_BACKUP::Set_Id& id) {
+      view.line("Removed " + set_label(id.name, id.seq, id.incarnation));
+      const MTF_BACKUP::Set_Key set{MTF_BACKUP::encode_name(id.name), id.seq, id.incarnation, ""};
+      done += stored_bytes(sets, {place.first, place.second, set});
+      if (--left > 0) view.progress(done, total);
+      return !view.interrupted();
+    };
+    if (!MTF_BACKUP::Set_Store(pool.storage({place.first, place.second, {}})).remove(ids, on_removed) &&
+        errno != ECANCELED)
       throw Failure(exit_pool, std::string("The sets cannot be removed: ") + std::strerror(errno) +
                                    ". Some may be gone; 'sets list' tells.");
-    if (options.json) continue;
-    for (const MTF_BACKUP::Set_Id& id : ids)
-      out << "Removed " << set_label(id.name, id.seq, id.incarnation) << std::endl;
+    if (view.interrupted() && left > 0) throw Failure(exit_interrupted, "Interrupted. The other sets are still there.");
   }
 }
 
@@ -126,7 +148,7 @@ void print_verdicts_document(std::ostream& out, const std::vector<Pool_Set>& set
 
 }  // namespace
 
-Exit_Code sets_remove(const Options& options, std::ostream& out, std::ostream&) {
+Exit_Code sets_remove(const Options& options, std::ostream& out, std::ostream& err) {
   const Pool pool = Pool::of(options);
   pool.check();
   const std::vector<Pool_Key> all = pool.keys(options.host, options.resource);
@@ -135,7 +157,7 @@ Exit_Code sets_remove(const Options& options, std::ostream& out, std::ostream&) 
   take_dependents(options, sets, keys);
   refuse_beside_unreadable(options, sets, keys);
   if (!options.sets.dry_run)
-    remove_sets(pool, sets, keys, options, out);
+    remove_sets(pool, sets, keys, options, out, err);
   else if (!options.json)
     for (const Pool_Key& key : keys) out << "Would remove " << set_label(key) << '\n';
   if (options.json) {
@@ -148,7 +170,7 @@ Exit_Code sets_remove(const Options& options, std::ostream& out, std::ostream&) 
   return exit_ok;
 }
 
-Exit_Code sets_prune(const Options& options, std::ostream& out, std::ostream&) {
+Exit_Code sets_prune(const Options& options, std::ostream& out, std::ostream& err) {
   const Sets_Options& given = options.sets;
   if (given.keep.last + given.keep.daily + given.keep.weekly == 0)
     throw Failure(exit_usage, "Give --keep-last, --keep-daily or --keep-weekly: at least one set has to be kept.");
@@ -162,7 +184,7 @@ Exit_Code sets_prune(const Options& options, std::ostream& out, std::ostream&) {
   refuse_beside_unreadable(options, sets, keys);
   if (!options.json) print_verdicts(out, sets.sets, verdicts);
   if (given.yes)
-    remove_sets(pool, sets, keys, options, out);
+    remove_sets(pool, sets, keys, options, out, err);
   else if (!options.json && !keys.empty())
     out << keys.size() << (keys.size() == 1 ? " set" : " sets") << " would be removed; --yes does it.\n";
   if (options.json) print_verdicts_document(out, sets.sets, verdicts, given.yes);

@@ -7,8 +7,7 @@ class Run_View::Handler : public MTF::Event_Handler {
   explicit Handler(Run_View& view) : Event_Handler(MTF::PRM_FILE_SIZE), view_(view) {}
 
   int handle_progress(int, ACE_UINT64 total, ACE_UINT64 processed, ACE_UINT64 speed) override {
-    std::lock_guard<std::mutex> guard(view_.lock_);
-    view_.view_.show({view_.what_, processed, total, speed});
+    view_.progress(processed, total, speed);
     return 0;
   }
   bool canceling() override { return view_.interrupted(); }
@@ -27,6 +26,11 @@ MTF::Event_Handler_var Run_View::handler() {
 void Run_View::begin(const std::string& what) {
   std::lock_guard<std::mutex> guard(lock_);
   what_ = what;
+}
+
+void Run_View::progress(uint64_t processed, uint64_t total, uint64_t speed) {
+  std::lock_guard<std::mutex> guard(lock_);
+  view_.show({what_, processed, total, speed});
 }
 
 void Run_View::line(const std::string& text) {

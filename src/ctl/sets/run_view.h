@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <mutex>
 #include <ostream>
 #include <string>
@@ -20,6 +21,8 @@ class Run_View {
   MTF::Event_Handler_var handler();
   /// What is being done, beside the figures.
   void begin(const std::string& what);
+  /// How far it has got, in bytes; @a speed 0 is not shown.
+  void progress(uint64_t processed, uint64_t total, uint64_t speed = 0);
   /// A line on the standard output.
   void line(const std::string& text);
   bool interrupted() const { return interrupt_.count() > 0; }

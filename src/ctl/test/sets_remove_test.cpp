@@ -1,6 +1,13 @@
 // What is kept, and removing the rest.
+#include <signal.h>
 #include <stdlib.h>
+#include <sys/wait.h>
 #include <time.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <random>
+#include <thread>
 
 #include "ctl/sets/retention.h"
 #include "ctl/test/sets_fixture.h"
@@ -167,6 +174,48 @@ TEST_F(Sets_Remove, Prune_tells_first_and_does_it_when_told) {
   for (const char* dir : {"data/0000000001.1", "data/0000000003.1", "data/0000000004.1", "other/0000000001.1"})
     EXPECT_TRUE(is_there(dir)) << dir;
   EXPECT_EQ(run({"sets", "verify", "--data"}), exit_ok) << out_.str();
+}
+
+TEST_F(Sets_Remove, A_removal_of_several_sets_shows_how_far_it_is) {
+  make_chain();
+  EXPECT_EQ(run({"sets", "remove", "data:1", "--with-dependents"}), exit_ok) << failure_;
+  EXPECT_THAT(out_.str(), ContainsRegex("^Removed data:3.1\nRemoved data:2.1\nRemoved data:1.1\n$"));
+  EXPECT_THAT(err_.str(), ContainsRegex("removing sets  [0-9]+%  "));
+}
+
+TEST_F(Sets_Remove, Prune_that_is_killed_leaves_whole_sets_and_the_next_one_ends_its_work) {
+  const unsigned seed = std::random_device()();
+  SCOPED_TRACE("seed " + std::to_string(seed));
+  std::mt19937 random(seed);
+  for (uint32_t seq = 1; seq <= 9; ++seq) {
+    write("file" + std::to_string(seq), std::string(3000, static_cast<char>('0' + seq)));
+    ASSERT_TRUE(back_up({.seq = seq, .incremental = seq % 3 != 1}));  // three chains of three sets
+  }
+  const std::string whole_pool = dir_ / "whole";
+  std::filesystem::rename(pool_, whole_pool);
+  const std::vector<std::string> prune = {"sets", "prune", "--keep-last", "1", "--yes"};
+  int killed = 0;
+  for (int round = 0; round < 20; ++round) {
+    SCOPED_TRACE("round " + std::to_string(round));
+    std::filesystem::remove_all(pool_);
+    std::filesystem::copy(whole_pool, pool_, std::filesystem::copy_options::recursive);
+    const pid_t child = fork();
+    if (child == 0) _exit(run(prune));
+    std::this_thread::sleep_for(std::chrono::microseconds(random() % 40'000));
+    kill(child, SIGKILL);
+    int status = 0;
+    waitpid(child, &status, 0);
+    killed += WIFSIGNALED(status);
+    EXPECT_EQ(run({"sets", "verify", "--data"}), exit_ok) << out_.str();
+    EXPECT_THAT(out_.str(), HasSubstr("data:7.1  whole\ndata:8.1  whole\ndata:9.1  whole\n"));
+    EXPECT_EQ(run(prune), exit_ok) << failure_;
+    EXPECT_EQ(run({"sets", "verify", "--data"}), exit_ok);
+    EXPECT_EQ(out_.str(), "data:7.1  whole\ndata:8.1  whole\ndata:9.1  whole\n");
+  }
+  EXPECT_GT(killed, 0);
+  // What a kill left of sets without a record goes with the next backup.
+  ASSERT_TRUE(back_up({.seq = 10}));
+  for (uint32_t seq = 1; seq <= 6; ++seq) EXPECT_FALSE(is_there("data/000000000" + std::to_string(seq) + ".1")) << seq;
 }
 
 TEST_F(Sets_Remove, Prune_of_one_name_leaves_the_others) {

@@ -98,12 +98,14 @@ bool Set_Store::dependents(const Set_Id& id, std::vector<Set_Id>& sets) {
   return true;
 }
 
-bool Set_Store::remove(const std::vector<Set_Id>& sets) {
+bool Set_Store::remove(const std::vector<Set_Id>& sets, const std::function<bool(const Set_Id&)>& on_removed) {
   std::set<std::string> names;
   std::set<std::string> going;
+  std::map<std::string, Set_Id> ids;  // by directory
   for (const Set_Id& id : sets) {
     names.insert(encode_name(id.name));
     going.insert(id.dir());
+    ids.emplace(id.dir(), id);
   }
   Known_Sets known;
   for (const std::string& name : names)
@@ -116,6 +118,10 @@ bool Set_Store::remove(const std::vector<Set_Id>& sets) {
     const std::string dir = next_to_go(known, going);
     if (!remove_set(*storage_, dir)) return false;
     going.erase(dir);
+    if (!on_removed(ids.at(dir)) && !going.empty()) {
+      errno = ECANCELED;
+      return false;
+    }
   }
   return true;
 }

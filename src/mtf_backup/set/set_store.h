@@ -82,10 +82,13 @@ class TESSARIN_API Set_Store {
    * Removes sets, those that build on others before these. Of each the commit record goes first, so that a crash leaves
    * leftovers and never a set with holes. True as well where there was none. As a writer: one at a time.
    *
-   * @retval false  errno EBUSY: another set, which is not to be removed, needs one of them; then nothing is removed. Or
-   *   a failure; what was removed before it stays removed.
+   * @param on_removed  told of each that is gone; where it gives false the others stay.
+   * @retval false  errno EBUSY: another set, which is not to be removed, needs one of them; then nothing is removed.
+   *   ECANCELED, not logged: @a on_removed gave false. Or a failure. What was removed before stays removed.
    */
-  [[nodiscard]] bool remove(const std::vector<Set_Id>& sets);
+  [[nodiscard]] bool remove(
+      const std::vector<Set_Id>& sets,
+      const std::function<bool(const Set_Id&)>& on_removed = [](const Set_Id&) { return true; });
   [[nodiscard]] bool remove(const Set_Id& id) { return remove(std::vector<Set_Id>{id}); }
 
   /// Removes what a writer that gave up has left of a set, unless a set of this id was committed after all. Reads

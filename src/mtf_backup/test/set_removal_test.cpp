@@ -133,6 +133,24 @@ TEST_F(Removal, ARecordThatCannotBeReadStopsIt) {
   EXPECT_EQ(pool_->objects, before);
 }
 
+TEST_F(Removal, TheCallerIsToldOfEachThatIsGoneAndMayStopIt) {
+  const Set_Id one = make_set(1);
+  const Set_Id two = make_set(2, {one.dir()});
+  const Set_Id three = make_set(3, {one.dir(), two.dir()});
+  Dirs told;
+  Log_Capture log;
+  EXPECT_FALSE(store_.remove({one, two, three}, [&](const Set_Id& id) {
+    EXPECT_FALSE(pool_->objects.contains(id.dir() + "/catalog"));
+    told.push_back(id.dir());
+    return told.size() < 2;
+  }));
+  EXPECT_EQ(errno, ECANCELED);
+  EXPECT_EQ(told, (Dirs{three.dir(), two.dir()}));
+  EXPECT_EQ(left(), Dirs{one.dir()});
+  EXPECT_EQ(log.all(), "");
+  EXPECT_TRUE(store_.remove({one}, [](const Set_Id&) { return false; })) << "nothing was left to stop";
+}
+
 TEST_F(Removal, SetsThatNeedEachOtherInACircleGoToo) {
   const Set_Id one = make_set(1);
   const Set_Id two = make_set(2, {one.dir()});
