@@ -50,10 +50,12 @@ bool Agent_Process::start() {
     const int log = open(log_path().c_str(), O_WRONLY | O_CREAT | O_APPEND, 0600);
     dup2(log, STDERR_FILENO);
     dup2(log, STDOUT_FILENO);
-    std::vector<const char*> args = {program.c_str(), "--state-dir", state_dir_.c_str()};
+    std::vector<const char*> args;
+    for (const std::string& word : before_) args.push_back(word.c_str());
+    args.insert(args.end(), {program.c_str(), "--state-dir", state_dir_.c_str()});
     for (const std::string& option : options_) args.push_back(option.c_str());
     args.push_back(nullptr);
-    execv(program.c_str(), const_cast<char* const*>(args.data()));
+    execvp(args.front(), const_cast<char* const*>(args.data()));
     _exit(127);
   }
   client_.reset();

@@ -19,8 +19,10 @@ namespace test_support {
 class Agent_Process {
  public:
   /// @param options  of the command line, beside the state directory.
-  explicit Agent_Process(const std::string& state_dir, std::vector<std::string> options = {})
-      : state_dir_(state_dir), options_(std::move(options)) {}
+  /// @param before   a program, with its arguments, that runs the agent.
+  explicit Agent_Process(const std::string& state_dir, std::vector<std::string> options = {},
+                         std::vector<std::string> before = {})
+      : state_dir_(state_dir), options_(std::move(options)), before_(std::move(before)) {}
   ~Agent_Process();
 
   /// Runs the program and waits until it answers. False when it ended or did not answer within 30 seconds.
@@ -48,6 +50,7 @@ class Agent_Process {
 
   const std::string state_dir_;
   std::vector<std::string> options_;
+  std::vector<std::string> before_;
   pid_t pid_ = -1;
   std::unique_ptr<ctl::Agent> client_;
 };

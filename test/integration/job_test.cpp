@@ -1,5 +1,6 @@
 // Whole jobs through the real road: a request on the channel, the agent as a process, the plug-in, a bind, the pool.
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <cstdlib>
 
@@ -96,6 +97,27 @@ TEST_F(Job, TheSizeOfADirectoryIsMeasuredOnTheNode) {
   Object params;
   params["path"] = dir_ / "meas*";
   EXPECT_EQ(agent_.call("k8s.get_pvc_size", params).get_obj().at("size").get_uint64(), 1234u);
+}
+
+TEST_F(Job, ARestoreThatMayNotChangeOwnersTellsEachOfThem) {
+  dir_.write("vol/theirs", "text");
+  dir_.write("vol/ours", "text");
+  if (chown((dir_ / "vol/theirs").c_str(), 12345, 12345) != 0) GTEST_SKIP() << "no file can be given away";
+  const std::string backup = agent_.submit("k8s.backup", backup_params(pool(), volume("vol", dir_ / "vol"), 1, 0));
+  ASSERT_EQ(agent_.wait(backup), "completed") << agent_.log();
+
+  // In a user namespace with one user, as in a container without root's rights.
+  Agent_Process other{dir_ / "other-state", {}, {"unshare", "-Ur"}};
+  if (!other.start()) GTEST_SKIP() << "no user namespace";
+  std::filesystem::create_directories(dir_ / "restored");
+  const std::string job =
+      other.submit("k8s.restore", restore_params(pool(), volume("vol", dir_ / "restored"), 1, size_of(backup)));
+  EXPECT_EQ(other.wait(job), "completed") << other.log();
+  const std::string task = json_spirit::JSON_Dump(other.task(job), false).str();
+  EXPECT_THAT(task, ::testing::HasSubstr("Restored " + (dir_ / "restored/theirs") +
+                                         ", but not as it was: owner 0:0 instead of 12345:12345 (Invalid argument)"));
+  EXPECT_THAT(task, ::testing::Not(::testing::HasSubstr("restored/ours")));
+  EXPECT_EQ(other.terminate(), 0);
 }
 
 TEST_F(Job, TheSecondVolumesFailureLeavesTheFirstSetAndNoBind) {
