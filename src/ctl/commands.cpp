@@ -10,6 +10,7 @@
 
 #include "ctl/agent.h"
 #include "ctl/cluster_commands.h"
+#include "ctl/given_pool.h"
 #include "ctl/human.h"
 #include "ctl/interrupt.h"
 #include "ctl/job.h"
@@ -84,8 +85,8 @@ Object about_sets(const Set_Place& place, const std::vector<Volume>& volumes, ui
   Array names;
   for (const Volume& volume : volumes) names.emplace_back(volume.name);
   Object about;
-  json_spirit::insert(about)("pool", place.pool)("host_uuid", place.host)("resource", place.resource)("seq", seq)(
-      "names", names);
+  json_spirit::insert(about)("pool", shown_url(place.pool.url))("host_uuid", place.host)("resource", place.resource)(
+      "seq", seq)("names", names);
   return about;
 }
 
@@ -93,7 +94,7 @@ Exit_Code backup(const Options& options, std::ostream& out, std::ostream& err) {
   const std::vector<Volume> volumes = backup_volumes(options);
   Agent agent(options.agent, options.token_file);
   const Set_Place place = place_of_job(options, agent);
-  const uint32_t seq = options.seq ? *options.seq : next_seq(list_sets(place), volumes);
+  const uint32_t seq = options.seq ? *options.seq : next_seq(place, volumes);
   const Exit_Code code = run_job(options, agent, "k8s.backup", backup_params(options, place, volumes, seq, new_uuid()),
                                  about_sets(place, volumes, seq), out, err);
   if (code != exit_ok || options.json) return code;
@@ -105,8 +106,7 @@ Exit_Code restore(const Options& options, std::ostream& out, std::ostream& err) 
   const std::vector<Volume> volumes = restore_volumes(options);
   Agent agent(options.agent, options.token_file);
   const Set_Place place = place_of_job(options, agent);
-  const uint64_t size =
-      is_readable_pool(place.pool) ? size_of_sets(list_sets(place), volumes, *options.seq, options.incarnation) : 0;
+  const uint64_t size = size_of_sets(place, volumes, *options.seq, options.incarnation);
   return run_job(options, agent, "k8s.restore", restore_params(options, place, volumes, size),
                  about_sets(place, volumes, *options.seq), out, err);
 }

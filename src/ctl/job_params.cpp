@@ -87,7 +87,7 @@ bool has_wildcard(const std::string& component) {
 
 Object pool_info(const Set_Place& place) {
   Object pool;
-  pool["url"] = place.pool;
+  place.pool >> pool;
   return pool;
 }
 
@@ -122,11 +122,6 @@ std::string pattern_of_path(const std::string& path) {
     pattern += c;
   }
   return pattern;
-}
-
-std::string pool_url(const std::string& pool) {
-  if (pool.empty() || pool.find("://") != std::string::npos) return pool;
-  return "file://" + fs::absolute(pool).lexically_normal().string();
 }
 
 std::string stable_uuid(const std::string& text) {
@@ -172,7 +167,7 @@ Object backup_params(const Options& options, const Set_Place& place, const std::
     json_spirit::insert(json_spirit::append_new_object(paths))("data_path", volume.pattern)("mount_path",
                                                                                             data_dir + volume.name);
   Object meta;
-  json_spirit::insert(meta)("pool_uuid", stable_uuid(place.pool))("host_uuid", place.host)("uuid", set_uuid);
+  json_spirit::insert(meta)("pool_uuid", stable_uuid(place.pool.url))("host_uuid", place.host)("uuid", set_uuid);
   const Compression_Method compression = compressions.at(options.compression);
   Object opts;
   json_spirit::insert(opts)("compression", static_cast<int>(compression))(
@@ -191,7 +186,7 @@ Object restore_params(const Options& options, const Set_Place& place, const std:
   Object params = common_params(place);
   // A total of 0 would mark a set of the oldest kind, whose name is told by node_name_hex.
   json_spirit::insert(params)("rules", rules)("total_size", std::max<uint64_t>(total_size, 1))("node_name_hex", "")(
-      "pool_uuid", stable_uuid(place.pool))("host_uuid", place.host)("seq", static_cast<int64_t>(*options.seq))(
+      "pool_uuid", stable_uuid(place.pool.url))("host_uuid", place.host)("seq", static_cast<int64_t>(*options.seq))(
       "incarnation", options.incarnation)("channel_num", options.channels)("concurrent", concurrent_files);
   return params;
 }

@@ -7,12 +7,13 @@
 
 #include "ctl/options.h"
 #include "json_spirit/json_spirit_value.h"
+#include "kolt/pool_info.h"
 
 namespace ctl {
 
 /// Where sets lie: <pool>/<host>/<resource>.
 struct Set_Place {
-  std::string pool;  ///< URL
+  Pool_Info pool;
   std::string host;
   std::string resource;
 };
@@ -45,9 +46,6 @@ std::string name_of_pattern(const std::string& pattern);
 
 /// A shell pattern that matches exactly @a path.
 std::string pattern_of_path(const std::string& path);
-
-/// "file://" and the absolute path for a plain directory; URLs as they are.
-std::string pool_url(const std::string& pool);
 
 /// An id in the form of a UUID that is always the same for the same text.
 std::string stable_uuid(const std::string& text);

@@ -48,8 +48,7 @@ CLI::App* add_command(CLI::App& app, Options& options, const char* name, const c
 }
 
 void add_pool(CLI::App* command, Options& options) {
-  command->add_option("--pool", options.pool,
-                      "URL of the storage pool, or a directory; default: TESSARIN_POOL, or the agent's pool");
+  add_pool_options(command, options);
   command->add_option("--host", options.host, "id of the host that the sets are of; default: the agent's host");
 }
 

@@ -19,9 +19,10 @@ struct Options {
   std::string token_file;
   bool json = false;
 
-  std::string pool;      ///< URL; empty: the agent's default
-  std::string host;      ///< empty: the agent's host, for "sets" all hosts
-  std::string resource;  ///< for "sets", empty: all resources
+  std::string pool;       ///< URL; empty: the agent's default
+  std::string pool_file;  ///< JSON description of the pool; empty: "pool" counts
+  std::string host;       ///< empty: the agent's host, for "sets" all hosts
+  std::string resource;   ///< for "sets", empty: all resources
 
   std::string name;
   unsigned channels = 2;

@@ -9,9 +9,9 @@
 #include "client_io/util.h"
 #include "ctl/agent.h"
 #include "ctl/failure.h"
+#include "ctl/given_pool.h"
 #include "ctl/options.h"
 #include "ctl/set_place.h"
-#include "json_spirit/json_spirit_value.h"
 #include "mtf_backup/set/set_store.h"
 
 namespace ctl {
@@ -26,50 +26,29 @@ bool is_unreadable(int error) {
 
 }  // namespace
 
-Pool_Info read_pool_file(const std::string& file) {
-  json_spirit::Value document;
-  if (!json_spirit::load_json(file.c_str(), document, json_spirit::LOAD_STRICT) ||
-      document.type() != json_spirit::obj_type)
-    throw Failure(exit_usage, "The file '" + file + "' is no JSON object.");
-  Pool_Info info;
-  info << document.get_obj();
-  if (info.url.empty()) throw Failure(exit_usage, "The file '" + file + "' has no 'url' of a pool.");
-  info.url = pool_url(info.url);
-  return info;
-}
-
 Pool::Pool(Pool_Info info) : info_(std::move(info)) {
   const char* const access_key = std::getenv("TESSARIN_ACCESS_KEY");
   if (access_key != nullptr && *access_key != '\0') set_access_key_to_options(options_, access_key);
 }
 
 Pool Pool::of(const Options& options) {
-  if (!options.sets.pool_file.empty()) return Pool(read_pool_file(options.sets.pool_file));
-  Pool_Info info;
-  info.url = pool_url(options.pool);
+  Pool_Info info = given_pool(options);
   if (info.url.empty()) {
     Agent agent(options.agent, options.token_file);
-    info.url = place_of_job(options, agent).pool;
+    info = place_of_job(options, agent).pool;
   }
   return Pool(std::move(info));
 }
 
-std::string Pool::shown() const {
-  const size_t at = info_.url.rfind('@');
-  const size_t scheme = info_.url.find("://");
-  if (at == std::string::npos || scheme == std::string::npos || at < scheme) return info_.url;
-  return info_.url.substr(0, scheme + 3) + info_.url.substr(at + 1);
-}
-
 void Pool::fail() const {
-  throw Failure(exit_pool, "The pool " + shown() + " cannot be read: " + std::strerror(errno) + ".");
+  throw Failure(exit_pool, "The pool " + shown_url(info_.url) + " cannot be read: " + std::strerror(errno) + ".");
 }
 
 void Pool::check() const {
   std::error_code error;
   if (info_.url.starts_with(file_scheme) &&
       !std::filesystem::is_directory(info_.url.substr(sizeof file_scheme - 1), error))
-    throw Failure(exit_pool, "There is no pool at " + shown() + ".");
+    throw Failure(exit_pool, "There is no pool at " + shown_url(info_.url) + ".");
 }
 
 std::vector<MTF_BACKUP::Pool_Key> Pool::keys(const std::string& host, const std::string& resource) const {

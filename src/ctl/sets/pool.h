@@ -36,9 +36,6 @@ class Pool {
   /// @throws Failure  the file cannot be used, or the agent does not tell a pool.
   static Pool of(const Options& options);
 
-  /// For messages: without what an URL may carry before an '@'.
-  std::string shown() const;
-
   /// @throws Failure (exit_pool): it is a directory that is not there.
   void check() const;
 
@@ -61,8 +58,5 @@ class Pool {
   Pool_Info info_;
   Client_IO_Base::Options options_;
 };
-
-/// The description of a pool in a JSON file. @throws Failure (exit_usage): it cannot be read, or holds no URL.
-Pool_Info read_pool_file(const std::string& file);
 
 }  // namespace ctl

@@ -11,10 +11,7 @@ namespace {
 constexpr char set_help[] = "NAME, NAME:SEQ, NAME:SEQ.INCARNATION or NAME/SEQ.INCARNATION; without numbers: the newest";
 
 void add_pool(CLI::App* command, Options& options) {
-  command->add_option("--pool", options.pool,
-                      "URL of the storage pool, or a directory; default: TESSARIN_POOL, or the agent's pool");
-  command->add_option("--pool-file", options.sets.pool_file,
-                      "JSON file that describes the pool: url, and for some pools credentials, cipher and key");
+  add_pool_options(command, options);
   command->add_option("--host", options.host, "only sets of this host");
   command->add_option("--resource", options.resource, "only sets under this id");
   command->add_option("--agent", options.agent, "the agent that tells its pool where none is given");
@@ -59,6 +56,15 @@ void add_changes(CLI::App* group, Options& options) {
 }
 
 }  // namespace
+
+void add_pool_options(CLI::App* command, Options& options) {
+  CLI::Option* const url = command->add_option(
+      "--pool", options.pool, "URL of the storage pool, or a directory; default: TESSARIN_POOL, or the agent's pool");
+  command
+      ->add_option("--pool-file", options.pool_file,
+                   "JSON file that describes the pool: url, and for some pools credentials, cipher and key")
+      ->excludes(url);
+}
 
 void add_sets_commands(CLI::App& app, Options& options) {
   Sets_Options& sets = options.sets;

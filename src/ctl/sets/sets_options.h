@@ -21,8 +21,7 @@ struct Retention {
 /// What a command line says to the commands that work on the sets of a pool. Members that a command does not take keep
 /// their defaults.
 struct Sets_Options {
-  bool asked = false;     ///< it is one of these commands
-  std::string pool_file;  ///< JSON description of the pool; empty: --pool counts
+  bool asked = false;  ///< it is one of these commands
 
   std::vector<std::string> sets;  ///< SET arguments
   std::string path;               ///< of "show"; empty: the set itself
@@ -41,6 +40,9 @@ struct Sets_Options {
   Retention keep;
   std::string name;  ///< of "prune"; empty: all names
 };
+
+/// Adds what names a pool, for a command on sets and for a job.
+void add_pool_options(CLI::App* command, Options& options);
 
 /// Adds "sets" with its commands; "sets" alone is "sets list".
 void add_sets_commands(CLI::App& app, Options& options);

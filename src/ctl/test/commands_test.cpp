@@ -235,6 +235,25 @@ TEST_F(Commands_Test, A_restore_of_a_set_that_is_not_there_is_not_started) {
   EXPECT_THAT(agent_.calls_of("k8s.restore"), IsEmpty());
 }
 
+TEST_F(Commands_Test, A_job_is_told_all_that_the_file_says_of_a_pool) {
+  test_support::Temp_Dir dir;
+  options_.pool_file = dir.write("pool.json", "{\"url\": \"" + pool_.path() + "\", \"cipher\": 4, \"key\": \"" +
+                                                  std::string(43, 'A') + "=\", \"ext_attrs\": {\"a\": \"b\"}}");
+  EXPECT_EQ(backup({"completed"}), exit_ok) << failure_;
+  const Object pool = agent_.calls_of("k8s.backup").at(0).at("pool_info").get_obj();
+  EXPECT_EQ(pool.at("url").get_str(), "file://" + pool_.path());
+  EXPECT_EQ(pool.at("cipher").get_int(), 4);
+  EXPECT_EQ(pool.at("key").get_str(), std::string(43, 'A') + "=");
+  EXPECT_EQ(pool.at("ext_attrs").get_obj().at("a").get_str(), "b");
+  EXPECT_THAT(out_.str() + err_.str(), Not(HasSubstr("AAAA")));
+}
+
+TEST_F(Commands_Test, Without_a_file_that_can_be_read_there_is_no_job) {
+  options_.pool_file = pool_ / "missing";
+  EXPECT_EQ(backup({"completed"}), exit_usage);
+  EXPECT_THAT(agent_.calls_of("k8s.backup"), IsEmpty());
+}
+
 TEST_F(Commands_Test, Jobs_are_a_table) {
   errors_ = Array{Value("first error"), Value("second")};
   states_ = {"failed"};

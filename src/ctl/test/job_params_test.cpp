@@ -14,7 +14,19 @@ namespace {
 
 using namespace ctl;
 
-const Set_Place place{"file:///pool", "host-1", "res-1"};
+Set_Place place_at(const std::string& url) {
+  Set_Place place{{}, "host-1", "res-1"};
+  place.pool.url = url;
+  return place;
+}
+
+const Set_Place place = place_at("file:///pool");
+
+/// What a job is told of a pool that is known by its URL alone.
+constexpr char plain_pool[] = R"({
+  "uuid": "", "name": "", "host_uuid": "", "url": "file:///pool", "device_exists": true, "multidevice": false,
+  "server_side_encryption": false, "cipher": 0, "preferred_source_address": "", "tenant_access_key": "",
+  "ext_attrs": {}, "node_addrs": [], "dedup_backend_type": "", "default_s3": {}, "s3_enabled": false})";
 
 json_spirit::Value json(const char* text) {
   json_spirit::Value value;
@@ -64,7 +76,8 @@ TEST(Job_Params, A_backup_sends_all_that_the_job_needs) {
     "minor_resource_id": "res-1",
     "opts": {"compression": 3, "compression_level": 5, "channel_num": 4},
     "seq": 9, "subtype": "full", "max_seconds_retry": 600, "resumption_buffer_size": 10485760,
-    "access_key": "", "pool_info": {"url": "file:///pool"}})");
+    "access_key": ""})");
+  expected.get_obj()["pool_info"] = json(plain_pool);
   expected.get_obj()["meta"].get_obj()["pool_uuid"] = stable_uuid("file:///pool");
   EXPECT_EQ(text(sent), text(expected));
 }
@@ -113,10 +126,25 @@ TEST(Job_Params, A_restore_sends_a_rule_per_set) {
     "rules": {"/var/cache/velmora/tessarin/k8s/data/b": "/"},
     "total_size": 1234, "node_name_hex": "", "minor_resource_id": "res-1", "host_uuid": "host-1",
     "seq": 7, "incarnation": 2, "channel_num": 3, "concurrent": 8, "access_key": "",
-    "pool_info": {"url": "file:///pool"}, "max_seconds_retry": 600, "resumption_buffer_size": 10485760})");
+    "max_seconds_retry": 600, "resumption_buffer_size": 10485760})");
+  expected.get_obj()["pool_info"] = json(plain_pool);
   expected.get_obj()["rules"].get_obj()["/var/cache/velmora/tessarin/k8s/data/a"] = target;
   expected.get_obj()["pool_uuid"] = stable_uuid("file:///pool");
   EXPECT_EQ(text(sent), text(expected));
+}
+
+TEST(Job_Params, The_whole_description_of_a_pool_is_sent) {
+  Set_Place s3 = place_at("s3://bucket/prefix");
+  s3.pool.default_s3 = {{"secret_access_key", "s"}};
+  s3.pool.cipher = ENCRYPT_AES_128_CBC;
+  s3.pool.key = std::string("\0k", 2);
+  const Options options = backup_of({"/etc"});
+  const json_spirit::Object pool =
+      backup_params(options, s3, backup_volumes(options), 1, "u").at("pool_info").get_obj();
+  EXPECT_EQ(pool.at("url").get_str(), "s3://bucket/prefix");
+  EXPECT_EQ(pool.at("default_s3").get_obj().at("secret_access_key").get_str(), "s");
+  EXPECT_EQ(pool.at("cipher").get_int(), 1);
+  EXPECT_EQ(pool.at("key").get_str(), "AGs=");
 }
 
 TEST(Job_Params, A_restore_of_nothing_is_not_taken_for_one_of_an_old_set) {
@@ -192,14 +220,6 @@ TEST(Job_Params, A_name_is_one_path_component) {
 TEST(Job_Params, Names_that_JSON_cannot_carry_are_refused) {
   EXPECT_EQ(code_of([] { backup_volumes(backup_of({"/a\xFF"})); }), exit_usage);
   EXPECT_EQ(backup_volumes(backup_of({"/\u00E4"})).front().name, "\u00E4");
-}
-
-TEST(Job_Params, A_plain_directory_is_a_pool) {
-  EXPECT_EQ(pool_url("/pool/"), "file:///pool/");
-  EXPECT_EQ(pool_url("/a/../pool"), "file:///pool");
-  EXPECT_EQ(pool_url("s3://bucket/x"), "s3://bucket/x");
-  EXPECT_EQ(pool_url(""), "");
-  EXPECT_EQ(pool_url("pool"), "file://" + (std::filesystem::current_path() / "pool").string());
 }
 
 TEST(Job_Params, The_same_text_gives_the_same_id) {

@@ -96,6 +96,16 @@ TEST_F(Options_Test, A_restore_takes_targets_and_a_number) {
   EXPECT_THAT(options_.targets, ElementsAre("a=/x", "b=/y"));
 }
 
+TEST_F(Options_Test, Jobs_take_the_description_of_a_pool_from_a_file) {
+  ASSERT_TRUE(parse({"backup", "--pool-file", "pool.json", "/data"}));
+  EXPECT_EQ(options_.pool_file, "pool.json");
+  options_ = Options();
+  ASSERT_TRUE(parse({"restore", "--pool-file", "pool.json", "--seq", "1", "a=/x"}));
+  EXPECT_EQ(options_.pool_file, "pool.json");
+  EXPECT_FALSE(parse({"backup", "--pool", "/pool", "--pool-file", "pool.json", "/data"}));
+  EXPECT_EQ(exit_code_, exit_usage);
+}
+
 TEST_F(Options_Test, Sets_are_those_of_all_resources) {
   ASSERT_TRUE(parse({"sets", "--pool", "/pool"}));
   EXPECT_EQ(options_.command, "sets list");
@@ -112,7 +122,7 @@ TEST_F(Options_Test, Commands_on_sets_take_their_arguments) {
   EXPECT_EQ(options_.command, "sets verify");
   EXPECT_THAT(options_.sets.sets, ElementsAre("a", "b:2"));
   EXPECT_TRUE(options_.sets.data);
-  EXPECT_EQ(options_.sets.pool_file, "pool.json");
+  EXPECT_EQ(options_.pool_file, "pool.json");
   options_ = Options();
   ASSERT_TRUE(parse({"sets", "restore", "--path", "x", "--path", "y", "--to", "/to", "a"}));
   EXPECT_THAT(options_.sets.paths, ElementsAre("x", "y"));

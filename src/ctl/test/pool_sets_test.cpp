@@ -5,6 +5,7 @@
 #include <filesystem>
 
 #include "ctl/failure.h"
+#include "ctl/sets/pool.h"
 #include "ctl/test/pool_maker.h"
 #include "support/log_capture.h"
 #include "support/temp_dir.h"
@@ -16,9 +17,14 @@ using ctl_test::make_set;
 
 class Pool_Sets_Test : public ::testing::Test {
  protected:
+  static Pool_Info info(const std::string& url) {
+    Pool_Info info;
+    info.url = url;
+    return info;
+  }
   std::string listed(const std::string& host, const std::string& resource) {
     std::string text;
-    for (const Pool_Set& set : list_sets({url_, host, resource}))
+    for (const Pool_Set& set : Pool(info(url_)).sets(host, resource).sets)
       text += set.key.host + "/" + set.key.resource + "/" + set.record.name + " " + std::to_string(set.record.seq) +
               "." + std::to_string(set.record.incarnation) + "\n";
     return text;
@@ -26,7 +32,9 @@ class Pool_Sets_Test : public ::testing::Test {
 
   Exit_Code code_of(const std::string& url) {
     try {
-      list_sets({url, "", ""});
+      const Pool pool(info(url));
+      pool.check();
+      pool.keys("", "");
     } catch (const Failure& failure) {
       return failure.code();
     }
@@ -35,11 +43,12 @@ class Pool_Sets_Test : public ::testing::Test {
 
   test_support::Temp_Dir dir_;
   const std::string url_ = "file://" + dir_.path();
+  const Set_Place place_{info(url_), "h", "r"};
 };
 
 TEST_F(Pool_Sets_Test, A_set_is_told_with_its_figures) {
   ASSERT_TRUE(make_set(url_, "h", "r", "data", 3));
-  const std::vector<Pool_Set> sets = list_sets({url_, "h", "r"});
+  const std::vector<Pool_Set> sets = Pool(info(url_)).sets("h", "r").sets;
   ASSERT_EQ(sets.size(), 1u);
   EXPECT_EQ(sets[0].record.name, "data");
   EXPECT_EQ(sets[0].record.seq, 3u);
@@ -82,21 +91,36 @@ TEST_F(Pool_Sets_Test, A_damaged_set_is_left_out) {
 TEST_F(Pool_Sets_Test, The_next_number_follows_the_newest_of_any_of_the_volumes) {
   for (const auto& [name, seq] : {std::pair{"a", 4u}, {"a", 7u}, {"b", 9u}, {"other", 100u}})
     ASSERT_TRUE(make_set(url_, "h", "r", name, seq));
-  const std::vector<Pool_Set> sets = list_sets({url_, "h", "r"});
-  EXPECT_EQ(next_seq(sets, {{"a", ""}}), 8u);
-  EXPECT_EQ(next_seq(sets, {{"a", ""}, {"b", ""}}), 10u);
-  EXPECT_EQ(next_seq(sets, {{"new", ""}}), 1u);
+  EXPECT_EQ(next_seq(place_, {{"a", ""}}), 8u);
+  EXPECT_EQ(next_seq(place_, {{"a", ""}, {"b", ""}}), 10u);
+  EXPECT_EQ(next_seq(place_, {{"new", ""}}), 1u);
+}
+
+TEST_F(Pool_Sets_Test, The_number_of_a_damaged_set_is_taken) {
+  ASSERT_TRUE(make_set(url_, "h", "r", "a", 4));
+  std::filesystem::resize_file(dir_ / "h/r/a/0000000004.1/commit", 10);
+  EXPECT_EQ(next_seq(place_, {{"a", ""}}), 5u);
+}
+
+TEST_F(Pool_Sets_Test, After_the_last_number_there_is_none) {
+  ASSERT_TRUE(make_set(url_, "h", "r", "a", 4294967295u));
+  EXPECT_THROW(next_seq(place_, {{"a", ""}}), Failure);
+}
+
+TEST_F(Pool_Sets_Test, A_name_of_any_bytes_is_found) {
+  ASSERT_TRUE(make_set(url_, "h", "r", "a b%", 4));
+  EXPECT_EQ(next_seq(place_, {{"a b%", ""}}), 5u);
+  EXPECT_EQ(size_of_sets(place_, {{"a b%", ""}}, 4, 0), 1000u);
 }
 
 TEST_F(Pool_Sets_Test, The_size_of_a_restore_is_that_of_its_sets) {
   for (const char* name : {"a", "b"}) ASSERT_TRUE(make_set(url_, "h", "r", name, 1));
   ASSERT_TRUE(make_set(url_, "h", "r", "a", 1, 2));
-  const std::vector<Pool_Set> sets = list_sets({url_, "h", "r"});
-  EXPECT_EQ(size_of_sets(sets, {{"a", ""}, {"b", ""}}, 1, 0), 2000u);
-  EXPECT_EQ(size_of_sets(sets, {{"a", ""}}, 1, 2), 1000u);
-  EXPECT_THROW(size_of_sets(sets, {{"b", ""}}, 1, 2), Failure);
-  EXPECT_THROW(size_of_sets(sets, {{"a", ""}}, 2, 0), Failure);
-  EXPECT_THROW(size_of_sets(sets, {{"a", ""}, {"c", ""}}, 1, 0), Failure);
+  EXPECT_EQ(size_of_sets(place_, {{"a", ""}, {"b", ""}}, 1, 0), 2000u);
+  EXPECT_EQ(size_of_sets(place_, {{"a", ""}}, 1, 2), 1000u);
+  EXPECT_THROW(size_of_sets(place_, {{"b", ""}}, 1, 2), Failure);
+  EXPECT_THROW(size_of_sets(place_, {{"a", ""}}, 2, 0), Failure);
+  EXPECT_THROW(size_of_sets(place_, {{"a", ""}, {"c", ""}}, 1, 0), Failure);
 }
 
 }  // namespace

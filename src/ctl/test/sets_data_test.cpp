@@ -3,8 +3,6 @@
 #include <sys/xattr.h>
 #include <unistd.h>
 
-#include <array>
-#include <cstdio>
 #include <fstream>
 
 #include "ctl/test/sets_fixture.h"
@@ -28,40 +26,6 @@ class Sets_Data : public Sets_Fixture {
     const char byte = static_cast<char>(file.get() ^ 1);
     file.seekp(at, at < 0 ? std::ios::end : std::ios::beg);
     file.put(byte);
-  }
-  /// What a shell command prints; its exit code is expected to be 0.
-  static std::string shell(const std::string& command) {
-    FILE* const pipe = popen((command + " 2>&1").c_str(), "r");
-    std::string text;
-    std::array<char, 4096> buffer;
-    for (size_t n; (n = fread(buffer.data(), 1, buffer.size(), pipe)) > 0;) text.append(buffer.data(), n);
-    EXPECT_EQ(pclose(pipe), 0) << command << "\n" << text;
-    return text;
-  }
-  std::string made(const std::string& name) const {
-    std::filesystem::create_directory(dir_ / name);
-    return dir_ / name;
-  }
-  static std::string differences(const std::string& a, const std::string& b) {
-    std::string text;
-    for (const std::string& line : test_support::compare_trees(a, b).differences) text += line + "\n";
-    return text;
-  }
-  static std::string noise(size_t n) {
-    std::string bytes(n, '\0');
-    unsigned state = 1;
-    for (char& byte : bytes) byte = static_cast<char>((state = state * 1103515245 + 12345) >> 16);
-    return bytes;
-  }
-  /// A file of 64 MiB with two stretches of data.
-  void write_sparse(const std::string& name) const {
-    std::ofstream file(source_ + "/" + name, std::ios::binary);
-    file.seekp(5 << 20);
-    file << "first";
-    file.seekp(40 << 20);
-    file << noise(100000);
-    file.close();
-    std::filesystem::resize_file(source_ + "/" + name, 64 << 20);
   }
 };
 

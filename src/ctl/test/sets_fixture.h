@@ -4,6 +4,8 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
+#include <array>
+#include <cstdio>
 #include <ctime>
 #include <filesystem>
 #include <fstream>
@@ -12,23 +14,38 @@
 #include <string>
 #include <vector>
 
+#include "client_io/client_io_factory.h"
 #include "ctl/commands.h"
 #include "ctl/failure.h"
 #include "ctl/options.h"
+#include "json_spirit/dump.h"
 #include "json_spirit/json_spirit_helper.h"
 #include "kolt/pool_info.h"
 #include "mtf_backup/mtf_backup.h"
 #include "mtf_backup/set/commit_record.h"
+#include "mtf_backup/set/set_key.h"
+#include "mtf_backup/set/set_store.h"
 #include "mtf_backup/test/posix_callbacks.h"
 #include "support/log_capture.h"
 #include "support/temp_dir.h"
+#include "support/tree_compare.h"
 
 namespace ctl_test {
 
 /// Commands on a pool in a directory, with sets that the data mover made.
 class Sets_Fixture : public ::testing::Test {
  protected:
-  Sets_Fixture() { std::filesystem::create_directory(source_); }
+  Sets_Fixture() {
+    std::filesystem::create_directory(source_);
+    info_.url = "file://" + pool_;
+  }
+
+  /// From now on commands get the description of the pool from a file.
+  void describe_pool() {
+    json_spirit::Object pool;
+    info_ >> pool;
+    pool_file_ = dir_.write("pool.json", json_spirit::JSON_Dump(pool, false).str());
+  }
 
   struct Backup {
     std::string name = "data";
@@ -52,19 +69,21 @@ class Sets_Fixture : public ::testing::Test {
 
   /// Says when each set was begun, by its number.
   void date_sets(const std::function<int64_t(uint32_t seq)>& time) const {
-    for (const auto& file : std::filesystem::recursive_directory_iterator(pool_)) {
+    std::vector<MTF_BACKUP::Pool_Key> keys;
+    const auto pool = make_client_io(info_, "", {});
+    ASSERT_TRUE(pool && list_pool(*pool, "", "", keys));
+    for (const MTF_BACKUP::Pool_Key& key : keys) {
+      const auto storage = MTF_BACKUP::make_channel_factory(info_, key.host + "/" + key.resource, {})->storage();
+      MTF_BACKUP::Set_Store store(storage);
       MTF_BACKUP::Commit_Record record;
-      if (file.path().filename() != "commit" ||
-          !record.from_text(test_support::read_file(file.path()), file.path().string()))
-        continue;
+      if (!store.read(key.set.dir(), record)) continue;
       record.begin_time = time(record.seq);
-      std::ofstream(file.path(), std::ios::trunc) << record.to_text();
+      ASSERT_TRUE(storage->remove(key.set.dir() + "/commit"));
+      ASSERT_TRUE(store.commit({record.name, record.seq, record.incarnation}, record));
     }
   }
 
   bool make_set(const Backup& args) {
-    Pool_Info pool;
-    pool.url = "file://" + pool_;
     MTF::Metadata metadata;
     MTF_Backup backup(MTF::Event_Handler_var(), metadata, ACE_Log_Msg_Callback_var());
     backup.pool_uuid("pool");
@@ -76,7 +95,7 @@ class Sets_Fixture : public ::testing::Test {
     backup.incremental(args.incremental);
     backup.seq(args.seq - 1);
     backup.callback_factory(MTF::IBackup_Callback_Factory_var(new mover_test::Posix_Backup_Factory));
-    backup.channel_factory(MTF_BACKUP::make_channel_factory(pool, args.host + "/" + args.resource, {}));
+    backup.channel_factory(MTF_BACKUP::make_channel_factory(info_, args.host + "/" + args.resource, {}));
     for (const std::string& source : args.sources.empty() ? std::vector<std::string>{source_} : args.sources)
       backup.add_source(source);
     return backup.backup(args.name);
@@ -90,7 +109,10 @@ class Sets_Fixture : public ::testing::Test {
   /// Runs a command line; what it prints and how it ends is kept.
   ctl::Exit_Code run(std::vector<std::string> words) {
     words.insert(words.begin(), "tessarinctl");
-    if (add_pool_) words.insert(words.end(), {"--pool", pool_});
+    if (!pool_file_.empty())
+      words.insert(words.end(), {"--pool-file", pool_file_});
+    else if (add_pool_)
+      words.insert(words.end(), {"--pool", pool_});
     std::vector<const char*> argv;
     for (const std::string& word : words) argv.push_back(word.c_str());
     out_.str("");
@@ -115,11 +137,48 @@ class Sets_Fixture : public ::testing::Test {
     return value.type() == json_spirit::obj_type ? value.get_obj() : json_spirit::Object();
   }
 
+  /// What a shell command prints; its exit code is expected to be 0.
+  static std::string shell(const std::string& command) {
+    FILE* const pipe = popen((command + " 2>&1").c_str(), "r");
+    std::string text;
+    std::array<char, 4096> buffer;
+    for (size_t n; (n = fread(buffer.data(), 1, buffer.size(), pipe)) > 0;) text.append(buffer.data(), n);
+    EXPECT_EQ(pclose(pipe), 0) << command << "\n" << text;
+    return text;
+  }
+  std::string made(const std::string& name) const {
+    std::filesystem::create_directory(dir_ / name);
+    return dir_ / name;
+  }
+  static std::string differences(const std::string& a, const std::string& b) {
+    std::string text;
+    for (const std::string& line : test_support::compare_trees(a, b).differences) text += line + "\n";
+    return text;
+  }
+  static std::string noise(size_t n) {
+    std::string bytes(n, '\0');
+    unsigned state = 1;
+    for (char& byte : bytes) byte = static_cast<char>((state = state * 1103515245 + 12345) >> 16);
+    return bytes;
+  }
+  /// A file of 64 MiB with two stretches of data.
+  void write_sparse(const std::string& name) const {
+    std::ofstream file(source_ + "/" + name, std::ios::binary);
+    file.seekp(5 << 20);
+    file << "first";
+    file.seekp(40 << 20);
+    file << noise(100000);
+    file.close();
+    std::filesystem::resize_file(source_ + "/" + name, 64 << 20);
+  }
+
   std::string set_dir(const std::string& dir) const { return pool_ + "/host/res/" + dir; }
 
   const test_support::Temp_Dir dir_;
   const std::string source_ = dir_ / "source";
   const std::string pool_ = dir_ / "pool";
+  Pool_Info info_;
+  std::string pool_file_;
   bool add_pool_ = true;
   std::ostringstream out_;
   std::ostringstream err_;
