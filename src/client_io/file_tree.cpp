@@ -2,6 +2,7 @@
 
 #include <dirent.h>
 #include <fcntl.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 
 #include <algorithm>
@@ -67,6 +68,17 @@ std::string_view last_part(std::string_view key) {
   return key.substr(key.rfind('/') + 1);
 }
 
+Tree_Lock::Tree_Lock(int root, int how) : root_(root) {
+  while (flock(root_, how) != 0 && errno == EINTR) {
+  }
+}
+
+Tree_Lock::~Tree_Lock() {
+  const int error = errno;
+  flock(root_, LOCK_UN);
+  errno = error;
+}
+
 Posix_Fd open_root(const std::string& root, bool make) {
   Posix_Fd whole(::open(root.c_str(), directory_flags));
   if (whole || errno != ENOENT || !make) return whole;
@@ -89,6 +101,7 @@ bool sync_directories(int root, std::string_view dir) {
 }
 
 void prune_directories(int root, std::string_view dir) {
+  const Tree_Lock alone(root, LOCK_EX);
   for (; !dir.empty(); dir = directory_part(dir)) {
     const Posix_Fd parent = open_directory(root, directory_part(dir));
     if (!parent || unlinkat(parent.get(), std::string(last_part(dir)).c_str(), AT_REMOVEDIR) != 0) return;

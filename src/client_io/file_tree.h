@@ -16,6 +16,21 @@ namespace client_io {
 /// failure.
 Posix_Fd open_root(const std::string& root, bool make);
 
+/// Keeps empty directories while a file is made in one: held with LOCK_SH by who makes it, with LOCK_EX by
+/// prune_directories(). Locks a root as open_root() gave it, which nobody else has. Where locks do not work it holds
+/// nobody up.
+class Tree_Lock {
+ public:
+  Tree_Lock(int root, int how);
+  /// Leaves errno as it was.
+  ~Tree_Lock();
+  Tree_Lock(const Tree_Lock&) = delete;
+  Tree_Lock& operator=(const Tree_Lock&) = delete;
+
+ private:
+  const int root_;
+};
+
 /// Opens the directory @a dir, a key or empty, below @a root. Empty with errno on failure.
 Posix_Fd open_directory(int root, std::string_view dir);
 
@@ -26,7 +41,7 @@ Posix_Fd make_directory(int root, std::string_view dir, bool& made);
 bool sync_directories(int root, std::string_view dir);
 
 /// Removes the directories of @a dir, a key, that hold nothing, from the last component up to the first that holds
-/// something. What cannot be removed stays.
+/// something. What cannot be removed stays. Waits until nobody holds a Tree_Lock of this root.
 void prune_directories(int root, std::string_view dir);
 
 /// One thing in a directory: a regular file or a directory, whose name then ends in '/'.

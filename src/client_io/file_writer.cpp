@@ -43,19 +43,28 @@ File_Writer::~File_Writer() {
 }
 
 bool File_Writer::begin() {
-  // A directory made or found here may be swept as empty before the file is in it; then once more from the start. For
-  // the same reason new directories are synced only then.
-  const std::string_view directory = directory_part(settings_.key);
+  // A file made here may be swept before it is locked, and where locks do not work its directory as well; then once
+  // more from the start.
   for (int attempt = 0; attempt < 100; ++attempt) {
-    const Posix_Fd root = open_root(settings_.root, true);
-    if (!root) return false;
-    bool made = false;
-    directory_ = make_directory(root.get(), directory, made);
-    if (directory_ && make_unfinished()) return !made || sync_directories(root.get(), directory);
+    if (make_places()) return true;
     discard();
     if (errno != ENOENT) return false;
   }
   return false;
+}
+
+// New directories are synced once they hold the file, so that nobody removes them as empty on the way.
+bool File_Writer::make_places() {
+  const std::string_view directory = directory_part(settings_.key);
+  const Posix_Fd root = open_root(settings_.root, true);
+  if (!root) return false;
+  bool made = false;
+  {
+    const Tree_Lock keep(root.get(), LOCK_SH);
+    directory_ = make_directory(root.get(), directory, made);
+    if (!directory_ || !make_unfinished()) return false;
+  }
+  return !made || sync_directories(root.get(), directory);
 }
 
 // The lock says that the writer lives. A sweep that was quicker has unlinked the file, which its link count shows.
@@ -149,9 +158,12 @@ bool File_Writer::commit() {
   return true;
 }
 
-// Closed before it gets its name: some filesystems tell of a failed write only here.
+// Closed before it gets its name: some filesystems tell of a failed write only here. The second descriptor keeps the
+// lock, so that no sweep takes the file for a dead one until it has its name.
 bool File_Writer::sync_and_close() {
   if (settings_.flush && fsync(file_.get()) != 0) return false;
+  lock_.reset(fcntl(file_.get(), F_DUPFD_CLOEXEC, 0));
+  if (!lock_) return false;
   closed_ = ::close(file_.release()) == 0;
   return closed_;
 }
@@ -162,6 +174,7 @@ bool File_Writer::publish() {
   unfinished_ = name;  // until it is durable it is taken back on failure
   if (settings_.flush && fsync(directory_.get()) != 0) return false;
   committed_ = true;
+  lock_.reset();
   return true;
 }
 
@@ -199,6 +212,7 @@ void File_Writer::discard() {
   if (!unfinished_.empty()) unlinkat(directory_.get(), unfinished_.c_str(), 0);
   unfinished_.clear();
   file_.reset();
+  lock_.reset();
   if (const Posix_Fd root = open_root(settings_.root, false))
     prune_directories(root.get(), directory_part(settings_.key));
   errno = error;

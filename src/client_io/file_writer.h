@@ -35,6 +35,7 @@ class File_Writer : public Client_IO_Base::Writer {
   int64_t resume(uint64_t settled) override;
 
  private:
+  bool make_places();
   bool make_unfinished();
   bool put(const char* data, size_t n);
   void start_writeback();
@@ -49,6 +50,7 @@ class File_Writer : public Client_IO_Base::Writer {
   const Settings settings_;
   Posix_Fd directory_;
   Posix_Fd file_;
+  Posix_Fd lock_;           // of file_, once that is closed
   std::string unfinished_;  // name in directory_; empty when there is none
   dev_t device_ = 0;
   ino_t inode_ = 0;
