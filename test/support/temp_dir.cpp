@@ -10,8 +10,9 @@ namespace test_support {
 
 namespace fs = std::filesystem;
 
-Temp_Dir::Temp_Dir() {
-  std::string name = (fs::temp_directory_path() / "tessarin-test-XXXXXX").string();
+Temp_Dir::Temp_Dir(const std::string& place) {
+  const fs::path parent = place.empty() ? fs::temp_directory_path() : fs::path(place);
+  std::string name = (parent / "tessarin-test-XXXXXX").string();
   if (mkdtemp(name.data()) == nullptr) std::abort();
   path_ = name;
 }

@@ -7,7 +7,8 @@ namespace test_support {
 /// A fresh directory, removed with all that it holds at the end. Aborts the test program when it cannot be made.
 class Temp_Dir {
  public:
-  Temp_Dir();
+  /// @param place  an existing directory; empty: where this process keeps temporary files.
+  explicit Temp_Dir(const std::string& place = "");
   ~Temp_Dir();
   Temp_Dir(const Temp_Dir&) = delete;
   Temp_Dir& operator=(const Temp_Dir&) = delete;

@@ -118,7 +118,8 @@ class Mover_Fixture : public ::testing::Test {
     MTF_FS::path_transform_rules rules = {};  ///< none: source_ to target_
   };
 
-  Mover_Fixture() {
+  /// @param place  where its directory is made; empty: where temporary files are kept.
+  explicit Mover_Fixture(const std::string& place = "") : dir_(place) {
     std::filesystem::create_directory(source_);
     std::filesystem::create_directory(target_);
   }
