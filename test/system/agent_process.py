@@ -88,6 +88,11 @@ class Agent:
     def token(self):
         return open(f"{self.state}/token").read().strip()
 
+    def cpu_seconds(self):
+        """What it has used of processors since its start."""
+        fields = open(f"/proc/{self.process.pid}/stat").read().rsplit(")", 1)[1].split()
+        return (int(fields[11]) + int(fields[12])) / os.sysconf("SC_CLK_TCK")
+
     def figures(self):
         """What it holds: memory in KiB, descriptors, threads, mounts below the private directory."""
         pid = self.process.pid
