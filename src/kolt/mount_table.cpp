@@ -14,6 +14,7 @@ namespace {
 
 constexpr char mountinfo_path[] = "/proc/self/mountinfo";
 constexpr int mount_point_field = 4;
+constexpr int first_shared_field = 6;
 
 bool read_all(const char* path, std::string& text) {
   const Posix_Fd fd(::open(path, O_RDONLY | O_CLOEXEC));
@@ -58,6 +59,34 @@ bool is_below(const std::string& mount_point, std::string_view directory) {
          mount_point[directory.size()] == '/';
 }
 
+bool holds(const std::string& mount_point, std::string_view path) {
+  return mount_point == "/" || path == mount_point || is_below(std::string(path), mount_point);
+}
+
+// The fields between the options of the mount and the dash tell how it shares.
+bool receives_mounts(std::string_view line) {
+  for (int number = first_shared_field;; ++number) {
+    const std::string_view field = field_of(line, number);
+    if (field.empty() || field == "-") return false;
+    if (field.starts_with("shared:") || field.starts_with("master:")) return true;
+  }
+}
+
+bool read_mountinfo(std::string& text) {
+  if (read_all(mountinfo_path, text)) return true;
+  ACE_ERROR((LM_ERROR, ACE_TEXT("Failed to read '%C': %m.\n"), mountinfo_path));
+  return false;
+}
+
+template <typename Function>
+void for_each_line(std::string_view text, const Function& function) {
+  while (!text.empty()) {
+    const std::size_t end = std::min(text.find('\n'), text.size());
+    function(text.substr(0, end));
+    text.remove_prefix(std::min(end + 1, text.size()));
+  }
+}
+
 std::ptrdiff_t depth(const std::string& path) {
   return std::count(path.begin(), path.end(), '/');
 }
@@ -67,12 +96,10 @@ std::ptrdiff_t depth(const std::string& path) {
 std::vector<std::string> parse_mounts_below(std::string_view mountinfo, std::string_view path) {
   while (path.ends_with('/')) path.remove_suffix(1);
   std::vector<std::string> mounts;
-  while (!mountinfo.empty()) {
-    const std::size_t end = std::min(mountinfo.find('\n'), mountinfo.size());
-    std::string mount_point = decode(field_of(mountinfo.substr(0, end), mount_point_field));
+  for_each_line(mountinfo, [&](std::string_view line) {
+    std::string mount_point = decode(field_of(line, mount_point_field));
     if (is_below(mount_point, path)) mounts.push_back(std::move(mount_point));
-    mountinfo.remove_prefix(std::min(end + 1, mountinfo.size()));
-  }
+  });
   std::reverse(mounts.begin(), mounts.end());
   std::stable_sort(mounts.begin(), mounts.end(),
                    [](const std::string& a, const std::string& b) { return depth(a) > depth(b); });
@@ -82,11 +109,27 @@ std::vector<std::string> parse_mounts_below(std::string_view mountinfo, std::str
 bool mounts_below(const char* path, std::vector<std::string>& mounts) {
   mounts.clear();
   std::string mountinfo;
-  if (!read_all(mountinfo_path, mountinfo)) {
-    ACE_ERROR((LM_ERROR, ACE_TEXT("Failed to read '%C': %m.\n"), mountinfo_path));
-    return false;
-  }
+  if (!read_mountinfo(mountinfo)) return false;
   const std::unique_ptr<char, decltype(&std::free)> real_path(::realpath(path, nullptr), &std::free);
   mounts = parse_mounts_below(mountinfo, real_path ? real_path.get() : path);
   return true;
+}
+
+// Of mounts on one point the last one hides the others.
+bool parse_mount_of(std::string_view mountinfo, std::string_view path, Mount_Of& mount) {
+  Mount_Of found;
+  for_each_line(mountinfo, [&](std::string_view line) {
+    std::string point = decode(field_of(line, mount_point_field));
+    if (point.size() < std::max<std::size_t>(found.point.size(), 1) || !holds(point, path)) return;
+    found = {std::move(point), receives_mounts(line)};
+  });
+  if (found.point.empty()) return errno = ENOENT, false;
+  mount = std::move(found);
+  return true;
+}
+
+bool find_mount_of(const char* path, Mount_Of& mount) {
+  std::string mountinfo;
+  const std::unique_ptr<char, decltype(&std::free)> real_path(::realpath(path, nullptr), &std::free);
+  return real_path && read_mountinfo(mountinfo) && parse_mount_of(mountinfo, real_path.get(), mount);
 }

@@ -6,10 +6,23 @@ namespace {
 
 constexpr std::string_view mask = "******";
 
-constexpr std::string_view header_names[] = {"x-access-key", "authorization"};
-constexpr std::string_view member_names[] = {
-    "access_key",        "key",      "iv",    "secret_key",   "secret_access_key", "session_token",
-    "tenant_access_key", "password", "token", "x-access-key", "authorization"};
+constexpr std::string_view header_names[] = {"x-access-key", "authorization", "proxy-authorization",
+                                             "cookie",       "set-cookie",    "x-amz-security-token"};
+constexpr std::string_view member_names[] = {"access_key",
+                                             "key",
+                                             "iv",
+                                             "secret_key",
+                                             "secret_access_key",
+                                             "session_token",
+                                             "tenant_access_key",
+                                             "password",
+                                             "token",
+                                             "x-access-key",
+                                             "authorization",
+                                             "proxy-authorization",
+                                             "cookie",
+                                             "set-cookie",
+                                             "x-amz-security-token"};
 
 char lower(char c) {
   return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;

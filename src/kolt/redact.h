@@ -8,9 +8,10 @@
 /**
  * Masks with "******" what a log must not hold:
  * - in JSON text, compact, indented or itself quoted inside a JSON string, the string values of the members access_key,
- *   key, iv, secret_key, secret_access_key, session_token, tenant_access_key, password, token, X-Access-Key and
- *   Authorization. A value that is cut off is masked up to the end of its line;
- * - the rest of a line behind the headers "X-Access-Key:" and "Authorization:";
+ *   key, iv, secret_key, secret_access_key, session_token, tenant_access_key, password, token, X-Access-Key and those
+ *   named like the headers below. A value that is cut off is masked up to the end of its line;
+ * - the rest of a line behind the headers "X-Access-Key:", "Authorization:", "Proxy-Authorization:", "Cookie:",
+ *   "Set-Cookie:" and "X-Amz-Security-Token:";
  * - the word behind "Bearer".
  *
  * Names are compared without regard to case. Nothing else is touched, and a redacted text stays as it is when it is

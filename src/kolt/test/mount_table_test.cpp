@@ -53,4 +53,33 @@ TEST(Mounts_Below, FindsProcWithoutAMissingDirectory) {
   EXPECT_THAT(mounts, testing::Contains("/proc"));
 }
 
+Mount_Of mount_of(std::string_view path) {
+  Mount_Of mount;
+  EXPECT_TRUE(parse_mount_of(mountinfo, path, mount));
+  return mount;
+}
+
+TEST(Parse_Mount_Of, GivesTheLongestMountPointAbovePath) {
+  EXPECT_EQ(mount_of("/data/a/x/y/z").point, "/data/a/x/y");
+  EXPECT_EQ(mount_of("/data/a/x").point, "/data/a");
+  EXPECT_EQ(mount_of("/database").point, "/database");
+  EXPECT_EQ(mount_of("/databases").point, "/");
+}
+
+TEST(Parse_Mount_Of, SharedMountsAndSlavesReceive) {
+  EXPECT_TRUE(mount_of("/home").receives);
+  EXPECT_TRUE(mount_of("/data/a/x/y").receives);
+  EXPECT_FALSE(mount_of("/data/c").receives);
+}
+
+TEST(Parse_Mount_Of, OfStackedMountsTheLastOneCounts) {
+  EXPECT_FALSE(mount_of("/data/a").receives);
+}
+
+TEST(Parse_Mount_Of, WithoutALineThatFitsNothingIsFilledIn) {
+  Mount_Of mount{"/before", true};
+  EXPECT_FALSE(parse_mount_of("", "/data", mount));
+  EXPECT_EQ(mount.point, "/before");
+}
+
 }  // namespace

@@ -16,7 +16,8 @@ std::string redact(const std::string& text) {
 
 TEST(Redact_Secrets, MasksEverySecretMember) {
   for (const char* name : {"access_key", "key", "iv", "secret_key", "secret_access_key", "session_token",
-                           "tenant_access_key", "password", "token", "X-Access-Key", "Authorization"}) {
+                           "tenant_access_key", "password", "token", "X-Access-Key", "Authorization",
+                           "Proxy-Authorization", "Cookie", "Set-Cookie", "X-Amz-Security-Token"}) {
     const std::string begin = std::string("{\"") + name + "\":\"";
     EXPECT_EQ(redact(begin + "canary\",\"url\":\"s3://b\"}"), begin + "******\",\"url\":\"s3://b\"}");
   }
