@@ -6,6 +6,7 @@
 #include <mutex>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "ace/Log_Msg_Callback.h"
@@ -34,9 +35,12 @@ class TESSARIN_API Task_Context {
   /// The context that the calling thread is attached to, null if there is none.
   static Task_Context* current();
 
-  Task_Context() = default;
+  /// @param task_id  of the task; empty: none.
+  explicit Task_Context(std::string task_id = std::string()) : task_id_(std::move(task_id)) {}
   Task_Context(const Task_Context&) = delete;
   Task_Context& operator=(const Task_Context&) = delete;
+
+  const std::string& task_id() const { return task_id_; }
 
   /// Says that the task stops because it was asked to: when execute() then gives false it reads "canceled".
   void set_canceled() { canceled_ = true; }
@@ -66,6 +70,7 @@ class TESSARIN_API Task_Context {
   };
 
  private:
+  const std::string task_id_;
   std::atomic<bool> canceled_{false};
 
   mutable std::mutex lock_;

@@ -12,6 +12,7 @@
 
 #include "ace/Log_Msg.h"
 #include "task/task_context.h"
+#include "task/task_metrics.h"
 #include "task/task_record.h"
 #include "task/task_store.h"
 
@@ -51,6 +52,8 @@ Task_Manager* the_instance = nullptr;  // guarded by instance_lock
 
 /// A task that is queued, is running, or has ended and could not be stored yet.
 struct Task_Manager::Live_Task {
+  explicit Live_Task(const std::string& id) : context(id) { record.id = id; }
+
   Task_Record record;        // guarded by the manager's lock_
   Object document;           // the worker's, from the moment of queueing
   Task_Handler_var handler;  // the worker's
@@ -93,6 +96,7 @@ bool Task_Manager::open(const std::string& db_path, const Options& options) {
     closing_ = false;
   }
   prune();
+  recall();
   return true;
 }
 
@@ -110,7 +114,10 @@ bool Task_Manager::close(const std::function<void()>& cancel_running) {
   lock.unlock();
   for (const auto& [name, worker] : workers) {
     worker->thread.join();
-    for (const Live_Task_var& task : worker->queue) fail_unstarted(task);
+    for (const Live_Task_var& task : worker->queue) {
+      task_metrics::queued(-1);
+      fail_unstarted(task);
+    }
   }
   store_unsaved();
   store_->close();
@@ -125,15 +132,23 @@ bool Task_Manager::register_handler(const std::string& name, Task_Handler_var ha
   return true;
 }
 
+void Task_Manager::observe(Observer observer) {
+  std::lock_guard<std::mutex> guard(lock_);
+  observer_.swap(observer);
+}
+
+void Task_Manager::tell(const Task_Record& record) const {
+  if (observer_) observer_(record);
+}
+
 bool Task_Manager::submit(const Object& document, std::string& id) {
-  Live_Task_var task(new (std::nothrow) Live_Task);
+  Live_Task_var task(new (std::nothrow) Live_Task(new_task_id()));
   if (!task) return errno = ENOMEM, false;
   Task_Record& record = task->record;
   json_spirit::object_get(document, "type", record.type);
   if (record.type.empty()) ACE_ERROR_RETURN((LM_ERROR, ACE_TEXT("Can't submit a task without a type.\n")), false);
   if (const Object* data = json_spirit::object_get_object(document, "data"))
     json_spirit::object_get(*data, "type", record.kind);
-  record.id = new_task_id();
   record.state = "queued";
   record.created = now_milliseconds();
   task->document = document;
@@ -168,6 +183,7 @@ void Task_Manager::queue(const Live_Task_var& task) {
     if (!closing_) {
       workers_[task->record.type]->queue.push_back(task);
       queued = true;
+      task_metrics::queued(+1);
     }
   }
   if (!queued) fail_unstarted(task);
@@ -207,11 +223,14 @@ Task_Manager::Live_Task_var Task_Manager::next_task(Worker& worker) {
   task->record.state = "running";
   task->record.started = now_milliseconds();
   task->handler = handlers_[worker.name];
+  task_metrics::queued(-1);
+  task_metrics::begun(task->record);
   return task;
 }
 
 void Task_Manager::run(const Live_Task_var& task) {
   store_->save(task->record);  // only this thread changes the record now
+  tell(task->record);
   Object result;
   bool done = false;
   {
@@ -235,6 +254,8 @@ void Task_Manager::finish(const Live_Task_var& task, const std::string& state, O
   ended.result = std::move(result);
   ended.finished = now_milliseconds();
   const bool stored = store_->save(ended);
+  task_metrics::ended(ended);
+  tell(ended);
   {
     std::lock_guard<std::mutex> guard(lock_);
     if (stored)
@@ -278,6 +299,13 @@ void Task_Manager::prune() {
   }
   const int64_t age = std::chrono::duration_cast<std::chrono::milliseconds>(options.max_age).count();
   store_->prune(options.max_tasks, age != 0 ? now_milliseconds() - age : 0);
+}
+
+/// So that the metrics know the last success of an earlier run.
+void Task_Manager::recall() {
+  std::vector<Task_Record> records;
+  if (!store_->list(0, records)) return;
+  for (const Task_Record& record : records) task_metrics::remembered(record);
 }
 
 bool Task_Manager::get(const std::string& id, Object& task) {

@@ -14,6 +14,7 @@
 #include "task/task_handler.h"
 
 class Task_Store;
+struct Task_Record;
 
 /**
  * Takes tasks, runs those of one handler name one after the other, and remembers how each of them ended.
@@ -76,6 +77,12 @@ class TESSARIN_API Task_Manager {
   /// registered when it begins to run, and holds it until it has ended.
   bool register_handler(const std::string& name, Task_Handler_var handler);
 
+  /// Is told of each task that has begun or ended, by the thread that runs it: it must return at once and not throw.
+  typedef std::function<void(const Task_Record& record)> Observer;
+
+  /// Sets who is told, in place of who was; empty: nobody. While no task is queued or running.
+  void observe(Observer observer);
+
   /**
    * Stores and queues a task. The work done here does not depend on the size of the job.
    *
@@ -119,7 +126,9 @@ class TESSARIN_API Task_Manager {
   void finish(const Live_Task_var& task, const std::string& state, json_spirit::Object result);
   void not_busy();
   void store_unsaved();
+  void tell(const Task_Record& record) const;
   void prune();
+  void recall();
 
   const std::unique_ptr<Task_Store> store_;
 
@@ -128,6 +137,7 @@ class TESSARIN_API Task_Manager {
 
   // Guarded by lock_, which is not held while the store is written.
   Options options_;
+  Observer observer_;  // changed while nothing runs, so it is called without the lock
   bool closing_ = false;
   int busy_ = 0;                                            // submissions and tasks under way
   std::map<std::string, Task_Handler_var> handlers_;        // by name

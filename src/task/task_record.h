@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "json_spirit/json_spirit_value.h"
+#include "kolt/export.h"
 
 /// What is known of a task beside its document. Times are milliseconds since 1970 UTC, 0 as long as it has not
 /// happened.
@@ -30,4 +31,4 @@ json_spirit::Object to_object(const Task_Record& record);
 std::string new_task_id();
 
 /// The present time as it stands in a record.
-int64_t now_milliseconds();
+TESSARIN_API int64_t now_milliseconds();

@@ -2,15 +2,19 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <atomic>
 #include <future>
+#include <mutex>
 #include <set>
 #include <stdexcept>
 #include <thread>
 #include <vector>
 
+#include "kolt/metrics.h"
 #include "support/log_capture.h"
 #include "task/task_context.h"
+#include "task/task_record.h"
 #include "task/test/function_handler.h"
 
 namespace {
@@ -462,6 +466,77 @@ TEST(Task_Manager, After_close_instance_the_process_gets_a_new_manager) {
   Task_Manager::close_instance();
   EXPECT_EQ(state_of(*Task_Manager::instance(), id), "unknown");
   Task_Manager::close_instance();
+}
+
+Object backup_document(const std::string& type) {
+  Object data;
+  data["type"] = "backup";
+  Object task = document(type);
+  task["data"] = data;
+  return task;
+}
+
+TEST(Task_Manager, The_observer_is_told_of_begin_and_end) {
+  std::mutex lock;
+  std::vector<std::string> told;
+  Task_Manager manager;
+  manager.observe([&](const Task_Record& record) {
+    const std::lock_guard guard(lock);
+    told.push_back(record.kind + " " + record.state + (record.ended() ? " ended" : ""));
+  });
+  manager.register_handler("job", handler(succeed));
+  manager.register_handler("bad", handler([](const Object&, Object&) { return false; }));
+  std::string id;
+  ASSERT_TRUE(manager.submit(backup_document("job"), id));
+  wait_for_end(manager, id);
+  ASSERT_TRUE(manager.submit(backup_document("bad"), id));
+  wait_for_end(manager, id);
+  manager.close();
+  EXPECT_EQ(told, (std::vector<std::string>{"backup running", "backup completed ended", "backup running",
+                                            "backup failed ended"}));
+}
+
+TEST(Task_Manager, The_context_knows_the_id_of_its_task) {
+  Task_Manager manager;
+  std::string seen;
+  manager.register_handler("job", handler([&](const Object&, Object&) {
+                             seen = Task_Context::current()->task_id();
+                             return true;
+                           }));
+  const std::string id = submit(manager, "job");
+  wait_for_end(manager, id);
+  EXPECT_EQ(seen, id);
+}
+
+/// The value of a series in the metrics of the process.
+double metric(const std::string& series) {
+  const std::string text = "\n" + kolt::metrics_text();
+  const size_t at = text.find("\n" + series + " ");
+  return at == std::string::npos ? -1 : std::stod(text.substr(at + series.size() + 2));
+}
+
+TEST(Task_Manager, Jobs_are_counted_by_type_and_state) {
+  const std::string completed = "tessarin_jobs_total{state=\"completed\",type=\"backup\"}";
+  const std::string last_success = "tessarin_job_last_success_timestamp_seconds{type=\"backup\"}";
+  Task_Manager manager;
+  Gate gate;
+  manager.register_handler("job", handler(gate.function()));
+  const double before = std::max(metric(completed), 0.0);
+  std::string first, second;
+  ASSERT_TRUE(manager.submit(backup_document("job"), first));
+  gate.entered.get_future().wait();
+  EXPECT_EQ(metric("tessarin_jobs_running{type=\"backup\"}"), 1);
+  manager.register_handler("job", handler(succeed));
+  ASSERT_TRUE(manager.submit(backup_document("job"), second));
+  EXPECT_EQ(metric("tessarin_jobs_queued"), 1);
+  gate.open.set_value();
+  wait_for_end(manager, second);
+  manager.close();
+  EXPECT_EQ(metric(completed), before + 2);
+  EXPECT_EQ(metric("tessarin_jobs_running{type=\"backup\"}"), 0);
+  EXPECT_EQ(metric("tessarin_jobs_queued"), 0);
+  EXPECT_NEAR(metric(last_success), static_cast<double>(now_milliseconds()) / 1000, 60);
+  EXPECT_GE(metric("tessarin_job_duration_seconds_count{type=\"backup\"}"), 2);
 }
 
 }  // namespace
