@@ -11,6 +11,7 @@
 #include "client_io/back_off.h"
 #include "client_io/held_failure.h"
 #include "kolt/clock.h"
+#include "kolt/metrics.h"
 
 namespace client_io {
 
@@ -20,6 +21,9 @@ using std::chrono::milliseconds;
 
 constexpr unsigned int longest_wait = 60;  // seconds
 constexpr milliseconds slice(250);         // between two looks for a cancel
+
+const kolt::Counter patience_retries("tessarin_storage_retries_total",
+                                     "Operations of the storage that were tried again after a failure.");
 
 }  // namespace
 
@@ -54,6 +58,7 @@ bool Patience::run(Kind kind, const std::function<bool()>& attempt) {
     const int error = errno;
     if (may_pass(error, kind) && seconds_ > 0 && !canceled_ && !in_vain_) {
       tell_away(failure.line(), error);
+      patience_retries.add();
       if (wait(back_off.next())) continue;
       if (canceled_) {
         errno = ECANCELED;

@@ -9,6 +9,7 @@
 #include "client_io/s3_failure.h"
 #include "http/http_retry.h"
 #include "kolt/clock.h"
+#include "kolt/metrics.h"
 #include "kolt/printable.h"
 
 namespace client_io {
@@ -19,6 +20,9 @@ constexpr unsigned longest_wait = 32;  // seconds
 constexpr std::chrono::milliseconds wait_slice{100};
 // How long an answer may take that is only waited for to clean up after a cancel.
 constexpr std::chrono::seconds patience_after_cancel{3};
+
+const kolt::Counter s3_retries("tessarin_storage_retries_total",
+                               "Operations of the storage that were tried again after a failure.");
 
 // A word of the service as it may stand in a log line.
 std::string s3_word(const std::string& text) {
@@ -79,6 +83,7 @@ bool S3_Session::send(const S3_Request& request, S3_Result& result) {
       return false;
     }
     result.repeated = true;
+    s3_retries.add();
     ACE_DEBUG((LM_INFO, ACE_TEXT("%C of object \"%C\" in \"%C\" failed (%C), again in %d second(s).\n"), request.method,
                printable(request.name).c_str(), printable(settings_.root).c_str(), result.reason.c_str(),
                static_cast<int>(std::chrono::ceil<std::chrono::seconds>(*span).count())));

@@ -4,6 +4,7 @@
 #include <new>
 
 #include "client_io/encrypted_client_io.h"
+#include "client_io/metered_client_io.h"
 #include "client_io/rate_limited_client_io.h"
 #include "client_io/retrying_client_io.h"
 
@@ -16,6 +17,10 @@ typedef std::unique_ptr<Client_IO_Base> Client;
 Client limited(Client client, const Rate_Limits& limits) {
   if (!client || (limits.dest_rate_limits.empty() && limits.src_rate_limits.empty())) return client;
   return Client(new (std::nothrow) Rate_Limited_Client_IO(std::move(client), limits));
+}
+
+Client metered_driver(Client driver) {
+  return Client(new (std::nothrow) Metered_Client_IO(std::move(driver)));
 }
 
 Client retrying(Client client, const Client_IO_Base::Options& options) {
@@ -38,7 +43,7 @@ std::unique_ptr<Client_IO_Base> wrap_driver(std::unique_ptr<Client_IO_Base> driv
                                             bool repeats_itself) {
   if (!driver) return nullptr;
   errno = ENOMEM;
-  Client client = limited(std::move(driver), options.rate_limits);
+  Client client = limited(metered_driver(std::move(driver)), options.rate_limits);
   if (!repeats_itself) client = retrying(std::move(client), options);
   return encrypted(std::move(client), std::move(encryption));
 }
