@@ -10,6 +10,7 @@
 #include <boost/beast/core/flat_buffer.hpp>
 #include <boost/beast/http.hpp>
 #include <boost/beast/websocket/rfc6455.hpp>
+#include <string>
 #include <string_view>
 
 #include "ace/Log_Msg.h"
@@ -17,6 +18,7 @@
 #include "http/beast_stream.h"
 #include "http/pending_answer.h"
 #include "http/websocket_session.h"
+#include "kolt/metrics.h"
 
 namespace http_server {
 
@@ -27,6 +29,17 @@ namespace {
 typedef http::request_parser<http::string_body> Parser;
 typedef http::response<http::string_body> Response;
 
+const kolt::Gauge open_connections("tessarin_http_connections", "Peers that are connected to the channel.");
+const kolt::Counter refused_connections("tessarin_http_connections_refused_total",
+                                        "Connections to the channel for which there was no place.");
+
+kolt::Counter responses(unsigned status) {
+  return kolt::Counter("tessarin_http_responses_total", "Answers of the channel, by status.",
+                       {{"code", std::to_string(status)}});
+}
+
+const kolt::Counter good_responses = responses(200);
+
 /// One peer. All operations run on the strand of the socket.
 class Connection : public std::enable_shared_from_this<Connection> {
  public:
@@ -36,8 +49,13 @@ class Connection : public std::enable_shared_from_this<Connection> {
         token_(std::move(token)),
         stream_(std::move(socket)),
         buffer_(limits_.head_bytes + 16 * 1024),
-        answer_timer_(stream_.get_executor()) {}
-  ~Connection() { shared_.table.leave(place_); }
+        answer_timer_(stream_.get_executor()) {
+    open_connections.add(1);
+  }
+  ~Connection() {
+    shared_.table.leave(place_);
+    open_connections.add(-1);
+  }
 
   void start(const std::string& peer);
 
@@ -78,6 +96,7 @@ void Connection::start(const std::string& peer) {
   };
   place_ = shared_.table.admit(peer, std::move(close));
   if (place_ == 0) {
+    refused_connections.add();
     ACE_ERROR((LM_ERROR, ACE_TEXT("Connection of %C refused: too many.\n"), peer.c_str()));
     return;
   }
@@ -261,6 +280,7 @@ net::awaitable<bool> Connection::refuse(unsigned status, bool keep_alive) {
 
 // Callers name the content: GCC 12 destroys a braced temporary of a coroutine's argument twice.
 net::awaitable<bool> Connection::answer(HTTP_Content content, bool keep_alive) {
+  responses(content.status).add();
   Response response(static_cast<http::status>(content.status), 11);
   response.keep_alive(keep_alive);
   if (content.status == 401) response.set(http::field::www_authenticate, "Bearer");

@@ -8,6 +8,7 @@
 #include "json_spirit/dump.h"
 #include "json_spirit/json_reader.h"
 #include "kolt/clock.h"
+#include "kolt/metrics.h"
 #include "kolt/printable.h"
 
 using json_spirit::Value;
@@ -62,6 +63,21 @@ void log_repetition(const HTTP_Request& request, const HTTP_Response& response, 
              static_cast<int>(wait.count()), why.c_str()));
 }
 
+kolt::Counter api_requests(const char* verb, const std::string& code) {
+  return kolt::Counter("tessarin_api_requests_total",
+                       "Requests to the API server and other agents, by their answers; \"none\": there was none.",
+                       {{"verb", verb}, {"code", code}});
+}
+
+// A series that is there from the start shows its first event as a rise.
+const kolt::Counter unanswered_requests[] = {api_requests("GET", "none"), api_requests("POST", "none"),
+                                             api_requests("PATCH", "none"), api_requests("DELETE", "none")};
+
+void count_request(const HTTP_Request& request, const HTTP_Exchange_Result& result, const HTTP_Response& response) {
+  const bool answered = result.outcome == HTTP_OUTCOME_ANSWERED;
+  api_requests(http_method_string(request.method()), answered ? std::to_string(response.status()) : "none").add();
+}
+
 }  // namespace
 
 JSON_HTTP_Session::JSON_HTTP_Session(HTTP_Session_var session, int retries, int retry_timeout, int flags)
@@ -105,6 +121,7 @@ JSON_HTTP_Session::Result JSON_HTTP_Session::send(HTTP_Request& request, const V
   for (;;) {
     Reply_Body answer(reply != nullptr);
     const HTTP_Exchange_Result result = session_->exchange(request, text ? &text->str() : nullptr, response, answer);
+    count_request(request, result, response);
     log_warnings(response);
     const auto wait = retry.next(result.outcome, response);
     if (wait) {

@@ -6,8 +6,16 @@
 #include "ace/Log_Msg.h"
 #include "ace/Singleton.h"
 #include "kolt/check_macros.h"
+#include "kolt/metrics.h"
 
 typedef ACE_Unmanaged_Singleton<JSON_RPC_Thread_Pool, ACE_Thread_Mutex> Thread_Pool_Singleton;
+
+namespace {
+
+const kolt::Gauge queued_requests("tessarin_rpc_queued_requests",
+                                  "Requests that wait for a thread of the JSON-RPC pool.");
+
+}  // namespace
 
 JSON_RPC_Thread_Pool* JSON_RPC_Thread_Pool::instance() {
   return Thread_Pool_Singleton::instance();
@@ -42,5 +50,11 @@ int JSON_RPC_Thread_Pool::close() {
 
 int JSON_RPC_Thread_Pool::schedule(const ACE_Time_Value& abs_timeout, const Thread_Pool_Helper::function_type& f) {
   KOLT_RETURN_IF_NULL(pool_, -1);
-  return pool_->schedule(abs_timeout, f);
+  queued_requests.add(1);
+  const int result = pool_->schedule(abs_timeout, [f] {
+    queued_requests.add(-1);
+    f();
+  });
+  if (result == -1) queued_requests.add(-1);
+  return result;
 }

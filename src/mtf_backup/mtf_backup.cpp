@@ -4,6 +4,7 @@
 
 #include "ace/Log_Msg.h"
 #include "mtf_backup/backup/backup_run.h"
+#include "mtf_backup/run/run_metrics.h"
 #include "mtf_backup/run/run_threads.h"
 #include "task/task_context.h"
 
@@ -30,5 +31,6 @@ bool MTF_Backup::backup(const std::string& name) {
     ACE_ERROR((LM_ERROR, ACE_TEXT("Out of memory.\n")));
     err_code_ = MTF::E_FAILED;
   }
+  MTF_BACKUP::count_run("backup", err_code_);
   return err_code_ == MTF::E_OK;
 }

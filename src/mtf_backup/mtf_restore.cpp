@@ -6,6 +6,7 @@
 #include "ace/Log_Msg.h"
 #include "kolt/check_macros.h"
 #include "mtf_backup/restore/restore_run.h"
+#include "mtf_backup/run/run_metrics.h"
 #include "mtf_backup/run/run_threads.h"
 #include "task/task_context.h"
 
@@ -35,6 +36,7 @@ bool MTF_Restore::restore(const std::string& name) {
     restore_.reset();
   }
   if (restore_ && restore_->canceled() && Task_Context::current()) Task_Context::current()->set_canceled();
+  MTF_BACKUP::count_run("restore", err_code());
   return ok;
 }
 

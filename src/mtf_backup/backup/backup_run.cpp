@@ -149,7 +149,7 @@ bool Backup_Run::move_data() {
   Read_Ahead read_ahead(sources_, state_, settings_.read_ahead_always);
   Entry_Collector collector(*catalog_, record_.sources, state_);
   Source_Walker walker(sources_, settings_.callback_factory, base_.get(), queue, read_ahead, state_);
-  Progress_Reporter progress(handler_, state_);
+  Progress_Reporter progress(handler_, state_, "backup");
   {
     const Source_Meter meter(sources_, state_);
     Run_Threads threads(state_, log_callback_);

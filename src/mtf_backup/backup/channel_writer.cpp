@@ -67,6 +67,7 @@ bool Channel_Writer::write(Work_Batch& batch, Batch_Result& result) {
     const Outcome outcome = put(item, entry);
     if (outcome == STOPPED) return false;
     const bool saved = outcome == SAVED && !(entry.flags & CAT_SKIPPED) && !moved_;
+    job_.state.files += saved && !S_ISDIR(item.stat.mode);
     if (!saved && item.stat.nlink > 1 && item.hard_link_target.empty()) result.lost.push_back(inode_of(item.stat));
     if (outcome == SAVED) result.entries.push_back(std::move(entry));
   }

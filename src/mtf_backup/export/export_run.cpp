@@ -35,7 +35,7 @@ MTF::Error_Code Export_Run::run(const std::string& dir) {
   Medium_Set media(*settings_.channel_factory, record_, dir, workers);
   Catalog_Reader catalog(*storage_, dir, record_.set_uuid, object ? object->size : 0);
   state_.total = record_.summary.total_size;
-  Progress_Reporter progress(handler_, state_);
+  Progress_Reporter progress(handler_, state_, "export");
   {
     Run_Threads threads(state_, nullptr);
     threads.start([&] { write(catalog, media); });

@@ -36,7 +36,10 @@ void File_Restorer::run() {
   while (queue_.pop(batch)) {
     for (const Restore_Item& item : batch) {
       if (job_.state.stopping()) return;
-      if (!restore(item)) failed(item, errno);
+      if (restore(item))
+        ++job_.state.files;
+      else
+        failed(item, errno);
     }
   }
 }

@@ -92,7 +92,7 @@ MTF::Error_Code Restore_Run::move_data() {
   Link_Plan links(job, lookup);
   Restore_Planner planner(job, catalog, links, queue);
   Restore_Finisher finisher(job, catalog, links, *callback);
-  Progress_Reporter progress(handler_, state_);
+  Progress_Reporter progress(handler_, state_, "restore");
   const auto run_threads = [&](const std::vector<std::function<void()>>& bodies) {
     Run_Threads threads(state_, log_callback_);
     for (const auto& body : bodies) threads.start(body);

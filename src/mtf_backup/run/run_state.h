@@ -33,6 +33,7 @@ class Run_State {
   std::atomic<uint64_t> total{0};      ///< bytes to do, as far as the run itself has seen them
   std::atomic<uint64_t> expected{0};   ///< bytes to do as counted beforehand; 0: not known
   std::atomic<uint64_t> processed{0};  ///< bytes done
+  std::atomic<uint64_t> files{0};      ///< entries moved that are no directories
 
  private:
   std::atomic<bool> stopping_{false};

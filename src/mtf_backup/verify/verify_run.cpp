@@ -71,7 +71,7 @@ void Verify_Run::check(const std::string& dir) {
   Medium_Set media(*factory_, record_, dir, workers);
   Verify_Job job{settings_, record_, media, state_, findings_};
   Set_Check set(*storage_, record_, dir, findings_);
-  Progress_Reporter progress(handler_, state_);
+  Progress_Reporter progress(handler_, state_, "verify");
   Queues queues;
   const auto stop = [&] {
     for (auto& queue : queues) queue->abort();
