@@ -3,30 +3,18 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <cstdio>
-#include <ctime>
 #include <string>
 
 #include "ace/Log_Msg.h"
 #include "ace/Log_Record.h"
-#include "kolt/redact.h"
 
-namespace {
-
-std::string head_of(const ACE_Log_Record& record) {
-  const ACE_Time_Value moment = record.time_stamp();
-  const time_t seconds = moment.sec();
-  struct tm utc;
-  ::gmtime_r(&seconds, &utc);
-  char day[32];
-  std::strftime(day, sizeof day, "%Y-%m-%dT%H:%M:%S", &utc);
-  const char* const priority = ACE_Log_Record::priority_name(static_cast<ACE_Log_Priority>(record.type()));
-  char head[96];
-  std::snprintf(head, sizeof head, "%s.%03ldZ %s ", day, static_cast<long>(moment.usec() / 1000), priority);
-  return head;
+Log_Sink::Log_Sink(int fd, Format format) : fd_(fd), format_(format) {
+  for (const ACE_Log_Priority priority : {LM_TRACE, LM_DEBUG, LM_INFO, LM_NOTICE, LM_WARNING, LM_STARTUP, LM_ERROR,
+                                          LM_CRITICAL, LM_ALERT, LM_EMERGENCY}) {
+    lines_.try_emplace(priority, "tessarin_log_messages_total", "Lines of the log.",
+                       kolt::Metric_Labels{{"priority", ACE_Log_Record::priority_name(priority)}});
+  }
 }
-
-}  // namespace
 
 void Log_Sink::install() {
   ACE_LOG_MSG->msg_backend(this);
@@ -52,8 +40,9 @@ int Log_Sink::close() {
 }
 
 ssize_t Log_Sink::log(ACE_Log_Record& record) {
-  std::string line = head_of(record) + redact_secrets(record.msg_data());
-  if (line.back() != '\n') line += '\n';
+  const auto counter = lines_.find(record.type());
+  if (counter != lines_.end()) counter->second.add();
+  const std::string line = format_(record);
   ssize_t written;
   do written = ::write(fd_, line.data(), line.size());
   while (written == -1 && errno == EINTR);

@@ -1,12 +1,19 @@
 #pragma once
 
-#include "ace/Log_Msg_Backend.h"
+#include <map>
+#include <string>
 
-/// The one place where the agent's log leaves the process: each line goes to a descriptor with time (UTC) and priority,
-/// and with secrets masked, whatever its priority. Threads: any; a line is written in one piece.
+#include "ace/Log_Msg_Backend.h"
+#include "kolt/metrics.h"
+#include "websvcs/log_line.h"
+
+/// The one place where the agent's log leaves the process: each line goes to a descriptor in the form that is asked
+/// for, and with secrets masked, whatever its priority. Threads: any; a line is written in one piece.
 class Log_Sink : public ACE_Log_Msg_Backend {
  public:
-  explicit Log_Sink(int fd) : fd_(fd) {}
+  typedef std::string (*Format)(const ACE_Log_Record& record);
+
+  explicit Log_Sink(int fd, Format format = text_log_line);
 
   /// Makes this the process's only log, until the object's end.
   void install();
@@ -19,4 +26,6 @@ class Log_Sink : public ACE_Log_Msg_Backend {
 
  private:
   const int fd_;
+  const Format format_;
+  std::map<unsigned long, kolt::Counter> lines_;  // by priority; made before the first line: to make one may log
 };

@@ -34,7 +34,7 @@ int main(int argc, char* argv[]) {
   int exit_code = EXIT_FAILURE;
   if (!options.parse(argc, argv, exit_code)) return exit_code;
 
-  Log_Sink sink(STDERR_FILENO);
+  Log_Sink sink(STDERR_FILENO, options.json_log ? json_log_line : text_log_line);
   sink.install();
   if (!forbid_core_dumps() || ::chdir("/") == -1) {
     ACE_ERROR_RETURN((LM_ERROR, ACE_TEXT("Failed to set up the process: %m\n")), EXIT_FAILURE);

@@ -4,10 +4,13 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <thread>
 
 #include "ace/Log_Msg.h"
+#include "json_spirit/json_spirit_value.h"
+#include "task/task_context.h"
 
 using testing::HasSubstr;
 using testing::Not;
@@ -15,11 +18,11 @@ using testing::Not;
 namespace {
 
 /// What comes out of a sink while the function runs.
-std::string logged(void (*lines)()) {
+std::string logged(void (*lines)(), Log_Sink::Format format = text_log_line) {
   int ends[2];
   EXPECT_EQ(0, pipe(ends));
   {
-    Log_Sink sink(ends[1]);
+    Log_Sink sink(ends[1], format);
     sink.install();
     lines();
   }
@@ -57,6 +60,55 @@ TEST(Log_Sink_Test, LinesOfOtherThreadsComeTheSameWay) {
   const std::string text =
       logged([] { std::thread([] { ACE_ERROR((LM_ERROR, ACE_TEXT("{\"key\":\"canary\"} of a thread\n"))); }).join(); });
   EXPECT_THAT(text, HasSubstr("of a thread"));
+  EXPECT_THAT(text, Not(HasSubstr("canary")));
+}
+
+json_spirit::Object json_logged(void (*lines)()) {
+  const std::string text = logged(lines, json_log_line);
+  EXPECT_EQ(1, std::count(text.begin(), text.end(), '\n')) << text;
+  json_spirit::Value line;
+  EXPECT_TRUE(json_spirit::loads_json(text, line)) << text;
+  return line.type() == json_spirit::obj_type ? line.get_obj() : json_spirit::Object();
+}
+
+std::string member(const json_spirit::Object& object, const char* name) {
+  std::string text;
+  json_spirit::object_get(object, name, text);
+  return text;
+}
+
+TEST(Log_Sink_Test, JsonLineIsAnObjectWithTimePriorityMessageAndThread) {
+  const auto line = json_logged([] { ACE_ERROR((LM_ERROR, ACE_TEXT("Failed to do %d.\n"), 7)); });
+  EXPECT_THAT(member(line, "time"), testing::MatchesRegex("[0-9]+-[0-9]+-[0-9]+T[0-9]+:[0-9]+:[0-9]+\\.[0-9]+Z"));
+  EXPECT_EQ("LM_ERROR", member(line, "priority"));
+  EXPECT_EQ("Failed to do 7.", member(line, "message"));
+  EXPECT_EQ(1u, line.count("thread"));
+  EXPECT_EQ(0u, line.count("task"));
+}
+
+TEST(Log_Sink_Test, JsonLineNamesTheTaskOfItsThread) {
+  const auto line = json_logged([] {
+    Task_Context context("job-7");
+    const Task_Context::Attach attach(&context);
+    ACE_ERROR((LM_ERROR, ACE_TEXT("Failed.\n")));
+  });
+  EXPECT_EQ("job-7", member(line, "task"));
+}
+
+TEST(Log_Sink_Test, JsonLineStaysOneLineWhateverTheMessageHolds) {
+  const auto line = json_logged([] { ACE_ERROR((LM_ERROR, ACE_TEXT("%C\n"), "a\n\"b\"\t\xff\\")); });
+  EXPECT_EQ("a\n\"b\"\t\xef\xbf\xbd\\", member(line, "message"));
+}
+
+TEST(Log_Sink_Test, JsonLineMasksSecrets) {
+  const std::string text = logged(
+      [] {
+        ACE_ERROR((LM_ERROR, ACE_TEXT("params {\"key\":\"canary\",\"text\":\"{\\\"password\\\":\\\"canary\\\"}\"}\n")));
+        ACE_ERROR((LM_DEBUG, ACE_TEXT("Authorization: Bearer canary\n")));
+        ACE_ERROR((LM_ERROR, ACE_TEXT("x-amz-security-token: canary\nCookie: canary\n")));
+      },
+      json_log_line);
+  EXPECT_THAT(text, HasSubstr("params"));
   EXPECT_THAT(text, Not(HasSubstr("canary")));
 }
 
