@@ -117,7 +117,9 @@ int Agent::open_channel() {
   JSON_RPC_Service::Options service_options;
   service_options.max_batch = options_.max_batch;
   service_ = std::make_unique<JSON_RPC_Service>(*JSON_RPC_Dispatcher::instance(), service_options);
+  pages_ = std::make_unique<Agent_Pages>(options_, state_.path());
   server_ = std::make_unique<HTTP_Server>(*service_, options);
+  pages_->add_to(*server_);
   if (server_->listen_unix(options_.socket) == -1) return -1;
   ACE_DEBUG((LM_INFO, ACE_TEXT("Listening on '%C'.\n"), options_.socket.c_str()));
   if (!options_.listen_address.empty()) {
@@ -127,7 +129,7 @@ int Agent::open_channel() {
     ACE_DEBUG((LM_INFO, ACE_TEXT("Listening on %C port %d, token in '%C'.\n"), options_.listen_address.c_str(),
                static_cast<int>(server_->port()), state_.file("token").c_str()));
   }
-  return server_->start();
+  return pages_->start() == -1 ? -1 : server_->start();
 }
 
 void Agent::run() {
@@ -145,6 +147,7 @@ void Agent::run() {
 // The plug-in's code is in use until the last task, handler and queued request are gone.
 void Agent::close() {
   server_.reset();
+  pages_.reset();
   Task_Manager::instance()->close(cancel_running_job);
   JSON_RPC_Thread_Pool::instance()->close();
   Task_Manager::close_instance();

@@ -6,6 +6,7 @@
 #include "json_rpc/json_rpc_service.h"
 #include "websvcs/agent_methods.h"
 #include "websvcs/agent_options.h"
+#include "websvcs/agent_pages.h"
 #include "websvcs/leftovers.h"
 #include "websvcs/state_dir.h"
 
@@ -41,5 +42,6 @@ class Agent {
   std::unique_ptr<Agent_Method> tasks_;
   bool services_open_ = false;
   std::unique_ptr<JSON_RPC_Service> service_;
+  std::unique_ptr<Agent_Pages> pages_;
   std::unique_ptr<HTTP_Server> server_;
 };
