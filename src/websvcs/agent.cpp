@@ -15,6 +15,7 @@
 #include "json_rpc/json_rpc_thread_pool.h"
 #include "kolt/trusted_file.h"
 #include "task/task_manager.h"
+#include "websvcs/event_session.h"
 
 namespace {
 
@@ -76,12 +77,26 @@ int Agent::open() {
   if (state_.open(options_.state_dir) == -1) return -1;
   leftovers_.sweep();
   if (!Task_Manager::instance()->open(state_.file("tasks.db"))) return -1;
+  if (open_events() == -1) return -1;
   if (JSON_RPC_Thread_Pool::instance()->open("json_rpc", pool_threads, pool_queue, 0, options_.answer_timeout) == -1) {
     return -1;
   }
   if (load_methods() == -1 || bind_own_methods() == -1 || open_channel() == -1) return -1;
   ACE_DEBUG((LM_INFO, ACE_TEXT("tessarin-agent %C is ready.\n"), TESSARIN_VERSION));
   return 0;
+}
+
+// Outside of a pod there is nothing that an event could be about.
+int Agent::open_events() {
+  auto pod = Agent_Pod::from_environment();
+  if (!pod) return 0;
+  events_ = std::make_unique<Job_Events>(std::move(*pod), []() -> std::unique_ptr<K8S_Session> {
+    auto session = std::make_unique<Event_Session>();
+    if (!session->init()) return nullptr;
+    return session;
+  });
+  Task_Manager::instance()->observe([this](const Task_Record& record) { events_->tell(record); });
+  return events_->start();
 }
 
 int Agent::bind_own_methods() {
@@ -151,6 +166,7 @@ void Agent::close() {
   Task_Manager::instance()->close(cancel_running_job);
   JSON_RPC_Thread_Pool::instance()->close();
   Task_Manager::close_instance();
+  events_.reset();
   if (services_open_) ACE_Service_Config::close();
   JSON_RPC_Dispatcher::close_instance();
   JSON_RPC_Thread_Pool::close_instance();

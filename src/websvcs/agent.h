@@ -7,6 +7,7 @@
 #include "websvcs/agent_methods.h"
 #include "websvcs/agent_options.h"
 #include "websvcs/agent_pages.h"
+#include "websvcs/job_events.h"
 #include "websvcs/leftovers.h"
 #include "websvcs/state_dir.h"
 
@@ -32,6 +33,7 @@ class Agent {
 
  private:
   int open_channel();
+  int open_events();
   int load_methods();
   int bind_own_methods();
 
@@ -42,6 +44,7 @@ class Agent {
   std::unique_ptr<Agent_Method> tasks_;
   bool services_open_ = false;
   std::unique_ptr<JSON_RPC_Service> service_;
+  std::unique_ptr<Job_Events> events_;
   std::unique_ptr<Agent_Pages> pages_;
   std::unique_ptr<HTTP_Server> server_;
 };
