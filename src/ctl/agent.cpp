@@ -20,6 +20,7 @@ namespace {
 constexpr char path[] = "/d2/jr";
 constexpr char unix_prefix[] = "unix://";
 constexpr long connect_seconds = 10;
+constexpr long page_seconds = 60;
 /// An answer longer than this is none of ours.
 constexpr size_t max_answer = 256u << 20;
 
@@ -55,7 +56,7 @@ bool is_this_machine(const std::string& url) {
 
 }  // namespace
 
-/// POSTs over one connection that is kept.
+/// POSTs and GETs over one connection that is kept.
 class Agent::Http {
  public:
   Http(const std::string& url, const std::string& token) : curl_(curl_easy_init()) {
@@ -65,9 +66,9 @@ class Agent::Http {
     if (!token.empty()) add_header(("Authorization: Bearer " + token).c_str());
     if (begins_with(url, unix_prefix)) {
       set(CURLOPT_UNIX_SOCKET_PATH, url.substr(sizeof unix_prefix - 1).c_str());
-      set(CURLOPT_URL, (std::string("http://localhost") + path).c_str());
+      base_ = "http://localhost";
     } else {
-      set(CURLOPT_URL, (url.substr(0, url.find_last_not_of('/') + 1) + path).c_str());
+      base_ = url.substr(0, url.find_last_not_of('/') + 1);
     }
     set(CURLOPT_PROTOCOLS_STR, "http,https");
     set(CURLOPT_PROXY, "");  // the environment's proxy is not for the agent, and must not see the token
@@ -85,19 +86,33 @@ class Agent::Http {
 
   /// The answer's body; its status goes to @a status. False if there is none: error() tells why.
   bool post(const std::string& body, long seconds, long& status) {
-    answer_.clear();
-    error_[0] = '\0';
     set(CURLOPT_POSTFIELDSIZE_LARGE, static_cast<curl_off_t>(body.size()));
     set(CURLOPT_POSTFIELDS, body.c_str());
-    set(CURLOPT_TIMEOUT, seconds);
-    code_ = curl_easy_perform(curl_);
-    curl_easy_getinfo(curl_, CURLINFO_RESPONSE_CODE, &status);
-    return code_ == CURLE_OK;
+    return perform(path, seconds, status);
+  }
+  /// As post().
+  bool get(const std::string& page, long seconds, long& status) {
+    set(CURLOPT_HTTPGET, 1L);
+    return perform(page, seconds, status);
+  }
+  std::string type() const {
+    const char* text = nullptr;
+    curl_easy_getinfo(curl_, CURLINFO_CONTENT_TYPE, &text);
+    return text ? text : "";
   }
   const std::string& answer() const { return answer_; }
   std::string error() const { return error_[0] != '\0' ? error_ : curl_easy_strerror(code_); }
 
  private:
+  bool perform(const std::string& at, long seconds, long& status) {
+    answer_.clear();
+    error_[0] = '\0';
+    set(CURLOPT_URL, (base_ + at).c_str());
+    set(CURLOPT_TIMEOUT, seconds);
+    code_ = curl_easy_perform(curl_);
+    curl_easy_getinfo(curl_, CURLINFO_RESPONSE_CODE, &status);
+    return code_ == CURLE_OK;
+  }
   template <typename T>
   void set(CURLoption option, T value) {
     const CURLcode code = curl_easy_setopt(curl_, option, value);
@@ -106,6 +121,7 @@ class Agent::Http {
   void add_header(const char* header) { headers_ = curl_slist_append(headers_, header); }
 
   CURL* const curl_;
+  std::string base_;  // of all URLs
   curl_slist* headers_ = nullptr;
   CURLcode code_ = CURLE_OK;
   std::string answer_;
@@ -155,6 +171,15 @@ Value Agent::call(const std::string& method, const Object& params, std::chrono::
   Value* const result = json_spirit::object_get_value(answer, "result");
   if (result == nullptr) throw Failure(exit_unreachable, "The answer from " + url_ + " has no result.");
   return std::move(*result);
+}
+
+Agent::Page Agent::get(const std::string& path) {
+  Page page;
+  if (!http_->get(path, page_seconds, page.status))
+    throw Failure(exit_unreachable, "No answer from the agent at " + url_ + ": " + http_->error() + ".");
+  page.type = http_->type();
+  page.body = http_->answer();
+  return page;
 }
 
 }  // namespace ctl

@@ -30,6 +30,21 @@ class Agent {
   json_spirit::Value call(const std::string& method, const json_spirit::Object& params,
                           std::chrono::seconds timeout = std::chrono::seconds(60));
 
+  /// A page of the agent as it stands there.
+  struct Page {
+    long status = 0;
+    std::string type;
+    std::string body;
+  };
+
+  /**
+   * Reads a page with GET.
+   *
+   * @param path      begins with '/'.
+   * @throws Failure  exit_unreachable: no connection, or no answer within 60 seconds.
+   */
+  Page get(const std::string& path);
+
  private:
   class Http;
 

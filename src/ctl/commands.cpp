@@ -10,6 +10,7 @@
 
 #include "ctl/agent.h"
 #include "ctl/cluster_commands.h"
+#include "ctl/dashboard.h"
 #include "ctl/given_pool.h"
 #include "ctl/human.h"
 #include "ctl/interrupt.h"
@@ -220,14 +221,19 @@ Exit_Code secret_encrypt(const Options& options, std::ostream& out, std::ostream
   return exit_ok;
 }
 
+Exit_Code dashboard(const Options& options, std::ostream& out, std::ostream&) {
+  return run_dashboard(options, out);
+}
+
 }  // namespace
 
 Exit_Code run_command(const Options& options, std::ostream& out, std::ostream& err) {
   if (options.cluster.asked) return cluster_commands().at(options.command)(options, out, err);
   if (options.sets.asked) return sets_commands().at(options.command)(options, out, err);
   static const std::map<std::string, Command> commands = {
-      {"backup", backup}, {"restore", restore}, {"jobs", jobs}, {"status", status},
-      {"cancel", cancel}, {"size", size},       {"info", info}, {"secret encrypt", secret_encrypt}};
+      {"backup", backup},      {"restore", restore}, {"jobs", jobs}, {"status", status},
+      {"cancel", cancel},      {"size", size},       {"info", info}, {"secret encrypt", secret_encrypt},
+      {"dashboard", dashboard}};
   return commands.at(options.command)(options, out, err);
 }
 

@@ -105,6 +105,10 @@ void add_others(CLI::App& app, Options& options) {
   size->add_option("PATTERN", options.patterns, "shell pattern, quoted")->required()->expected(1);
 
   add_command(app, options, "info", "Show the agent");
+
+  CLI::App* const dashboard =
+      add_command(app, options, "dashboard", "Show the agent's status page to a browser on this machine, until ^C");
+  dashboard->add_option("--port", options.port, "of 127.0.0.1; default: any that is free");
 }
 
 void add_secret(CLI::App& app, Options& options) {

@@ -37,6 +37,7 @@ struct Options {
   std::string job;
   bool watch = false;
   unsigned limit = 20;
+  uint16_t port = 0;  ///< of "dashboard"; 0: any
 
   std::string public_key;  ///< of "secret encrypt": PEM file
 
