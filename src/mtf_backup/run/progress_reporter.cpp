@@ -21,9 +21,15 @@ kolt::Counter moved_files(const char* operation) {
                        {{"operation", operation}});
 }
 
+kolt::Gauge mover_speed(const char* operation) {
+  return kolt::Gauge("tessarin_speed_bytes_per_second", "Speed of the run under way, 0 without one.",
+                     {{"operation", operation}});
+}
+
 // They are there before the first run, so that what it moves shows as a rise.
 const kolt::Counter known_movers[] = {moved_bytes("backup"), moved_bytes("restore"), moved_files("backup"),
                                       moved_files("restore")};
+const kolt::Gauge known_speeds[] = {mover_speed("backup"), mover_speed("restore")};
 
 }  // namespace
 
@@ -33,8 +39,7 @@ Progress_Reporter::Progress_Reporter(MTF::Event_Handler_var handler, Run_State& 
       last_time_(Clock::now()),
       bytes_(moved_bytes(operation)),
       files_(moved_files(operation)),
-      speed_gauge_("tessarin_speed_bytes_per_second", "Speed of the run under way, 0 without one.",
-                   {{"operation", operation}}) {}
+      speed_gauge_(mover_speed(operation)) {}
 
 Progress_Reporter::~Progress_Reporter() {
   count();
