@@ -11,7 +11,8 @@ import re
 import sys
 
 ROOT = pathlib.Path(__file__).resolve().parent.parent
-NAMERS = ["deploy/grafana-dashboard.json", "deploy/prometheus-rules.yaml", "doc/monitoring.md"]
+NAMERS = ["deploy/grafana-dashboard.json", "deploy/prometheus-rules.yaml", "deploy/chart/tessarin/templates/monitoring.yaml",
+          "doc/monitoring.md"]
 
 NAME = r"[a-zA-Z_:][a-zA-Z0-9_:]*"
 LABEL = r'[a-zA-Z_][a-zA-Z0-9_]*="(?:[^"\\\n]|\\["\\n])*"'
