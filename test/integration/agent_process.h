@@ -35,7 +35,6 @@ class Agent_Process {
   json_spirit::Value call(const std::string& method, const json_spirit::Object& params);
   /// A page of the agent.
   ctl::Agent::Page get(const std::string& path) { return client_->get(path); }
-  pid_t pid() const { return pid_; }
   /// Submits a job and returns its id.
   std::string submit(const std::string& method, const json_spirit::Object& params);
   /// The task as "agent.tasks" tells it.
