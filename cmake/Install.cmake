@@ -32,7 +32,7 @@ set(CPACK_PACKAGE_CONTACT "Tessarin developers <tessarin@example.com>")
 set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "Kubernetes support of a backup agent")
 set(CPACK_PACKAGE_DESCRIPTION
   "An agent on each node finds the data of persistent volumes, binds it\nread-only and streams it to a storage pool as backup sets, and brings\nit back. Programs drive it by JSON-RPC, people by tessarinctl.")
-set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
+set(CPACK_INSTALL_PREFIX /usr)
 set(CPACK_SET_DESTDIR ON)
 set(CPACK_STRIP_FILES ON)
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)

@@ -125,7 +125,7 @@ class Package(With_Place):
 
     def test_is_made_for_usr_by_the_tools_of_debian(self):
         self.assertEqual(self.config("CPACK_GENERATOR"), "DEB")
-        self.assertEqual(self.config("CPACK_PACKAGING_INSTALL_PREFIX"), "/usr")
+        self.assertEqual(self.config("CPACK_INSTALL_PREFIX"), "/usr")
         self.assertEqual(self.config("CPACK_DEBIAN_PACKAGE_SHLIBDEPS"), "ON")
         self.assertEqual(self.config("CPACK_DEBIAN_FILE_NAME"), "DEB-DEFAULT")
 
