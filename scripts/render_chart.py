@@ -6,7 +6,7 @@
 
 The templates may use this subset of helm's language, and anything else is an error:
 
-    {{ VALUE }}                  VALUE: .a.b, "text", include "name" .; then | quote, toYaml, toJson, nindent N, default V
+    {{ VALUE }}                  VALUE: .a.b, "text", include "name" ., .Files.Get "name"; then | quote, toYaml, toJson, nindent N, default V
     {{ if COND }} {{ else }}     COND: VALUE, not VALUE
     {{ with VALUE }} {{ range VALUE }} {{ define "name" }} {{ end }}
 
@@ -53,8 +53,9 @@ def words_of(action):
 
 
 class Renderer:
-    def __init__(self, root):
+    def __init__(self, root, chart=CHART):
         self.root = root
+        self.chart = chart
         self.defined = {}
 
     def render(self, text):
@@ -126,6 +127,7 @@ class Renderer:
             "nindent": lambda count, text: "\n" + re.sub(r"(?m)^", " " * count, text),
             "default": lambda other, value: value or other,
             "include": self.include,
+            ".Files.Get": lambda name: (self.chart / name).read_text(),
         }
         if name in functions:
             return functions[name](*arguments)
@@ -181,7 +183,7 @@ def render(release="tessarin", namespace="tessarin", values=None, chart=CHART):
     about = {key[0].upper() + key[1:]: value for key, value in about.items()}
     all_values = merged(default_values(chart), values or {})
     renderer = Renderer({"Values": all_values, "Chart": about,
-                         "Release": {"Name": release, "Namespace": namespace, "Service": "Helm"}})
+                         "Release": {"Name": release, "Namespace": namespace, "Service": "Helm"}}, chart)
     renderer.render((chart / "templates/_helpers.tpl").read_text())
     texts = {}
     for template in sorted((chart / "templates").iterdir()):

@@ -184,12 +184,17 @@ class Agent(unittest.TestCase):
             self.assertEqual(container[probe]["httpGet"]["port"], "rpc")
 
     def test_has_every_variable_that_it_reads(self):
-        self.assertLessEqual(variables_read("websvcs"), {variable["name"] for variable in agent()["env"]})
+        self.assertEqual(variables_read("websvcs"), {variable["name"] for variable in agent()["env"]})
 
     def test_admits_the_control_pod_where_there_is_one(self):
         self.assertIn("--allow-service-account=tessarin/tessarin-control", agent()["args"])
         alone = agent({"control": {"enabled": False}, "access": {"allowServiceAccounts": ["n/s"]}})
         self.assertEqual([a for a in alone["args"] if "allow" in a], ["--allow-service-account=n/s"])
+
+    def test_reviews_tokens_only_where_an_account_may_call(self):
+        self.assertIn("--token-review", agent()["args"])
+        self.assertIn("--token-review", agent({"control": {"enabled": False}, "access": {"allowServiceAccounts": ["n/s"]}})["args"])
+        self.assertNotIn("--token-review", agent({"control": {"enabled": False}, "token": {"secretName": "t"}})["args"])
 
 
 def variables_read(folder):
@@ -218,6 +223,28 @@ class Control(unittest.TestCase):
         path = re.search(r'config_path\[\] = "([^"]+)"', (ROOT / "src/k8s/api/k8s_pvc_data_helper.cpp").read_text())[1]
         mounts = {m["name"]: m["mountPath"] for m in container_of(documents, "Deployment", "tessarin-control")["volumeMounts"]}
         self.assertEqual(mounts["storage-classes"] + "/config.json", path)
+
+
+class Monitoring(unittest.TestCase):
+    def objects(self):
+        return objects({"monitoring": {"serviceMonitor": {"enabled": True}, "prometheusRule": {"enabled": True}}}, release="r1")
+
+    def test_is_not_asked_for_by_default(self):
+        self.assertFalse([d for d in objects() if d["apiVersion"].startswith("monitoring")])
+
+    def test_has_the_alerts_of_those_without_an_operator(self):
+        rules = yaml.safe_load((ROOT / "deploy/prometheus-rules.yaml").read_text())
+        self.assertEqual(one(self.objects(), "PrometheusRule", "r1-agent")["spec"], rules)
+
+    def test_knows_the_agents_by_the_name_that_the_alerts_use(self):
+        endpoint, = one(self.objects(), "ServiceMonitor", "r1-agent")["spec"]["endpoints"]
+        job, = [rule["replacement"] for rule in endpoint["relabelings"] if rule["targetLabel"] == "job"]
+        self.assertIn(f'job="{job}"', (ROOT / "deploy/prometheus-rules.yaml").read_text())
+
+    def test_asks_by_the_name_of_the_certificate(self):
+        endpoint, = one(self.objects(), "ServiceMonitor", "r1-agent")["spec"]["endpoints"]
+        self.assertEqual(endpoint["tlsConfig"]["serverName"], "r1-agent.tessarin.svc")
+        self.assertEqual(endpoint["tlsConfig"]["ca"]["secret"], {"name": "tessarin-tls", "key": "ca.crt"})
 
 
 class Network(unittest.TestCase):

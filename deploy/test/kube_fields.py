@@ -70,7 +70,7 @@ KINDS = {
         "endpoints!": [{"port!": str, "path": str, "scheme": ("http", "https"), "interval": str,
                         "tlsConfig": {"serverName": str, "ca": {"secret!": {"name!": NAME, "key!": str}}},
                         "authorization": {"credentials!": {"name!": NAME, "key!": str}},
-                        "bearerTokenFile": str}]}},
+                        "relabelings": [{"targetLabel!": str, "replacement!": str}]}]}},
     "monitoring.coreos.com/v1 PrometheusRule": {"spec!": {"groups!": [{"name!": str, "rules!": [
         {"alert!": str, "expr!": str, "for": str, "labels": LABELS, "annotations": LABELS}]}]}},
 }
