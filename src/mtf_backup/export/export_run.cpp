@@ -85,6 +85,10 @@ void Export_Run::write_entries(Catalog_Reader& catalog, Entry_Reader& reader) {
 /// False: the run ends, and knows why; here and below.
 bool Export_Run::write_entry(const Catalog_Entry& entry, Entry_Reader& reader) {
   if (entry.flags & CAT_SKIPPED) return leave_out(entry, entry.reason.c_str());
+  // Who unpacks it may not look at names.
+  if (!has_plain_names(entry.path) || leads_elsewhere(record_.sources[entry.source]))
+    return leave_out(entry, "not a plain path");
+  if (leads_elsewhere(entry.hard_link_target)) return leave_out(entry, "its other name is not a plain path");
   if (!reader.open(entry)) return leave_out_damaged(entry);
   Export_Entry exported;
   exported.entry = reader.block();

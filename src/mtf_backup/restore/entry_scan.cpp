@@ -9,23 +9,6 @@
 
 namespace MTF_BACKUP {
 
-namespace {
-
-/// Whether every component is a name that means nothing else: not empty, "." or "..", and without NUL.
-bool has_plain_names(const std::string& path) {
-  if (path.empty()) return true;
-  if (path.find('\0') != std::string::npos) return false;
-  for (size_t start = 0; start <= path.size();) {
-    const size_t end = std::min(path.find('/', start), path.size());
-    const std::string_view name(path.data() + start, end - start);
-    if (name.empty() || name == "." || name == "..") return false;
-    start = end + 1;
-  }
-  return true;
-}
-
-}  // namespace
-
 // A set without its catalog is as damaged as one with a bad one.
 void fail_by_catalog(Run_State& state) {
   state.fail(errno == EBADMSG || errno == ENOENT ? MTF::E_CORRUPT : MTF::E_DOWNLOAD_CAT_ERROR);

@@ -3,6 +3,7 @@
 #include <sys/syscall.h>
 
 #include "kolt/posix_fd.h"
+#include "mtf_backup/mtf_export.h"
 #include "mtf_backup/set/catalog_reader.h"
 #include "mtf_backup/set/catalog_writer.h"
 #include "mtf_backup/test/mover_fixture.h"
@@ -167,6 +168,38 @@ TEST_F(Hostile, NamesThatLeadOutAreRefusedAndTheRestIsRestored) {
   EXPECT_EQ(8u, log.texts(LM_ERROR).size()) << log.all();
   EXPECT_TRUE(log.has(LM_ERROR, "Refused to restore " + source_ + "/../outside/x: not a plain path.\n")) << log.all();
   EXPECT_EQ("text", test_support::read_file(target_ + "/a"));
+}
+
+TEST_F(Hostile, NamesThatLeadOutAreLeftOutOfAnExport) {
+  write("a", "text");
+  ASSERT_TRUE(back_up());
+  replace_catalog([this](std::vector<MTF_BACKUP::Catalog_Entry>& entries) {
+    const MTF_BACKUP::Catalog_Entry file = entries.back();
+    for (const std::string& path :
+         {std::string("../x"), std::string("/etc/x"), std::string("c//d"), std::string("n\0ul", 4)}) {
+      entries.push_back(file);
+      entries.back().path = path;
+    }
+    entries.push_back(file);
+    entries.back().path = "link";
+    entries.back().hard_link_target = source_ + "/../outside/canary";
+  });
+  for (const auto form : {MTF_BACKUP::EXPORT_TAR, MTF_BACKUP::EXPORT_MTF}) {
+    const std::string file = dir_ / ("exported" + std::to_string(form));
+    const Posix_Fd out(open(file.c_str(), O_CREAT | O_WRONLY | O_CLOEXEC, 0600));
+    MTF_Export run{MTF::Event_Handler_var(nullptr)};
+    run.channel_factory(make_channels(nullptr));
+    run.form(form);
+    run.output(out.get());
+    Log_Capture log;
+    EXPECT_EQ(MTF::E_END_WITH_SKIPPED_FILES, run.run("volume/0000000001.1"));
+    EXPECT_TRUE(run.complete());
+    EXPECT_EQ(2u, run.entries()) << "the root and a file";
+    EXPECT_EQ(5u, run.left_out());
+    EXPECT_TRUE(log.has(LM_WARNING, source_ + "/../x is left out: not a plain path.\n")) << log.all();
+    EXPECT_TRUE(log.has(LM_WARNING, source_ + "/link is left out: its other name is not a plain path.\n")) << log.all();
+    EXPECT_EQ(std::string::npos, test_support::read_file(file).find("..")) << form;
+  }
 }
 
 TEST_F(Hostile, HardLinkToAPathOutsideTheSetIsRefused) {
