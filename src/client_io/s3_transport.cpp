@@ -6,6 +6,8 @@
 #include <chrono>
 #include <cstring>
 
+#include "http/curl_talk.h"
+
 namespace client_io {
 
 namespace {
@@ -43,11 +45,6 @@ Slist header_lines(const S3_Headers& headers) {
   return list;
 }
 
-std::string_view without_blanks(std::string_view text) {
-  const size_t begin = text.find_first_not_of(" \t\r\n");
-  return begin == text.npos ? std::string_view() : text.substr(begin, text.find_last_not_of(" \t\r\n") - begin + 1);
-}
-
 int errno_of(CURLcode code) {
   switch (code) {
     case CURLE_COULDNT_RESOLVE_HOST:
@@ -76,14 +73,7 @@ class Curl_Talk {
     set(CURLOPT_URL, request.url.c_str());
     set(CURLOPT_HTTPHEADER, lines_.get());
     set_method();
-    set(CURLOPT_ERRORBUFFER, reason_);
-    set(CURLOPT_HEADERFUNCTION, &on_header);
-    set(CURLOPT_HEADERDATA, this);
-    set(CURLOPT_WRITEFUNCTION, &on_body);
-    set(CURLOPT_WRITEDATA, this);
-    set(CURLOPT_XFERINFOFUNCTION, &on_progress);
-    set(CURLOPT_XFERINFODATA, this);
-    set(CURLOPT_NOPROGRESS, 0L);
+    set_listener(easy, {&on_header, &on_body, &on_progress, this, reason_});
   }
 
   bool silent() const { return silence_.count() > 0 && steady_clock::now() - last_move_ >= silence_; }
@@ -92,7 +82,7 @@ class Curl_Talk {
     long status = 0;
     ::curl_easy_getinfo(easy_, CURLINFO_RESPONSE_CODE, &status);
     answer_.status = static_cast<int>(status);
-    if (code == CURLE_OK && whole_head_) return S3_Outcome::ANSWERED;
+    if (code == CURLE_OK && head_.is_whole()) return S3_Outcome::ANSWERED;
     if (code == CURLE_OK)
       return failed(S3_Outcome::BROKEN, EIO, "the answer ends in its head");  // taken for a whole one
     if (too_much_) return failed(S3_Outcome::REFUSED, EIO, "the answer is longer than what was asked for");
@@ -140,15 +130,7 @@ class Curl_Talk {
 
   void header(std::string_view line) {
     last_move_ = steady_clock::now();
-    if (line.starts_with("HTTP/")) {  // also behind an interim answer
-      whole_head_ = false;
-      answer_.headers.clear();
-    }
-    if (without_blanks(line).empty()) whole_head_ = true;
-    const size_t colon = line.find(':');
-    if (colon == line.npos) return;
-    const std::string name(without_blanks(line.substr(0, colon)));
-    answer_.headers.put(name.c_str(), std::string(without_blanks(line.substr(colon + 1))).c_str(), false);
+    if (head_.take(line, answer_.headers)) answer_.headers.clear();
   }
 
   static size_t on_body(const char* bytes, size_t size, size_t count, void* self) {
@@ -186,7 +168,7 @@ class Curl_Talk {
   const Slist lines_;
   steady_clock::time_point last_move_ = steady_clock::now();
   curl_off_t moved_ = 0;
-  bool whole_head_ = false;
+  Curl_Head head_;
   bool too_much_ = false;
   char reason_[CURL_ERROR_SIZE] = "";
 };

@@ -4,13 +4,6 @@
 
 namespace {
 
-std::string_view trimmed(std::string_view text) {
-  constexpr char blanks[] = " \t\r\n";
-  const std::size_t begin = text.find_first_not_of(blanks);
-  if (begin == text.npos) return {};
-  return text.substr(begin, text.find_last_not_of(blanks) - begin + 1);
-}
-
 HTTP_Outcome outcome_before_sending(CURLcode code) {
   switch (code) {
     case CURLE_COULDNT_RESOLVE_HOST:
@@ -39,22 +32,15 @@ HTTP_Outcome outcome_after_sending(CURLcode code) {
 
 void Curl_Exchange::attach(CURL* handle) {
   const auto set = [handle](CURLoption option, auto value) { ::curl_easy_setopt(handle, option, value); };
-  set(CURLOPT_ERRORBUFFER, reason_);
+  set_listener(handle, {&on_header, &on_body, &on_progress, this, reason_});
   set(CURLOPT_PREREQFUNCTION, &on_connected);
   set(CURLOPT_PREREQDATA, this);
   set(CURLOPT_SSL_CTX_FUNCTION, &on_tls);
   set(CURLOPT_SSL_CTX_DATA, this);
-  set(CURLOPT_HEADERFUNCTION, &on_header);
-  set(CURLOPT_HEADERDATA, this);
-  set(CURLOPT_WRITEFUNCTION, &on_body);
-  set(CURLOPT_WRITEDATA, this);
-  set(CURLOPT_XFERINFOFUNCTION, &on_progress);
-  set(CURLOPT_XFERINFODATA, this);
-  set(CURLOPT_NOPROGRESS, 0L);
 }
 
 HTTP_Exchange_Result Curl_Exchange::result(CURLcode code) const {
-  if (code == CURLE_OK && whole_head_) return {HTTP_OUTCOME_ANSWERED, {}};
+  if (code == CURLE_OK && head_.is_whole()) return {HTTP_OUTCOME_ANSWERED, {}};
   if (code == CURLE_OK)
     return {HTTP_OUTCOME_BROKEN, "the answer ends in its head"};  // libcurl takes it for a whole one
   if (distrust_) return {HTTP_OUTCOME_FAILED, std::string("SSL certificate problem: ") + distrust_};
@@ -107,18 +93,9 @@ std::size_t Curl_Exchange::on_header(const char* line, std::size_t size, std::si
 }
 
 void Curl_Exchange::header(std::string_view line) {
-  if (line.starts_with("HTTP/")) {  // also behind an interim answer
-    whole_head_ = false;
-    response_.reset();
-    response_.minor_version(line.starts_with("HTTP/1.0") ? 0 : 1);
-    return;
-  }
-  if (trimmed(line).empty()) whole_head_ = true;
-  const std::size_t colon = line.find(':');
-  if (colon == line.npos) return;
-  const std::string name(trimmed(line.substr(0, colon)));
-  const std::string value(trimmed(line.substr(colon + 1)));
-  response_.headers().put(name.c_str(), value.c_str(), false);
+  if (!head_.take(line, response_.headers())) return;
+  response_.reset();
+  response_.minor_version(line.starts_with("HTTP/1.0") ? 0 : 1);
 }
 
 std::size_t Curl_Exchange::on_body(const char* chunk, std::size_t size, std::size_t count, void* self) {

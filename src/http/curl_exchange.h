@@ -6,6 +6,7 @@
 #include <chrono>
 #include <string>
 
+#include "http/curl_talk.h"
 #include "http/http_session.h"
 
 /// One exchange as libcurl tells of it, and what it means for a repetition.
@@ -37,7 +38,7 @@ class Curl_Exchange {
   int connections_ = 0;  // on which the request was sent, or was about to be
   bool silent_ = false;
   const char* distrust_ = nullptr;  // what is wrong with the server's certificate
-  bool whole_head_ = false;
+  Curl_Head head_;
   curl_off_t bytes_ = 0;
   std::chrono::steady_clock::time_point last_move_;
   char reason_[CURL_ERROR_SIZE] = "";
