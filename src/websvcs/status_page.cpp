@@ -25,11 +25,13 @@ constexpr char style[] =
     "body{font:16px/1.5 system-ui,sans-serif;max-width:60rem;margin:0 auto;padding:1rem}"
     "h1{font-size:1.4rem}h2{font-size:1.1rem;margin-top:2rem}"
     "table{border-collapse:collapse;width:100%}th,td{text-align:left;padding:.3rem .6rem .3rem 0;"
-    "border-bottom:1px solid var(--line);vertical-align:top;overflow-wrap:anywhere}"
+    "border-bottom:1px solid var(--line);vertical-align:top;white-space:nowrap}"
+    "td:last-child{width:40%;white-space:normal;overflow-wrap:anywhere}"
     "th{font-weight:600}progress{width:100%}"
     ".ok,.completed{color:var(--ok)}.bad,.failed{color:var(--bad)}.running{color:var(--run)}"
     "@media(max-width:40rem){thead{display:none}tr{display:block;border-bottom:1px solid var(--line);padding:.5rem 0}"
-    "td{display:block;border:0;padding:.1rem 0}td[data-name]::before{content:attr(data-name) \": \";font-weight:600}}";
+    "td,td:last-child{display:block;width:auto;border:0;padding:.1rem "
+    "0;white-space:normal}td:empty{display:none}td[data-name]::before{content:attr(data-name) \": \";font-weight:600}}";
 
 /// A task as the page needs it.
 struct Job {
@@ -110,8 +112,8 @@ std::string summary(const std::vector<Job>& jobs) {
   const auto backups = std::count_if(jobs.begin(), jobs.end(),
                                      [](const Job& job) { return job.kind == "backup" && job.state == "completed"; });
   const auto failed = std::count_if(jobs.begin(), jobs.end(), [](const Job& job) { return job.state == "failed"; });
-  return "<p>Within the last 24 hours <b>" + std::to_string(backups) + "</b> backup jobs stored their sets, <b>" +
-         std::to_string(failed) + "</b> jobs failed.</p>\n";
+  return "<p>Backup jobs that stored their sets within the last 24 hours: <b>" + std::to_string(backups) +
+         "</b>. Failed jobs: <b>" + std::to_string(failed) + "</b>.</p>\n";
 }
 
 std::string check_rows(const std::vector<Self_Checks::Result>& checks) {

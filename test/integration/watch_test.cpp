@@ -166,7 +166,7 @@ TEST_F(Watch, StatusPageShowsJobsAndChecksAndEscapesWhatTheyHold) {
   const auto page = checked("/");
   EXPECT_EQ(page.status, 200);
   EXPECT_EQ(page.type, "text/html; charset=utf-8");
-  EXPECT_THAT(page.body, HasSubstr("<b>1</b> backup jobs stored their sets, <b>1</b> jobs failed."));
+  EXPECT_THAT(page.body, HasSubstr("sets within the last 24 hours: <b>1</b>. Failed jobs: <b>1</b>."));
   EXPECT_THAT(page.body, HasSubstr("&lt;b&gt;none&amp;"));
   EXPECT_THAT(page.body, Not(HasSubstr("<b>none")));
   EXPECT_THAT(page.body, HasSubstr("class=\"ok\">ok"));

@@ -28,7 +28,7 @@ Task_Record record(const std::string& state) {
   task.kind = "backup";
   task.state = state;
   task.created = task.started = 1000;
-  if (state != "running") task.finished = 13000;
+  if (state != "running" && state != "queued") task.finished = 13000;
   return task;
 }
 
@@ -42,7 +42,8 @@ std::string text_of(const json_spirit::Value& document, const std::vector<std::s
   return at->get_str();
 }
 
-double events(const std::string& outcome) {
+/// The value of the counter of this outcome.
+double told(const std::string& outcome) {
   const std::string text = kolt::metrics_text();
   const std::string series = "tessarin_events_total{outcome=\"" + outcome + "\"} ";
   const size_t at = text.find(series);
@@ -132,12 +133,12 @@ class Job_Events_Test : public testing::Test {
 
 TEST_F(Job_Events_Test, EventsOfAJobReachTheServer) {
   const kube_sim::Service_Account account(front_);
-  const double sent = events("sent");
+  const double sent = told("sent");
   Job_Events job_events(pod, session);
   ASSERT_EQ(0, job_events.start());
   job_events.tell(record("running"));
   job_events.tell(record("completed"));
-  ASSERT_TRUE(eventually([&] { return events("sent") == sent + 2; })) << log_.all();
+  ASSERT_TRUE(eventually([&] { return told("sent") == sent + 2; })) << log_.all();
   const auto requests = front_.requests();
   ASSERT_EQ(2u, requests.size());
   EXPECT_EQ("POST", requests[0].method);
@@ -148,20 +149,20 @@ TEST_F(Job_Events_Test, EventsOfAJobReachTheServer) {
 }
 
 TEST_F(Job_Events_Test, QueuedTaskIsNoEvent) {
-  const double dropped = events("dropped");
+  const double dropped = told("dropped");
   Job_Events job_events(pod, [] { return nullptr; });
   for (size_t i = 0; i < 2 * Job_Events::max_queued; ++i) job_events.tell(record("queued"));
-  EXPECT_EQ(dropped, events("dropped"));
+  EXPECT_EQ(dropped, told("dropped"));
 }
 
 TEST_F(Job_Events_Test, RefusalIsToldOnceAndCounted) {
   const kube_sim::Service_Account account(front_, "token-of-nobody");
-  const double failed = events("failed");
+  const double failed = told("failed");
   Job_Events job_events(pod, session);
   ASSERT_EQ(0, job_events.start());
   job_events.tell(record("running"));
   job_events.tell(record("completed"));
-  ASSERT_TRUE(eventually([&] { return events("failed") == failed + 2; })) << log_.all();
+  ASSERT_TRUE(eventually([&] { return told("failed") == failed + 2; })) << log_.all();
   EXPECT_EQ(1u, log_.texts(LM_WARNING).size()) << log_.all();
   EXPECT_TRUE(
       log_.has(LM_WARNING, "The API server refuses events about jobs with status 403; further ones are not told.\n"));
@@ -184,22 +185,22 @@ class Hanging_Session : public K8S_Session {
 
 TEST_F(Job_Events_Test, JobNeverWaitsAndWhatFindsNoPlaceIsDropped) {
   std::atomic<bool> hangs{true};
-  const double dropped = events("dropped");
+  const double dropped = told("dropped");
   Job_Events job_events(pod, [&] { return std::make_unique<Hanging_Session>(hangs); });
   ASSERT_EQ(0, job_events.start());
   // One is with the server at most, the queue holds its number, the rest finds no place.
   for (size_t i = 0; i < Job_Events::max_queued + 11; ++i) job_events.tell(record("completed"));
-  EXPECT_GE(events("dropped"), dropped + 10);
-  EXPECT_LE(events("dropped"), dropped + 11);
+  EXPECT_GE(told("dropped"), dropped + 10);
+  EXPECT_LE(told("dropped"), dropped + 11);
   hangs = false;
 }
 
 TEST_F(Job_Events_Test, WithoutASessionEventsFailAndNothingElse) {
-  const double failed = events("failed");
+  const double failed = told("failed");
   Job_Events job_events(pod, [] { return nullptr; });
   ASSERT_EQ(0, job_events.start());
   job_events.tell(record("running"));
-  EXPECT_TRUE(eventually([&] { return events("failed") == failed + 1; }));
+  EXPECT_TRUE(eventually([&] { return told("failed") == failed + 1; }));
 }
 
 }  // namespace
