@@ -27,8 +27,9 @@ struct Export_Settings {
  * Writes a whole set, with what of it lies in older sets, as one stream that other programs read.
  *
  * Left out, with a line at LM_WARNING, is what the set does not hold (skipped entries), what the form has no place for
- * (sockets in tar), and what would lead whoever unpacks the stream elsewhere (names with ".."). Damaged entries are left out too, with the line at LM_ERROR of whoever found the damage; where
- * it is found when a part of a file is written already the export ends.
+ * (sockets in tar), and what would lead whoever unpacks the stream elsewhere (names with ".."). Damaged entries are
+ * left out too, with the line at LM_ERROR of whoever found the damage; where it is found when a part of a file is
+ * written already the export ends.
  *
  * Ownership: borrows the descriptor. Threads: one at a time; the event handler is called by the caller's.
  */
