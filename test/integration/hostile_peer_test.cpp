@@ -1,13 +1,18 @@
 // The agent as a process, under peers that mean it no good: afterwards it answers as before.
 
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
 #include <sys/resource.h>
 
+#include <chrono>
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <list>
+#include <memory>
 #include <sstream>
+#include <thread>
 
 #include "http/test/raw_peer.h"
 #include "integration/agent_process.h"
