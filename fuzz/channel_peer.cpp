@@ -40,13 +40,14 @@ class Peer {
 std::string said_to(std::string_view head, std::string_view bytes, size_t piece, HTTP_Service& service,
                     const HTTP_Server_Options& options) {
   net::io_context context(1);
-  http_server::Shared shared{service, options, {options.limits.connections, options.limits.connections_per_peer}, {}};
+  http_server::Shared shared{
+      service, options, {options.limits.connections, options.limits.connections_per_peer}, {}, {}};
   int ends[2];
   if (::socketpair(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0, ends) == -1) std::abort();
   Peer peer(ends[0]);
   net::generic::stream_protocol::socket socket(net::make_strand(context));
   socket.assign(net::generic::stream_protocol(AF_UNIX, 0), ends[1]);
-  http_server::serve(shared, std::move(socket), "peer", nullptr);
+  http_server::serve(shared, std::move(socket), {"peer", nullptr, nullptr});
 
   std::string all;
   const auto say = [&](std::string_view some) {

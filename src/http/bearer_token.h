@@ -3,6 +3,6 @@
 #include <string>
 #include <string_view>
 
-/// Whether @a authorization, the value of a header field, is "Bearer" with @a token. Takes equally long for all values
-/// of the same length. An empty token fits nothing.
-bool bearer_token_fits(std::string_view authorization, std::string_view token);
+/// Takes the token out of the value of "Authorization": "Bearer", spaces, and the token, which is not empty and has
+/// none. @retval false  it is of another form; @a token is untouched.
+bool bearer_token(std::string_view authorization, std::string& token);

@@ -16,7 +16,7 @@ struct List_Deleter {
   void operator()(curl_slist* list) const { ::curl_slist_free_all(list); }
 };
 
-class Header_List {
+class Text_List {
  public:
   void add(const std::string& line) {
     if (curl_slist* longer = ::curl_slist_append(list_.get(), line.c_str())) {
@@ -31,8 +31,8 @@ class Header_List {
 };
 
 /// As libcurl wants it: without a value, the line ends in ';'.
-Header_List header_list(const HTTP_Request& request) {
-  Header_List list;
+Text_List header_list(const HTTP_Request& request) {
+  Text_List list;
   for (const HTTP_Headers::Field& field : request.headers())
     list.add(field.value.empty() ? field.name + ';' : field.name + ": " + field.value);
   // Not what libcurl would add: a wait for "100 Continue", the type of a form.
@@ -64,7 +64,8 @@ std::unique_ptr<Curl_Session> Curl_Session::create(const HTTP_Target& target) {
 Curl_Session::Curl_Session(Handle handle, const HTTP_Target& target)
     : handle_(std::move(handle)),
       target_(target),
-      url_((target.ssl ? "https://" : "http://") + target.host + ':' + std::to_string(target.port) + '/') {
+      url_((target.ssl ? "https://" : "http://") + (target.name.empty() ? target.host : target.name) + ':' +
+           std::to_string(target.port) + '/') {
   set(CURLOPT_COOKIEJAR, "");  // has cookies kept in memory; the reset before each exchange forgets the file alone
 }
 
@@ -78,12 +79,15 @@ HTTP_Exchange_Result Curl_Session::exchange(const HTTP_Request& request, const s
   response.reset();
   if (const char* fault = request_fault(request)) return {HTTP_OUTCOME_FAILED, fault};
   Curl_Exchange exchange(response, sink, target_.send_timeout, target_.recv_timeout);
-  const Header_List headers = header_list(request);
+  const Text_List headers = header_list(request);
   ::curl_easy_reset(handle_.get());  // connections and cookies stay
   set_connection();
   set_trust();
   set_request(request, body);
   set(CURLOPT_HTTPHEADER, headers.get());
+  Text_List places;
+  if (!target_.name.empty()) places.add("::" + target_.host + ':' + std::to_string(target_.port));
+  set(CURLOPT_CONNECT_TO, places.get());
   exchange.attach(handle_.get());
 
   const HTTP_Exchange_Result result = exchange.result(::curl_easy_perform(handle_.get()));
@@ -120,7 +124,7 @@ void Curl_Session::set_trust() {
   set(CURLOPT_SSL_VERIFYHOST, 2L);
   set(CURLOPT_CA_CACHE_TIMEOUT, 0L);
   set(CURLOPT_SSL_SESSIONID_CACHE, 0L);
-  if (const char* issuers = trusted_issuers_file()) {
+  if (const char* issuers = target_.ca_file.empty() ? trusted_issuers_file() : target_.ca_file.c_str()) {
     set(CURLOPT_CAINFO, issuers);
     set(CURLOPT_CAPATH, static_cast<const char*>(nullptr));
   }

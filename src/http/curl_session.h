@@ -17,6 +17,10 @@ struct HTTP_Target {
   int send_timeout;
   int recv_timeout;
   int conn_timeout;
+  /// What the certificate has to name, as in a URL; empty: the host.
+  std::string name = {};
+  /// PEM file of those who may sign it; empty: those that trusted_issuers_file() tells.
+  std::string ca_file = {};
 };
 
 /// The session on libcurl. One handle for its whole life, which keeps the connections.

@@ -1,11 +1,10 @@
 #include "http/http_connection.h"
 
-#include <sys/socket.h>
-
-#include <array>
+#include <algorithm>
 #include <boost/asio/co_spawn.hpp>
 #include <boost/asio/detached.hpp>
 #include <boost/asio/post.hpp>
+#include <boost/asio/ssl/error.hpp>
 #include <boost/asio/steady_timer.hpp>
 #include <boost/beast/core/flat_buffer.hpp>
 #include <boost/beast/http.hpp>
@@ -43,11 +42,12 @@ const kolt::Counter good_responses = responses(200);
 /// One peer. All operations run on the strand of the socket.
 class Connection : public std::enable_shared_from_this<Connection> {
  public:
-  Connection(Shared& shared, net::generic::stream_protocol::socket socket, std::shared_ptr<const std::string> token)
+  Connection(Shared& shared, net::generic::stream_protocol::socket socket, const Admission& admission)
       : shared_(shared),
         limits_(shared.options.limits),
-        token_(std::move(token)),
-        stream_(std::move(socket)),
+        access_(admission.access),
+        peer_(admission.peer),
+        stream_(std::move(socket), admission.tls.get(), limits_.linger),
         buffer_(limits_.head_bytes + 16 * 1024),
         answer_timer_(stream_.get_executor()) {
     open_connections.add(1);
@@ -57,27 +57,28 @@ class Connection : public std::enable_shared_from_this<Connection> {
     open_connections.add(-1);
   }
 
-  void start(const std::string& peer);
+  void start();
 
  private:
   net::awaitable<void> run();
+  net::awaitable<bool> handshake();
   net::awaitable<bool> serve_one();
   net::awaitable<beast::error_code> read_head(Parser& parser);
   net::awaitable<beast::error_code> read_body(Parser& parser);
   net::awaitable<bool> post(Request request);
-  net::awaitable<void> await_answer(std::shared_ptr<Pending_Answer> answer);
+  std::shared_ptr<Pending_Answer> make_pending();
+  net::awaitable<void> await_answer(std::shared_ptr<Pending_Answer> answer, std::chrono::milliseconds span);
   void watch_peer(std::shared_ptr<Pending_Answer> answer);
-  bool is_trusted(const Request& request) const;
-  unsigned check(const Request& request) const;
-  unsigned check_page(const Request& request, const HTTP_Page& page) const;
+  net::awaitable<unsigned> ask_access(const Request& request);
+  unsigned check(const Request& request, const HTTP_Page* page, unsigned access) const;
   net::awaitable<bool> refuse(unsigned status, bool keep_alive);
   net::awaitable<bool> answer(HTTP_Content content, bool keep_alive);
-  net::awaitable<void> linger();
   void close();
 
   Shared& shared_;
   const HTTP_Server_Limits& limits_;
-  const std::shared_ptr<const std::string> token_;
+  const std::shared_ptr<Access_Check> access_;
+  const std::string peer_;
   Stream stream_;
   beast::flat_buffer buffer_;
   net::steady_timer answer_timer_;  // ends when the answer has arrived
@@ -85,19 +86,20 @@ class Connection : public std::enable_shared_from_this<Connection> {
   bool first_ = true;         // no request has been served yet
   bool to_head_ = false;      // the request is a HEAD: its answer has no body
   const char* allowed_ = "";  // what a refusal with 405 names
+  bool watching_ = false;     // whether the peer goes; it is being read from
   bool closed_ = false;
 };
 
-void Connection::start(const std::string& peer) {
+void Connection::start() {
   auto close = [executor = stream_.get_executor(), weak = weak_from_this()] {
     net::post(executor, [weak] {
       if (const auto self = weak.lock()) self->close();
     });
   };
-  place_ = shared_.table.admit(peer, std::move(close));
+  place_ = shared_.table.admit(peer_, std::move(close));
   if (place_ == 0) {
     refused_connections.add();
-    ACE_ERROR((LM_ERROR, ACE_TEXT("Connection of %C refused: too many.\n"), peer.c_str()));
+    ACE_ERROR((LM_ERROR, ACE_TEXT("Connection of %C refused: too many.\n"), peer_.c_str()));
     return;
   }
   net::co_spawn(
@@ -112,12 +114,20 @@ void Connection::close() {
 
 net::awaitable<void> Connection::run() {
   const auto self = shared_from_this();
-  while (!closed_) {
-    const bool go_on = co_await serve_one();
-    if (!go_on) break;
+  bool go_on = co_await handshake();
+  while (go_on && !closed_) {
+    go_on = co_await serve_one();
     first_ = false;
   }
   close();
+}
+
+net::awaitable<bool> Connection::handshake() {
+  stream_.set_deadline(limits_.tls_handshake);
+  const auto error = co_await stream_.handshake();
+  // Who only looks whether the port is open is not worth a line.
+  if (error.category() == net::error::get_ssl_category()) shared_.refusals.tell(peer_, error.message());
+  co_return !error;
 }
 
 bool has_body(const Request& request) {
@@ -136,14 +146,31 @@ const HTTP_Page* find_page(const Shared& shared, const Request& request) {
   return found == shared.pages.end() ? nullptr : &found->second;
 }
 
-bool Connection::is_trusted(const Request& request) const {
-  return !token_ || bearer_token_fits(std::string_view(request[http::field::authorization]), *token_);
+/// Whether the caller may use the channel: 200, or the status of the refusal.
+net::awaitable<unsigned> Connection::ask_access(const Request& request) {
+  if (!access_) co_return 200;
+  // One that is told twice might be read differently elsewhere.
+  std::string token;
+  if (request.count(http::field::authorization) != 1 ||
+      !bearer_token(std::string_view(request[http::field::authorization]), token)) {
+    co_return 401;
+  }
+  const auto verdict = make_pending();
+  unsigned status = access_->check(token, verdict);
+  if (status != 0) co_return status;
+  co_await await_answer(verdict, limits_.access);
+  std::string unused;
+  co_return verdict->end(status, unused) ? status : 503;
 }
 
-// The status that a request is refused with before its body is read; 0 for a good one.
-unsigned Connection::check(const Request& request) const {
-  if (const HTTP_Page* page = find_page(shared_, request)) return check_page(request, *page);
-  if (!is_trusted(request)) return 401;
+/// The status that a request is refused with before its body is read; 0 for a good one.
+unsigned Connection::check(const Request& request, const HTTP_Page* page, unsigned access) const {
+  const bool open = page && page->access == HTTP_Page::ACCESS_OPEN;
+  if (access != 200 && !open) return access;
+  if (page) {
+    if (request.method() != http::verb::get && request.method() != http::verb::head) return 405;
+    return has_body(request) ? 400 : 0;
+  }
   if (path_of(request) != shared_.options.path) return 404;
   if (beast::websocket::is_upgrade(request)) return buffer_.size() == 0 ? 0 : 400;
   if (request.method() != http::verb::post) return 405;
@@ -151,12 +178,6 @@ unsigned Connection::check(const Request& request) const {
   if (request.find(http::field::transfer_encoding) != request.end() && !request.chunked()) return 400;
   const std::string_view expect(request[http::field::expect]);
   return expect.empty() || beast::iequals(expect, "100-continue") ? 0 : 417;
-}
-
-unsigned Connection::check_page(const Request& request, const HTTP_Page& page) const {
-  if (page.access == HTTP_Page::ACCESS_TRUSTED && !is_trusted(request)) return 401;
-  if (request.method() != http::verb::get && request.method() != http::verb::head) return 405;
-  return has_body(request) ? 400 : 0;
 }
 
 unsigned status_of(beast::error_code error) {
@@ -174,20 +195,25 @@ net::awaitable<bool> Connection::serve_one() {
   parser.body_limit(limits_.body_bytes);
   to_head_ = false;
 
-  // Until its request is whole, a peer may have to give way: one that stalls in its body, too, or reads no refusal.
+  // Until its request is whole, a peer may have to give way: one that stalls in its body, too, shows a token that must
+  // be asked for, or reads no refusal.
   shared_.table.waiting(place_);
   beast::error_code error = co_await read_head(parser);
   if (error) co_return co_await refuse(status_of(error), false);
 
   to_head_ = parser.get().method() == http::verb::head;
-  if (const unsigned status = check(parser.get())) {
+  const HTTP_Page* const page = find_page(shared_, parser.get());
+  const unsigned access = co_await ask_access(parser.get());
+  if (closed_) co_return false;
+  if (const unsigned status = check(parser.get(), page, access)) {
+    if (status == access) shared_.refusals.tell(peer_, "status " + std::to_string(status));
     // Without a body the next request begins right behind the head.
-    allowed_ = find_page(shared_, parser.get()) ? "GET, HEAD" : "POST";
+    allowed_ = page ? "GET, HEAD" : "POST";
     co_return co_await refuse(status, status != 400 && !has_body(parser.get()) && parser.keep_alive());
   }
-  if (const HTTP_Page* page = find_page(shared_, parser.get())) {
+  if (page) {
     shared_.table.busy(place_);
-    HTTP_Content content = page->content({is_trusted(parser.get())});
+    HTTP_Content content = page->content({access == 200});
     content.fields.insert(content.fields.end(), {{"Cache-Control", "no-store"}, {"X-Content-Type-Options", "nosniff"}});
     co_return co_await answer(std::move(content), parser.keep_alive());
   }
@@ -207,11 +233,11 @@ net::awaitable<bool> Connection::serve_one() {
 net::awaitable<beast::error_code> Connection::read_head(Parser& parser) {
   beast::error_code error;
   if (!first_ && buffer_.size() == 0) {  // else the head has begun
-    set_deadline(stream_, limits_.idle);
+    stream_.set_deadline(limits_.idle);
     error = std::get<0>(co_await http::async_read_some(stream_, buffer_, parser, as_tuple));
   }
   if (!error && !parser.is_header_done()) {
-    set_deadline(stream_, limits_.head);
+    stream_.set_deadline(limits_.head);
     error = std::get<0>(co_await http::async_read_header(stream_, buffer_, parser, as_tuple));
   }
   co_return error;
@@ -219,7 +245,7 @@ net::awaitable<beast::error_code> Connection::read_head(Parser& parser) {
 
 net::awaitable<beast::error_code> Connection::read_body(Parser& parser) {
   beast::error_code error;
-  set_deadline(stream_, limits_.body);
+  stream_.set_deadline(limits_.body);
   if (!parser.get()[http::field::expect].empty()) {
     http::response<http::empty_body> go_on(http::status::continue_, 11);
     error = std::get<0>(co_await http::async_write(stream_, go_on, as_tuple));
@@ -228,13 +254,17 @@ net::awaitable<beast::error_code> Connection::read_body(Parser& parser) {
   co_return error;
 }
 
-net::awaitable<bool> Connection::post(Request request) {
-  const bool keep_alive = request.keep_alive();
-  const auto pending = std::make_shared<Pending_Answer>([self = shared_from_this()] {
+std::shared_ptr<Pending_Answer> Connection::make_pending() {
+  return std::make_shared<Pending_Answer>([self = shared_from_this()] {
     net::post(self->stream_.get_executor(), [self] { self->answer_timer_.cancel(); });
   });
+}
+
+net::awaitable<bool> Connection::post(Request request) {
+  const bool keep_alive = request.keep_alive();
+  const auto pending = make_pending();
   std::shared_ptr<void> kept = shared_.service.post(std::move(request.body()), pending);
-  co_await await_answer(pending);
+  co_await await_answer(pending, limits_.answer);
 
   unsigned status = 504;
   std::string body;
@@ -247,28 +277,35 @@ net::awaitable<bool> Connection::post(Request request) {
 }
 
 // Comes back when the answer has arrived, its time is over or the peer has gone.
-net::awaitable<void> Connection::await_answer(std::shared_ptr<Pending_Answer> pending) {
+net::awaitable<void> Connection::await_answer(std::shared_ptr<Pending_Answer> pending, std::chrono::milliseconds span) {
   if (pending->has_arrived()) co_return;
-  if (limits_.answer.count() > 0) {
-    answer_timer_.expires_after(limits_.answer);
-  } else {
-    answer_timer_.expires_at(net::steady_timer::time_point::max());
-  }
-  stream_.expires_never();
+  constexpr auto never = net::steady_timer::time_point::max();
+  const auto end = span.count() > 0 ? net::steady_timer::clock_type::now() + span : never;
+  stream_.set_deadline({});
   watch_peer(pending);
-  co_await answer_timer_.async_wait(as_tuple);
-  beast::error_code ignored;
-  stream_.socket().cancel(ignored);  // the watch
+  answer_timer_.expires_at(end);
+  while (!pending->has_arrived() && !closed_ && net::steady_timer::clock_type::now() < end) {
+    co_await answer_timer_.async_wait(as_tuple);
+  }
+  if (watching_) stream_.cancel();
+  answer_timer_.expires_at(never);
+  while (watching_) co_await answer_timer_.async_wait(as_tuple);
 }
 
-// A peer that closes while its answer is made has gone; one that sends its next request is only looked at again later.
+// A peer that closes while its answer is made has gone. What it sends meanwhile goes on with its request, or begins the
+// next one; it is only looked at again later.
 void Connection::watch_peer(std::shared_ptr<Pending_Answer> pending) {
-  stream_.socket().async_wait(
-      net::socket_base::wait_read, [self = shared_from_this(), pending](beast::error_code error) {
-        char byte;
-        if (error || pending->has_arrived()) return;
-        if (::recv(self->stream_.socket().native_handle(), &byte, 1, MSG_PEEK | MSG_DONTWAIT) <= 0) self->close();
-      });
+  constexpr size_t bytes = 512;
+  if (watching_ || buffer_.max_size() - buffer_.size() < bytes) return;
+  watching_ = true;
+  stream_.async_read_some(buffer_.prepare(bytes),
+                          [self = shared_from_this(), pending](beast::error_code error, size_t received) {
+                            self->watching_ = false;
+                            self->buffer_.commit(received);
+                            if (error && error != net::error::operation_aborted && !pending->has_arrived())
+                              self->close();
+                            self->answer_timer_.cancel();
+                          });
 }
 
 net::awaitable<bool> Connection::refuse(unsigned status, bool keep_alive) {
@@ -290,29 +327,17 @@ net::awaitable<bool> Connection::answer(HTTP_Content content, bool keep_alive) {
   if (content.status != 204) response.content_length(content.body.size());
   if (!to_head_) response.body() = std::move(content.body);
 
-  set_deadline(stream_, limits_.write);
+  stream_.set_deadline(limits_.write);
   const auto error = std::get<0>(co_await http::async_write(stream_, response, as_tuple));
   if (error) co_return false;
-  if (!keep_alive) co_await linger();
+  if (!keep_alive) co_await stream_.linger();
   co_return keep_alive;
-}
-
-// Closing while the peer still sends would reset the connection and could take the answer away from it.
-net::awaitable<void> Connection::linger() {
-  beast::error_code error;
-  stream_.socket().shutdown(net::socket_base::shutdown_send, error);
-  set_deadline(stream_, limits_.linger);
-  std::array<char, 4096> waste;
-  while (!error) {
-    error = std::get<0>(co_await stream_.async_read_some(net::buffer(waste), as_tuple));
-  }
 }
 
 }  // namespace
 
-void serve(Shared& shared, net::generic::stream_protocol::socket socket, const std::string& peer,
-           std::shared_ptr<const std::string> token) {
-  std::make_shared<Connection>(shared, std::move(socket), std::move(token))->start(peer);
+void serve(Shared& shared, net::generic::stream_protocol::socket socket, const Admission& admission) {
+  std::make_shared<Connection>(shared, std::move(socket), admission)->start();
 }
 
 }  // namespace http_server

@@ -20,14 +20,15 @@ namespace net = boost::asio;
 class HTTP_Server::Impl {
  public:
   Impl(HTTP_Service& service, const HTTP_Server_Options& options)
-      : shared_{service, options, {options.limits.connections, options.limits.connections_per_peer}, {}} {}
+      : shared_{service, options, {options.limits.connections, options.limits.connections_per_peer}, {}, {}} {}
 
   void add_page(const std::string& path, HTTP_Page page) { shared_.pages[path] = std::move(page); }
 
   int listen_unix(const std::string& path) { return keep(make_listener().open_unix(path)); }
 
-  int listen_tcp(const std::string& address, unsigned short port, const std::string& token) {
-    return keep(make_listener().open_tcp(address, port, token));
+  int listen_tcp(const std::string& address, unsigned short port, const TLS_Files* files,
+                 std::shared_ptr<Access_Check> access) {
+    return keep(make_listener().open_tcp(address, port, files, std::move(access)));
   }
 
   unsigned short port() const {
@@ -106,7 +107,16 @@ int HTTP_Server::listen_unix(const std::string& path) {
 }
 
 int HTTP_Server::listen_tcp(const std::string& address, unsigned short port, const std::string& token) {
-  return impl_->listen_tcp(address, port, token);
+  return listen_tcp(address, port, token.empty() ? nullptr : std::make_shared<Token_Check>(token));
+}
+
+int HTTP_Server::listen_tcp(const std::string& address, unsigned short port, std::shared_ptr<Access_Check> access) {
+  return impl_->listen_tcp(address, port, nullptr, std::move(access));
+}
+
+int HTTP_Server::listen_tls(const std::string& address, unsigned short port, const TLS_Files& files,
+                            std::shared_ptr<Access_Check> access) {
+  return impl_->listen_tcp(address, port, &files, std::move(access));
 }
 
 unsigned short HTTP_Server::port() const {

@@ -15,6 +15,8 @@ struct HTTP_Server_Limits {
   size_t connections = 256;                   ///< in all
   size_t connections_per_peer = 128;          ///< of one address (TCP) or user (unix socket)
 
+  std::chrono::milliseconds tls_handshake = std::chrono::seconds(10);
+  std::chrono::milliseconds access = std::chrono::seconds(15);  ///< to find out who a caller is; then 503
   std::chrono::milliseconds head =
       std::chrono::seconds(10);  ///< from the first byte (or accept) to the end of the head
   std::chrono::milliseconds body = std::chrono::seconds(60);   ///< from the end of the head to the end of the body
@@ -23,6 +25,12 @@ struct HTTP_Server_Limits {
   std::chrono::milliseconds handshake = std::chrono::seconds(10);  ///< of a WebSocket
   std::chrono::milliseconds answer = std::chrono::minutes(10);     ///< for the service to answer; then 504
   std::chrono::milliseconds linger = std::chrono::seconds(2);  ///< for the peer to read why its connection is closed
+};
+
+/// What a server proves itself with: PEM files, read again when they have changed.
+struct TLS_Files {
+  std::string certificate;  ///< the server's, then those between it and the root
+  std::string key;          ///< its private key, without a passphrase; readable by no one else
 };
 
 struct HTTP_Server_Options {

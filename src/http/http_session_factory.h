@@ -38,4 +38,14 @@ class TESSARIN_API HTTP_Session_Factory {
   static HTTP_Session_var create(const std::string& host, unsigned short port, bool ssl, const char* local_address,
                                  int idle_connections, ACE_SSL_Context* ssl_context, bool delete_context,
                                  int send_timeout, int recv_timeout, int conn_timeout, int flags);
+
+  /**
+   * A session by TLS with another agent, which need not prove by what address it is called, nor to the cluster's CA.
+   *
+   * @param name     what the agent's certificate has to name; empty: @a host.
+   * @param ca_file  PEM: who may have signed it; empty: as above. Read for each new connection.
+   * @return as above.
+   */
+  static HTTP_Session_var create_to_agent(const std::string& host, unsigned short port, const std::string& name,
+                                          const std::string& ca_file);
 };

@@ -4,15 +4,22 @@
 #include <string>
 
 #include "http/http_session_factory.h"
+#include "http/websocket_options.h"
 
 namespace {
 
-constexpr char token_file[] = "/var/run/secrets/kubernetes.io/serviceaccount/token";
+constexpr char service_account_token[] = "/var/run/secrets/kubernetes.io/serviceaccount/token";
 
 HTTP_Session_var session_with(const char* host, unsigned short port, bool ssl) {
   return HTTP_Session_Factory::create(host ? host : "", port, ssl, nullptr, DEFAULT_IDLE_CONNECTIONS, nullptr, false,
                                       DEFAULT_SOCKET_SEND_TIMEOUT, DEFAULT_SOCKET_RECV_TIMEOUT,
                                       DEFAULT_SOCKET_CONN_TIMEOUT, 0);
+}
+
+HTTP_Session_var session_with_agent(const char* host, unsigned short port, bool ssl) {
+  if (!ssl) return session_with(host, port, false);
+  const auto identity = WebSocket_Options::instance()->identity();
+  return HTTP_Session_Factory::create_to_agent(host ? host : "", port, identity.name, identity.ca_file);
 }
 
 }  // namespace
@@ -27,14 +34,14 @@ bool JSON_RESTful_Client::post(const char* path, const json_spirit::Value* body,
   return session_.post(request, body, response, reply);
 }
 
-Common_JSON_RESTful_Client::Common_JSON_RESTful_Client(const char* host, unsigned short port, bool ssl, bool first,
-                                                       bool second)
-    : JSON_RESTful_Client(host, port, ssl, first, second), ssl_(ssl) {}
+Common_JSON_RESTful_Client::Common_JSON_RESTful_Client(const char* host, unsigned short port, bool ssl, bool, bool)
+    : JSON_RESTful_Client(session_with_agent(host, port, ssl)), ssl_(ssl) {}
 
 /// Without TLS anybody could read the token.
 void Common_JSON_RESTful_Client::prepare(HTTP_Request& request) {
   if (!ssl_) return;
-  std::ifstream file(token_file);
+  const std::string other = WebSocket_Options::instance()->identity().token_file;
+  std::ifstream file(other.empty() ? service_account_token : other);
   std::string token;
   if (!std::getline(file, token)) return;
   if (token.ends_with('\r')) token.pop_back();

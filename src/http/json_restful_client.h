@@ -17,6 +17,7 @@ class TESSARIN_API JSON_RESTful_Client {
   bool post(const char* path, const json_spirit::Value* body, HTTP_Response& response, json_spirit::Value* reply);
 
  protected:
+  explicit JSON_RESTful_Client(HTTP_Session_var session) : session_(std::move(session), 0, 0) {}
   /// For what every request carries.
   virtual void prepare(HTTP_Request&) {}
 
@@ -24,7 +25,9 @@ class TESSARIN_API JSON_RESTful_Client {
   JSON_HTTP_Session session_;
 };
 
-/// Calls another agent: with TLS it shows the token of this pod's service account, as it does to the API server.
+/// Calls another agent. With TLS the agent has to prove itself as WebSocket_Options::identity() tells, and is shown the
+/// token that stands there: unless told otherwise that of this pod's service account, as it is shown to the API server.
+/// The token is read for each call.
 class TESSARIN_API Common_JSON_RESTful_Client : public JSON_RESTful_Client {
  public:
   Common_JSON_RESTful_Client(const char* host, unsigned short port, bool ssl, bool, bool);

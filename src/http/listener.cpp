@@ -80,23 +80,28 @@ int Listener::open_unix(const std::string& path) {
   return 0;
 }
 
-int Listener::open_tcp(const std::string& address, unsigned short port, const std::string& token) {
+int Listener::open_tcp(const std::string& address, unsigned short port, const TLS_Files* files,
+                       std::shared_ptr<Access_Check> access) {
   const std::string name = address + " port " + std::to_string(port);
   boost::system::error_code error;
   const auto ip = net::ip::make_address(address, error);
-  if (error || token.empty()) {
+  if (error || !access) {
     errno = EINVAL;
     ACE_ERROR_RETURN((LM_ERROR, ACE_TEXT("Failed to listen on %C: %C\n"), name.c_str(),
                       error ? "not a numeric address" : "no token to ask for"),
                      -1);
   }
-  if (!ip.is_loopback()) {
+  if (!files && !ip.is_loopback()) {
     errno = EACCES;
     ACE_ERROR_RETURN(
         (LM_ERROR, ACE_TEXT("Failed to listen on %C: only loopback addresses go without TLS.\n"), name.c_str()), -1);
   }
+  if (files && identity_.emplace(*files).load() == -1) {
+    errno = EINVAL;
+    return -1;
+  }
   if (open(net::ip::tcp::endpoint(ip, port), name) == -1) return -1;
-  token_ = std::make_shared<const std::string>(token);
+  access_ = std::move(access);
 
   sockaddr_storage bound{};
   socklen_t length = sizeof bound;
@@ -156,8 +161,9 @@ void Listener::accept() {
 void Listener::accepted(Protocol::socket socket) {
   const int handle = socket.native_handle();
   const int on = 1;
-  if (token_) ::setsockopt(handle, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
-  serve(shared_, std::move(socket), peer_of(handle), token_);
+  if (access_) ::setsockopt(handle, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
+  const auto tls = identity_ ? identity_->current() : nullptr;
+  serve(shared_, std::move(socket), {peer_of(handle), tls, access_});
 }
 
 }  // namespace http_server

@@ -6,9 +6,11 @@
 #include <boost/asio/io_context.hpp>
 #include <boost/asio/steady_timer.hpp>
 #include <memory>
+#include <optional>
 #include <string>
 
 #include "http/http_connection.h"
+#include "http/tls_identity.h"
 
 namespace http_server {
 
@@ -21,8 +23,10 @@ class Listener {
 
   /// As HTTP_Server::listen_unix().
   int open_unix(const std::string& path);
-  /// As HTTP_Server::listen_tcp().
-  int open_tcp(const std::string& address, unsigned short port, const std::string& token);
+  /// As HTTP_Server::listen_tcp() and listen_tls().
+  /// @param files  null: no TLS.
+  int open_tcp(const std::string& address, unsigned short port, const TLS_Files* files,
+               std::shared_ptr<Access_Check> access);
   /// Of a TCP socket, 0 of others.
   unsigned short port() const { return port_; }
 
@@ -42,7 +46,8 @@ class Listener {
   Shared& shared_;
   boost::asio::basic_socket_acceptor<Protocol> acceptor_;
   boost::asio::steady_timer pause_;
-  std::shared_ptr<const std::string> token_;
+  std::shared_ptr<Access_Check> access_;
+  std::optional<TLS_Identity> identity_;
   std::string path_;  // of a unix socket that has been made
   unsigned short port_ = 0;
 };

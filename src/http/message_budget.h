@@ -1,16 +1,14 @@
 #pragma once
 
-#include <boost/beast/core/rate_policy.hpp>
 #include <cstddef>
 #include <functional>
-#include <limits>
 #include <utility>
 
 namespace http_server {
 
 /**
  * Counts what a peer sends for one WebSocket message, frame headers included: a message in fragments without end is
- * told by its bytes even when the fragments are empty. A rate policy that never slows down; it only counts.
+ * told by its bytes even when the fragments are empty.
  */
 class Message_Budget {
  public:
@@ -25,22 +23,16 @@ class Message_Budget {
   /// So many of the bytes were not of the message.
   void allow(size_t bytes) { left_ += bytes; }
 
- private:
-  friend class boost::beast::rate_policy_access;
-
-  size_t available_read_bytes() const noexcept { return std::numeric_limits<size_t>::max(); }
-  size_t available_write_bytes() const noexcept { return std::numeric_limits<size_t>::max(); }
-  void transfer_read_bytes(size_t n) {
+  void received(size_t bytes) {
     if (!exceeded_) return;
-    if (n <= left_) {
-      left_ -= n;
+    if (bytes <= left_) {
+      left_ -= bytes;
     } else {
       std::exchange(exceeded_, nullptr)();
     }
   }
-  void transfer_write_bytes(size_t) const noexcept {}
-  void on_timer() const noexcept {}
 
+ private:
   size_t limit_ = 0;
   size_t left_ = 0;
   std::function<void()> exceeded_;

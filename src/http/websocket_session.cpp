@@ -75,7 +75,7 @@ net::awaitable<bool> Session::accept(Request& request) {
   timeout.handshake_timeout = span(limits_.handshake);
   timeout.idle_timeout = span(limits_.idle);
   timeout.keep_alive_pings = true;
-  stream_.expires_never();  // the WebSocket has its own clock
+  stream_.set_deadline({});  // the WebSocket has its own clock
   socket_.set_option(timeout);
   socket_.read_message_max(limits_.message_bytes);
   socket_.text(true);
@@ -98,7 +98,7 @@ net::awaitable<void> Session::run(Request request, HTTP_Service& service) {
 }
 
 net::awaitable<void> Session::read(WebSocket_Receiver& receiver) {
-  auto& budget = stream_.rate_policy();
+  auto& budget = stream_.budget();
   budget.limit(limits_.message_bytes + limits_.message_overhead_bytes, [self = shared_from_this()] {
     ACE_ERROR((LM_ERROR, ACE_TEXT("WebSocket ended: a message in too many fragments.\n")));
     net::post(self->stream_.get_executor(), [self] { self->stream_.close(); });
