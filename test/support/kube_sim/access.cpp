@@ -11,7 +11,7 @@ namespace {
 const char anonymous[] = "system:anonymous";
 
 /// The user's name; empty for the one who may do everything.
-std::string authenticate(const Cluster_Options& options, const Request& request) {
+std::string authenticate(const Cluster_Options& options, const Accounts& accounts, const Request& request) {
   static const std::string scheme = "bearer ";
   const std::string header = request.header("authorization");
   std::string given = header.substr(0, scheme.size());
@@ -21,6 +21,7 @@ std::string authenticate(const Cluster_Options& options, const Request& request)
   if (begin == std::string::npos) return anonymous;
   const std::string token = header.substr(begin);
   if (token == options.token) return {};
+  if (const auto account = accounts.find(token); account && !account->expired) return account->user;
   const auto user = options.powerless.find(token);
   if (user == options.powerless.end()) throw Refusal{failure(401, "Unauthorized", "Unauthorized")};
   return user->second;
@@ -65,8 +66,9 @@ Refusal refuse_resource(const Request& request, const Target& target, const std:
 
 }  // namespace
 
-void check_access(const Cluster_Options& options, const Request& request, const Target& target) {
-  const std::string user = authenticate(options, request);
+void check_access(const Cluster_Options& options, const Accounts& accounts, const Request& request,
+                  const Target& target) {
+  const std::string user = authenticate(options, accounts, request);
   if (user.empty()) return;
   if (target.resource_path) throw refuse_resource(request, target, user);
   if ((request.method != "GET" && request.method != "HEAD") || !open_path(target, user))

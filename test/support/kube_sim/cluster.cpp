@@ -63,7 +63,8 @@ class Cluster_Impl {
 
   Answer answer(const Request& request) {
     const Target target = parse_target(request.path);
-    check_access(options, request, target);
+    check_access(options, accounts, request, target);
+    if (is_token_review(target)) return review_token(options, accounts, request);
     if (!target.resource_path) return discovery_answer(request.method, target, table, options.version);
     rest.resource_at(target);
     if (!takes_json(request.header("accept"))) throw not_acceptable();
@@ -71,6 +72,7 @@ class Cluster_Impl {
   }
 
   const Cluster_Options options;
+  Accounts accounts;
   const Resource_Table table;
   Object_Store store;
   Rest_Api rest;
@@ -99,7 +101,7 @@ Answer Cluster::answer(const Request& request) {
 bool Cluster::watch(const Request& request, Watch_Sink& sink) {
   try {
     const Target target = parse_target(request.path);
-    check_access(impl_->options, request, target);
+    check_access(impl_->options, impl_->accounts, request, target);
     if (!target.resource_path || !target.sub.empty()) return false;
     run_watch(request, target, impl_->rest.resource_at(target), impl_->store, sink);
     return true;
@@ -110,7 +112,7 @@ bool Cluster::watch(const Request& request, Watch_Sink& sink) {
 
 bool Cluster::admits(const Request& request, Answer& refusal) const {
   try {
-    check_access(impl_->options, request, parse_target(request.path));
+    check_access(impl_->options, impl_->accounts, request, parse_target(request.path));
     return true;
   } catch (Refusal& refused) {
     refusal = std::move(refused.answer);
@@ -165,6 +167,10 @@ bool Cluster::remove(const Object_Id& id) {
   options.propagation = "Background";
   store_delete(*kind, store, stored, options);
   return true;
+}
+
+Accounts& Cluster::accounts() {
+  return impl_->accounts;
 }
 
 int Cluster::subscribe(std::function<void(const Change&)> callback) {

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "json_spirit/json_spirit_value.h"
+#include "support/kube_sim/accounts.h"
 #include "support/kube_sim/api.h"
 
 namespace kube_sim {
@@ -71,6 +72,9 @@ class Cluster : public Api {
   /// Whether the sender of @a request may do what it asks for. False with @a refusal (401 or 403) filled in.
   /// For what is served beside this class, such as exec.
   bool admits(const Request& request, Answer& refusal) const;
+
+  /// Further tokens: their owners may do nothing, but TokenReview tells who they are.
+  Accounts& accounts();
 
   // For controllers and for tests that set up a cluster. Nobody's rights are looked at, names and members are not
   // validated; uid, resourceVersion, creationTimestamp and the defaults of the API server are filled in. Objects are
