@@ -15,7 +15,9 @@
 #include "json_rpc/json_rpc_thread_pool.h"
 #include "kolt/trusted_file.h"
 #include "task/task_manager.h"
+#include "websvcs/caller_check.h"
 #include "websvcs/event_session.h"
+#include "websvcs/peers.h"
 
 namespace {
 
@@ -70,9 +72,7 @@ void set_limits(const Agent_Options& options, HTTP_Server_Limits& limits) {
 int Agent::open() {
   if (!is_trusted_file(options_.svc_conf)) return -1;
   if (!options_.config.empty() && !is_trusted_file(options_.config)) return -1;
-  if (!options_.tls_cert.empty() || !options_.token_file.empty() || options_.token_review || options_.peer_tls) {
-    ACE_ERROR_RETURN((LM_ERROR, ACE_TEXT("TLS and the check of other tokens are not there yet.\n")), -1);
-  }
+  if (!is_access_clear(options_) || set_peers(options_) == -1) return -1;
   if (!options_.host_key.empty() && !Host_Manager::instance()->load_rsa_prvkey(options_.host_key)) return -1;
   if (state_.open(options_.state_dir) == -1) return -1;
   leftovers_.sweep();
@@ -137,14 +137,30 @@ int Agent::open_channel() {
   pages_->add_to(*server_);
   if (server_->listen_unix(options_.socket) == -1) return -1;
   ACE_DEBUG((LM_INFO, ACE_TEXT("Listening on '%C'.\n"), options_.socket.c_str()));
-  if (!options_.listen_address.empty()) {
-    std::string token;
-    if (state_.token(token) == -1) return -1;
-    if (server_->listen_tcp(options_.listen_address, options_.listen_port, token) == -1) return -1;
-    ACE_DEBUG((LM_INFO, ACE_TEXT("Listening on %C port %d, token in '%C'.\n"), options_.listen_address.c_str(),
-               static_cast<int>(server_->port()), state_.file("token").c_str()));
-  }
+  if (!options_.listen_address.empty() && listen() == -1) return -1;
   return pages_->start() == -1 ? -1 : server_->start();
+}
+
+int Agent::listen() {
+  const std::string& address = options_.listen_address;
+  const bool tls = !options_.tls_cert.empty();
+  std::shared_ptr<Access_Check> access;
+  if (!options_.token_file.empty() || options_.token_review) {
+    access = Caller_Check::make(options_);
+  } else if (std::string token; state_.token(token) == 0) {
+    access = std::make_shared<Token_Check>(token);
+  }
+  if (!access) return -1;
+  const int result =
+      tls ? server_->listen_tls(address, options_.listen_port, {options_.tls_cert, options_.tls_key}, access)
+          : server_->listen_tcp(address, options_.listen_port, access);
+  if (result == -1) return -1;
+  std::string callers = options_.token_file.empty() ? "" : ", tokens in '" + options_.token_file + "'";
+  if (options_.token_review) callers += ", tokens reviewed by the API server";
+  if (callers.empty()) callers = ", token in '" + state_.file("token") + "'";
+  ACE_DEBUG((LM_INFO, ACE_TEXT("Listening on %C port %d%C%C.\n"), address.c_str(), static_cast<int>(server_->port()),
+             tls ? " by TLS" : "", callers.c_str()));
+  return 0;
 }
 
 void Agent::run() {

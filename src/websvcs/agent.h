@@ -34,6 +34,7 @@ class Agent {
  private:
   int open_channel();
   int open_events();
+  int listen();
   int load_methods();
   int bind_own_methods();
 

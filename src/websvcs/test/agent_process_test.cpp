@@ -9,6 +9,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <chrono>
 #include <filesystem>
 #include <thread>
@@ -47,8 +48,13 @@ class Agent_Process_Test : public testing::Test {
     const int fd = open(log.c_str(), O_WRONLY | O_CREAT | O_APPEND, 0600);
     dup2(fd, STDERR_FILENO);
     if (chdir(work_.path().c_str()) == -1) _exit(126);
-    execl(AGENT_PROGRAM, "tessarin-agent", "--svc-conf", (dir_ / "svc.conf").c_str(), "--state-dir", state_.c_str(),
-          "--listen", "127.0.0.1:0", host_key_.empty() ? nullptr : "--host-key", host_key_.c_str(), nullptr);
+    const std::string svc_conf = dir_ / "svc.conf";
+    std::vector<const char*> words = {"tessarin-agent", "--svc-conf", svc_conf.c_str(), "--state-dir",
+                                      state_.c_str(),   "--listen",   listen_.c_str()};
+    if (!host_key_.empty()) words.insert(words.end(), {"--host-key", host_key_.c_str()});
+    for (const std::string& option : options_) words.push_back(option.c_str());
+    words.push_back(nullptr);
+    execv(AGENT_PROGRAM, const_cast<char* const*>(words.data()));
     _exit(127);
   }
 
@@ -89,6 +95,8 @@ class Agent_Process_Test : public testing::Test {
   const std::string state_ = dir_ / "state";
   const std::string log_path_ = dir_ / "log";
   std::string host_key_;
+  std::string listen_ = "127.0.0.1:0";
+  std::vector<std::string> options_;
   pid_t pid_ = 0;
 };
 
@@ -207,6 +215,59 @@ TEST_F(Agent_Process_Test, SecondAgentOfAStateDirectoryDoesNotStart) {
   EXPECT_THAT(test_support::read_file(dir_ / "second.log"), HasSubstr("Another agent has the state directory"));
   EXPECT_THAT(call("agent.info"), HasSubstr("200 OK"));
   EXPECT_EQ(0, end(SIGTERM));
+}
+
+/// Starts with what must not be, and ends with code 1 and one line that tells it.
+class Agent_Refuses_Access : public Agent_Process_Test {
+ protected:
+  void expect_refused(const std::string& line) {
+    pid_ = spawn(log_path_);
+    EXPECT_EQ(1, end(0));
+    EXPECT_THAT(log(), HasSubstr(line));
+    EXPECT_EQ(1, std::ranges::count(log(), '\n')) << log();
+    EXPECT_FALSE(std::filesystem::exists(state_ + "/agent.sock"));
+    std::filesystem::remove(log_path_);
+  }
+};
+
+TEST_F(Agent_Refuses_Access, ToListenOnAnyAddressWithoutTLS) {
+  for (const char* address : {"0.0.0.0", "[::]"}) {
+    listen_ = std::string(address) + ":0";
+    pid_ = spawn(log_path_);
+    EXPECT_EQ(1, end(0));
+    EXPECT_THAT(log(), HasSubstr("only loopback addresses go without TLS."));
+  }
+}
+
+TEST_F(Agent_Refuses_Access, TLSWithoutACheckOfTokens) {
+  options_ = {"--tls-cert", dir_ / "tls.crt", "--tls-key", dir_ / "tls.key"};
+  expect_refused("--tls-cert needs --token-file or --token-review: callers could not be told from others.");
+}
+
+TEST_F(Agent_Refuses_Access, ReviewForNobody) {
+  options_ = {"--token-review"};
+  expect_refused("--token-review needs --allow-service-account: nobody could call.");
+}
+
+TEST_F(Agent_Refuses_Access, OptionsOfAFileThatOthersMayWrite) {
+  options_ = {"--config", dir_.write("agent.conf", "answer-timeout = 5\n")};
+  ASSERT_EQ(0, chmod(options_[1].c_str(), 0666));
+  expect_refused("'" + options_[1] + "' is not trusted: others may write it");
+}
+
+TEST_F(Agent_Refuses_Access, CAOfPeersThatIsNotThere) {
+  options_ = {"--peer-tls", "--peer-ca", dir_ / "none"};
+  expect_refused("No CA of peers: '" + (dir_ / "none") + "' cannot be read: No such file or directory.");
+}
+
+TEST_F(Agent_Process_Test, OptionsComeFromAFile) {
+  options_ = {"--config", dir_.write("agent.conf", "token-file = \"" + (dir_ / "tokens") + "\"\n")};
+  ASSERT_EQ(0, chmod(options_[1].c_str(), 0644));
+  ASSERT_EQ(0, chmod(dir_.write("tokens", "a-token-of-the-file\n").c_str(), 0600));
+  start();
+  EXPECT_THAT(log(), HasSubstr(", tokens in '" + (dir_ / "tokens") + "'."));
+  EXPECT_FALSE(std::filesystem::exists(state_ + "/token")) << "one that nobody may show";
+  EXPECT_EQ(0, end(SIGTERM)) << log();
 }
 
 struct Bad_Start {
