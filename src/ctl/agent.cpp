@@ -43,13 +43,18 @@ std::string read_token(const std::string& file) {
   return token;
 }
 
-bool is_this_machine(const std::string& url) {
+/// A part of a URL; empty if it has none, or is no URL.
+std::string part_of(const std::string& url, CURLUPart which) {
   const std::unique_ptr<CURLU, void (*)(CURLU*)> parsed(curl_url(), curl_url_cleanup);
   char* part = nullptr;
   if (curl_url_set(parsed.get(), CURLUPART_URL, url.c_str(), 0) != CURLUE_OK ||
-      curl_url_get(parsed.get(), CURLUPART_HOST, &part, 0) != CURLUE_OK)
-    return false;
-  const std::string host = std::unique_ptr<char, void (*)(void*)>(part, curl_free).get();
+      curl_url_get(parsed.get(), which, &part, CURLU_DEFAULT_PORT) != CURLUE_OK)
+    return {};
+  return std::unique_ptr<char, void (*)(void*)>(part, curl_free).get();
+}
+
+bool is_this_machine(const std::string& url) {
+  const std::string host = part_of(url, CURLUPART_HOST);
   return host == "localhost" || host == "[::1]" ||
          (begins_with(host, "127.") && host.find_first_not_of("0123456789.") == std::string::npos);
 }
@@ -59,7 +64,7 @@ bool is_this_machine(const std::string& url) {
 /// POSTs and GETs over one connection that is kept.
 class Agent::Http {
  public:
-  Http(const std::string& url, const std::string& token) : curl_(curl_easy_init()) {
+  Http(const std::string& url, const std::string& token, const Agent_Trust& trust) : curl_(curl_easy_init()) {
     if (curl_ == nullptr) throw std::bad_alloc();
     add_header("Content-Type: application/json");
     add_header("Expect:");
@@ -69,8 +74,14 @@ class Agent::Http {
       base_ = "http://localhost";
     } else {
       base_ = url.substr(0, url.find_last_not_of('/') + 1);
+      if (!trust.name.empty()) call_by_name(url, trust.name);
     }
     set(CURLOPT_PROTOCOLS_STR, "http,https");
+    set(CURLOPT_SSLVERSION, static_cast<long>(CURL_SSLVERSION_TLSv1_2));
+    if (!trust.ca_file.empty()) {
+      set(CURLOPT_CAINFO, trust.ca_file.c_str());
+      set(CURLOPT_CAPATH, static_cast<const char*>(nullptr));
+    }
     set(CURLOPT_PROXY, "");  // the environment's proxy is not for the agent, and must not see the token
     set(CURLOPT_NOSIGNAL, 1L);
     set(CURLOPT_CONNECTTIMEOUT, connect_seconds);
@@ -82,6 +93,7 @@ class Agent::Http {
   ~Http() {
     curl_easy_cleanup(curl_);
     curl_slist_free_all(headers_);
+    curl_slist_free_all(places_);
   }
 
   /// The answer's body; its status goes to @a status. False if there is none: error() tells why.
@@ -118,28 +130,44 @@ class Agent::Http {
     const CURLcode code = curl_easy_setopt(curl_, option, value);
     if (code != CURLE_OK) throw Failure(exit_usage, curl_easy_strerror(code));
   }
+  /// Connects to the place in @a url, and takes whoever is there for @a name.
+  void call_by_name(const std::string& url, const std::string& name) {
+    const std::string port = ":" + part_of(url, CURLUPART_PORT);
+    places_ = curl_slist_append(nullptr, ("::" + part_of(url, CURLUPART_HOST) + port).c_str());
+    set(CURLOPT_CONNECT_TO, places_);
+    base_ = part_of(url, CURLUPART_SCHEME) + "://" + name + port;
+  }
   void add_header(const char* header) { headers_ = curl_slist_append(headers_, header); }
 
   CURL* const curl_;
   std::string base_;  // of all URLs
   curl_slist* headers_ = nullptr;
+  curl_slist* places_ = nullptr;
   CURLcode code_ = CURLE_OK;
   std::string answer_;
   char error_[CURL_ERROR_SIZE] = {};
 };
 
-Agent::Agent(const std::string& url, const std::string& token_file)
-    : url_(url), http_([&] {
+Agent::Agent(const std::string& url, const Agent_Trust& trust)
+    : url_(url), with_token_(!trust.token_file.empty()), http_([&] {
         if (!begins_with(url, "unix:///") && !begins_with(url, "http://") && !begins_with(url, "https://"))
           throw Failure(exit_usage,
                         "The agent's URL is unix:///PATH, http://HOST:PORT or https://HOST:PORT, not " + url);
-        const std::string token = token_file.empty() ? std::string() : read_token(token_file);
+        const std::string token = trust.token_file.empty() ? std::string() : read_token(trust.token_file);
         if (!token.empty() && begins_with(url, "http://") && !is_this_machine(url))
           throw Failure(exit_usage, "The token is not sent to another machine over plain HTTP; use https.");
-        return new Http(url, token);
+        return new Http(url, token, trust);
       }()) {}
 
 Agent::~Agent() = default;
+
+void Agent::check_status(long status) const {
+  if (status == 401)
+    throw Failure(exit_refused, with_token_ ? "The agent does not accept the token."
+                                            : "The agent wants a token: give its file with --token-file.");
+  if (status == 403) throw Failure(exit_refused, "The owner of the token may not call the agent.");
+  if (status == 503) throw Failure(exit_unreachable, "The agent cannot find out whose token it is; try again later.");
+}
 
 Value Agent::call(const std::string& method, const Object& params, std::chrono::seconds timeout) {
   Object request;
@@ -152,8 +180,7 @@ Value Agent::call(const std::string& method, const Object& params, std::chrono::
   const std::string body = json_spirit::JSON_Dump(request, false).str();
   if (!http_->post(body, static_cast<long>(timeout.count()), status))
     throw Failure(exit_unreachable, "No answer from the agent at " + url_ + ": " + http_->error() + ".");
-  if (status == 401 || status == 403)
-    throw Failure(exit_refused, "The agent wants a token: give its file with --token-file.");
+  check_status(status);
 
   Value document;
   if (!json_spirit::loads_json(http_->answer().c_str(), document) || document.type() != json_spirit::obj_type)

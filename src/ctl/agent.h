@@ -8,16 +8,23 @@
 
 namespace ctl {
 
+/// How caller and agent know each other over TCP. All may be empty.
+struct Agent_Trust {
+  std::string token_file;  ///< whose first line is the bearer token; empty: none is sent
+  std::string ca_file;     ///< PEM: who signs the agent's certificate; empty: the system's store
+  std::string name;        ///< what that has to name; empty: the host of the URL
+};
+
 /// The agent, called by JSON-RPC 2.0 over HTTP. One thread at a time.
 class Agent {
  public:
   /**
-   * @param url         "unix:///path/of/socket", "http://host:port" or "https://host:port".
-   * @param token_file  file whose first line is the bearer token; empty: none is sent.
-   * @throws Failure    exit_usage: the URL has another form, the token file cannot be read, or a token would go over
+   * @param url       "unix:///path/of/socket", "http://host:port" or "https://host:port".
+   * @throws Failure  exit_usage: the URL has another form, the token file cannot be read, or a token would go over
    * plain HTTP to another machine.
    */
-  Agent(const std::string& url, const std::string& token_file);
+  Agent(const std::string& url, const Agent_Trust& trust);
+  Agent(const std::string& url, const std::string& token_file) : Agent(url, Agent_Trust{token_file, "", ""}) {}
   ~Agent();
 
   /**
@@ -48,7 +55,10 @@ class Agent {
  private:
   class Http;
 
+  void check_status(long status) const;
+
   const std::string url_;
+  const bool with_token_;
   const std::unique_ptr<Http> http_;
   int last_id_ = 0;
 };

@@ -82,6 +82,10 @@ Exit_Code run_job(const Options& options, Agent& agent, const char* method, cons
   return job.exit_code();
 }
 
+Agent_Trust trust_of(const Options& options) {
+  return {options.token_file, options.ca_file, options.agent_name};
+}
+
 Object about_sets(const Set_Place& place, const std::vector<Volume>& volumes, uint32_t seq) {
   Array names;
   for (const Volume& volume : volumes) names.emplace_back(volume.name);
@@ -93,7 +97,7 @@ Object about_sets(const Set_Place& place, const std::vector<Volume>& volumes, ui
 
 Exit_Code backup(const Options& options, std::ostream& out, std::ostream& err) {
   const std::vector<Volume> volumes = backup_volumes(options);
-  Agent agent(options.agent, options.token_file);
+  Agent agent(options.agent, trust_of(options));
   const Set_Place place = place_of_job(options, agent);
   const uint32_t seq = options.seq ? *options.seq : next_seq(place, volumes);
   const Exit_Code code = run_job(options, agent, "k8s.backup", backup_params(options, place, volumes, seq, new_uuid()),
@@ -105,7 +109,7 @@ Exit_Code backup(const Options& options, std::ostream& out, std::ostream& err) {
 
 Exit_Code restore(const Options& options, std::ostream& out, std::ostream& err) {
   const std::vector<Volume> volumes = restore_volumes(options);
-  Agent agent(options.agent, options.token_file);
+  Agent agent(options.agent, trust_of(options));
   const Set_Place place = place_of_job(options, agent);
   const uint64_t size = size_of_sets(place, volumes, *options.seq, options.incarnation);
   return run_job(options, agent, "k8s.restore", restore_params(options, place, volumes, size),
@@ -113,7 +117,7 @@ Exit_Code restore(const Options& options, std::ostream& out, std::ostream& err) 
 }
 
 Exit_Code jobs(const Options& options, std::ostream& out, std::ostream&) {
-  Agent agent(options.agent, options.token_file);
+  Agent agent(options.agent, trust_of(options));
   Array documents;
   Table table({"JOB", "KIND", "STATE", "CREATED", ">TIME", ">SIZE", ">STORED", "FIRST ERROR"});
   for (const Job& job : list_jobs(agent, options.limit)) {
@@ -145,7 +149,7 @@ void print_job(std::ostream& out, const Job& job, const Progress& progress) {
 }
 
 Exit_Code status(const Options& options, std::ostream& out, std::ostream& err) {
-  Agent agent(options.agent, options.token_file);
+  Agent agent(options.agent, trust_of(options));
   Job job = find_job(agent, options.job);
   if (options.watch && !job.ended()) {
     const Interrupt interrupt;
@@ -165,7 +169,7 @@ Exit_Code status(const Options& options, std::ostream& out, std::ostream& err) {
 }
 
 Exit_Code cancel(const Options& options, std::ostream& out, std::ostream&) {
-  Agent agent(options.agent, options.token_file);
+  Agent agent(options.agent, trust_of(options));
   Array ids;
   for (const Job& job : list_jobs(agent, 0))
     if (job.state == "running") ids.emplace_back(job.id);
@@ -182,7 +186,7 @@ Exit_Code cancel(const Options& options, std::ostream& out, std::ostream&) {
 }
 
 Exit_Code size(const Options& options, std::ostream& out, std::ostream&) {
-  Agent agent(options.agent, options.token_file);
+  Agent agent(options.agent, trust_of(options));
   Object params;
   params["path"] = backup_volumes(options).front().pattern;
   const Object answer = object_of(agent.call("k8s.get_pvc_size", params, std::chrono::seconds(0)));
@@ -196,7 +200,7 @@ Exit_Code size(const Options& options, std::ostream& out, std::ostream&) {
 }
 
 Exit_Code info(const Options& options, std::ostream& out, std::ostream&) {
-  Agent agent(options.agent, options.token_file);
+  Agent agent(options.agent, trust_of(options));
   const Object info = object_of(agent.call("agent.info", Object()));
   if (options.json) {
     print_json(out, info);

@@ -38,11 +38,15 @@ std::vector<std::string> reversed_arguments(int argc, const char* const* argv) {
 CLI::App* add_command(CLI::App& app, Options& options, const char* name, const char* text) {
   CLI::App* const command = app.add_subcommand(name, text);
   command->callback([&options, name] { options.command = name; });
-  command->add_option(
-      "--agent", options.agent,
-      "unix:///PATH or http://HOST:PORT of the agent; default: TESSARIN_AGENT, or the agent's usual socket");
+  command->add_option("--agent", options.agent,
+                      "unix:///PATH, https://HOST:PORT or, on this machine, http://HOST:PORT of the agent; default: "
+                      "TESSARIN_AGENT, or the agent's usual socket");
   command->add_option("--token-file", options.token_file,
                       "file with the token that the agent asks for; default: TESSARIN_TOKEN_FILE");
+  command->add_option("--ca", options.ca_file,
+                      "PEM file that vouches for the agent's certificate; default: TESSARIN_CA, or the system's store");
+  command->add_option("--agent-name", options.agent_name,
+                      "what that certificate names; default: TESSARIN_AGENT_NAME, or the host in --agent");
   command->add_flag("--json", options.json, "one JSON document on the standard output");
   return command;
 }
@@ -132,6 +136,8 @@ bool parse_options(int argc, const char* const* argv, Options& options, int& exi
   app.footer(footer);
   options.agent = from_environment("TESSARIN_AGENT", default_agent);
   options.token_file = from_environment("TESSARIN_TOKEN_FILE");
+  options.ca_file = from_environment("TESSARIN_CA");
+  options.agent_name = from_environment("TESSARIN_AGENT_NAME");
   options.pool = from_environment("TESSARIN_POOL");
   add_backup(app, options);
   add_restore(app, options);

@@ -17,6 +17,8 @@ struct Options {
 
   std::string agent;
   std::string token_file;
+  std::string ca_file;     ///< of --agent; empty: the system's store
+  std::string agent_name;  ///< what the agent's certificate names; empty: the host in --agent
   bool json = false;
 
   std::string pool;       ///< URL; empty: the agent's default

@@ -67,6 +67,10 @@ TEST_F(Options_Test, A_backup_takes_all_its_options) {
                      "http://127.0.0.1:80",
                      "--token-file",
                      "/t",
+                     "--ca",
+                     "/ca",
+                     "--agent-name",
+                     "agent.svc",
                      "--json",
                      "/data"}));
   EXPECT_EQ(options_.pool, "file:///pool");
@@ -80,6 +84,8 @@ TEST_F(Options_Test, A_backup_takes_all_its_options) {
   EXPECT_EQ(options_.seq, 4294967295u);
   EXPECT_EQ(options_.agent, "http://127.0.0.1:80");
   EXPECT_EQ(options_.token_file, "/t");
+  EXPECT_EQ(options_.ca_file, "/ca");
+  EXPECT_EQ(options_.agent_name, "agent.svc");
   EXPECT_TRUE(options_.json);
 }
 
