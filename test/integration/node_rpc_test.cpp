@@ -2,9 +2,9 @@
 #include <sys/mount.h>
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <regex>
 
-#include "http/json_restful_client.h"
 #include "integration/agent_process.h"
 #include "k8s/api/k8s_pvc.h"
 #include "k8s/api/k8s_utils.h"
@@ -15,63 +15,42 @@
 namespace test_support {
 namespace {
 
-using json_spirit::JSON_Dump;
 using json_spirit::Value;
 using testing::ElementsAre;
-
-/// Shows the agent the header that the relay was shown.
-class Relay_Client : public JSON_RESTful_Client {
- public:
-  Relay_Client(unsigned short port, const std::string& authorization)
-      : JSON_RESTful_Client("127.0.0.1", port, false, false, true), authorization_(authorization) {}
-
- protected:
-  void prepare(HTTP_Request& request) override { request.headers().put("Authorization", authorization_.c_str(), true); }
-
- private:
-  const std::string authorization_;
-};
-
-/// Stands before the agent, whose channel has no TLS of its own, and passes on what it gets as it is.
-class Tls_Relay : public kube_sim::Api {
- public:
-  kube_sim::Answer answer(const kube_sim::Request& request) override {
-    const Value body = json(request.body);
-    HTTP_Response response;
-    Value reply;
-    Relay_Client(agent_port, request.header("authorization")).post(request.path.c_str(), &body, response, &reply);
-    return kube_sim::json_answer(response.status(), JSON_Dump(reply, false).str());
-  }
-
-  unsigned short agent_port = 0;
-};
 
 class Node_Rpc : public Simulated_Cluster {
  protected:
   static void SetUpTestSuite() { ASSERT_EQ(mount("tmpfs", "/var/lib", "tmpfs", 0, "mode=755"), 0); }
 
   void SetUp() override {
-    write_agent_token(account.token());
     create("", "persistentvolumeclaims", R"({"kind":"PersistentVolumeClaim","apiVersion":"v1",
         "metadata":{"name":"data","namespace":"shop"},"spec":{"accessModes":["ReadWriteOnce"],"volumeName":"pv-1",
         "resources":{"requests":{"storage":"1Gi"}}}})");
+    cluster.accounts().set(account.token(), {"system:serviceaccount:agents:tessarin-agent"});
+    present(certificates);
   }
 
-  void write_agent_token(const std::string& token) {
-    mkdir((dir_ / "state").c_str(), 0700);
-    chmod(dir_.write("state/token", token + "\n").c_str(), 0600);
+  /// What the agent proves itself with.
+  void present(const kube_sim::Certificates& authority) {
+    const auto pair = authority.server(kube_sim::Certificate_Kind::GOOD);
+    dir_.write("tls.crt", pair.certificate);
+    chmod(dir_.write("tls.key", pair.key).c_str(), 0600);
   }
   void start_agent() {
     ASSERT_TRUE(process_.start()) << process_.log();
     std::smatch port;
     const std::string log = process_.log();
-    ASSERT_TRUE(std::regex_search(log, port, std::regex("Listening on 127.0.0.1 port ([0-9]+)"))) << log;
-    relay_.agent_port = static_cast<unsigned short>(std::stoi(port[1]));
-    call_port(relay_front_.port());
-  }
-  void call_port(unsigned short port) {
-    environment.set("AUX_PORT", std::to_string(port).c_str());
+    ASSERT_TRUE(std::regex_search(log, port, std::regex("Listening on 127.0.0.1 port ([0-9]+) by TLS"))) << log;
+    environment.set("AUX_PORT", port[1].str().c_str());
     ASSERT_TRUE(K8S_Cluster::instance()->set_aux_info());
+  }
+  size_t reviews() const {
+    const auto all = requests();
+    return std::ranges::count(all, "POST /apis/authentication.k8s.io/v1/tokenreviews");
+  }
+  void expect_no_answer() {
+    EXPECT_FALSE(measure());
+    EXPECT_TRUE(log.has_containing(LM_ERROR, "Failed to send json rpc to '127.0.0.1', resp_data '")) << log.all();
   }
 
   bool measure() {
@@ -83,9 +62,9 @@ class Node_Rpc : public Simulated_Cluster {
   }
 
   Temp_Dir dir_;
-  Agent_Process process_{dir_ / "state", {"--listen", "127.0.0.1:0"}};
-  Tls_Relay relay_;
-  kube_sim::Front relay_front_{relay_, {.certificates = &certificates}};
+  Agent_Process process_{dir_ / "state",
+                         {"--listen", "127.0.0.1:0", "--tls-cert", dir_ / "tls.crt", "--tls-key", dir_ / "tls.key",
+                          "--token-review", "--allow-service-account", "agents/tessarin-agent"}};
   std::int64_t size_ = 0;
 };
 
@@ -97,8 +76,7 @@ TEST_F(Node_Rpc, AgentOnTheNodeMeasuresTheVolumeOfAClaim) {
   start_agent();
   EXPECT_TRUE(measure()) << log.all();
   EXPECT_EQ(size_, 70'345);
-  ASSERT_EQ(relay_front_.requests().size(), 1u);
-  EXPECT_EQ(relay_front_.requests()[0].header("authorization"), "Bearer " + account.token());
+  EXPECT_EQ(reviews(), 1u);
   std::filesystem::remove_all("/var/lib/kubelet");
 }
 
@@ -109,19 +87,36 @@ TEST_F(Node_Rpc, AgentThatFindsNoVolumeIsAFailure) {
   EXPECT_EQ(errors().back(), "Failed to get pvc size from node 'n1'.\n");
 }
 
-TEST_F(Node_Rpc, AgentRefusesATokenThatIsNotItsOwn) {
-  write_agent_token("another-token-of-some-length");
+TEST_F(Node_Rpc, AgentRefusesAnAccountThatMayNotCall) {
+  cluster.accounts().set(account.token(), {"system:serviceaccount:agents:default"});
   start_agent();
-  EXPECT_FALSE(measure());
-  EXPECT_TRUE(log.has_containing(LM_ERROR, "Failed to send json rpc to '127.0.0.1', resp_data '")) << log.all();
+  expect_no_answer();
+  EXPECT_EQ(reviews(), 1u);
 }
 
-TEST_F(Node_Rpc, AgentRefusesACallerWithoutTlsAsItShowsNoToken) {
+TEST_F(Node_Rpc, AgentThatIsNotTrustedGetsNoToken) {
+  present(kube_sim::Certificates());
+  start_agent();
+  expect_no_answer();
+  EXPECT_EQ(reviews(), 0u);
+}
+
+TEST_F(Node_Rpc, AgentsMayHaveACAOfTheirOwn) {
+  const kube_sim::Certificates agents;
+  present(agents);
+  WebSocket_Options::instance()->set_identity({dir_.write("ca.crt", agents.ca()), "localhost", ""});
+  start_agent();
+  EXPECT_FALSE(measure());
+  EXPECT_THAT(emergencies(), ElementsAre("obj_ptr is NULL:")) << "it was asked, and finds no volume";
+  EXPECT_EQ(reviews(), 1u);
+  WebSocket_Options::instance()->set_identity({});
+}
+
+TEST_F(Node_Rpc, AgentHearsNobodyWithoutTls) {
   start_agent();
   WebSocket_Options::instance()->ssl(false);
-  call_port(relay_.agent_port);
-  EXPECT_FALSE(measure());
-  EXPECT_TRUE(log.has_containing(LM_ERROR, "Failed to send json rpc to '127.0.0.1', resp_data '")) << log.all();
+  expect_no_answer();
+  EXPECT_EQ(reviews(), 0u);
 }
 
 }  // namespace
