@@ -82,10 +82,6 @@ Exit_Code run_job(const Options& options, Agent& agent, const char* method, cons
   return job.exit_code();
 }
 
-Agent_Trust trust_of(const Options& options) {
-  return {options.token_file, options.ca_file, options.agent_name};
-}
-
 Object about_sets(const Set_Place& place, const std::vector<Volume>& volumes, uint32_t seq) {
   Array names;
   for (const Volume& volume : volumes) names.emplace_back(volume.name);

@@ -37,7 +37,7 @@ class No_Service : public HTTP_Service {
 /// The agent's page, fetched for each reader.
 class Forwarded_Page {
  public:
-  explicit Forwarded_Page(const Options& options) : agent_(options.agent, options.token_file) {}
+  explicit Forwarded_Page(const Options& options) : agent_(options.agent, trust_of(options)) {}
 
   /// @throws Failure.
   void check() {

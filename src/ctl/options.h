@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "ctl/agent.h"
 #include "ctl/cluster_options.h"
 #include "ctl/sets/sets_options.h"
 
@@ -46,6 +47,11 @@ struct Options {
   Cluster_Options cluster;
   Sets_Options sets;
 };
+
+/// Who the agent has to prove to be, and what it is shown.
+inline Agent_Trust trust_of(const Options& options) {
+  return {options.token_file, options.ca_file, options.agent_name};
+}
 
 /**
  * Reads a command line.

@@ -112,12 +112,18 @@ TEST(Agent, An_error_answer_is_told_with_its_code) {
 }
 
 TEST(Agent, A_caller_without_rights_is_told_about_the_token) {
+  test_support::Temp_Dir dir;
   Scripted_Agent server;
-  Agent agent(server.url(), "");
-  for (const char* status : {"401 Unauthorized", "403 Forbidden"}) {
-    server.raw(std::string("HTTP/1.1 ") + status + "\r\nContent-Length: 0\r\n\r\n");
-    EXPECT_THAT(failure_of([&] { agent.call("method", Object()); }), HasSubstr("4 The agent wants a token"));
-  }
+  const auto told = [&](const std::string& status, const std::string& token_file) {
+    Agent agent(server.url(), token_file);
+    server.raw("HTTP/1.1 " + status + "\r\nContent-Length: 0\r\n\r\n");
+    return failure_of([&] { agent.call("method", Object()); });
+  };
+  const std::string token = dir.write("token", "t\n");
+  EXPECT_EQ(told("401 Unauthorized", ""), "4 The agent wants a token: give its file with --token-file.");
+  EXPECT_EQ(told("401 Unauthorized", token), "4 The agent does not accept the token.");
+  EXPECT_EQ(told("403 Forbidden", token), "4 The owner of the token may not call the agent.");
+  EXPECT_EQ(told("503 Service Unavailable", token), "3 The agent cannot find out whose token it is; try again later.");
 }
 
 TEST(Agent, An_answer_of_something_else_is_unreachable) {
