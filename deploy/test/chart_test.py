@@ -214,7 +214,15 @@ class Control(unittest.TestCase):
 
     def test_has_every_variable_that_the_library_reads(self):
         given = {e["name"] for e in container_of(objects(), "Deployment", "tessarin-control")["env"]}
-        self.assertEqual(variables_read("k8s/api"), given)
+        self.assertEqual(variables_read("k8s/api") | {"TESSARIN_CA", "TESSARIN_AGENT_NAME"}, given)
+        self.assertLessEqual(given - variables_read("k8s/api"), variables_read("ctl"))
+
+    def test_sees_of_the_certificate_only_who_signed_it(self):
+        volumes = {v["name"]: v for v in pod_of(objects(), "Deployment", "tessarin-control")["volumes"]}
+        self.assertEqual(volumes["agents-ca"]["secret"]["items"], [{"key": "ca.crt", "path": "ca.crt"}])
+        environment = {e["name"]: e.get("value") for e in container_of(objects(), "Deployment", "tessarin-control")["env"]}
+        self.assertEqual(environment["TESSARIN_CA"], "/etc/tessarin/ca.crt")
+        self.assertEqual(environment["TESSARIN_AGENT_NAME"], "tessarin-agent.tessarin.svc")
 
     def test_has_the_storage_classes_where_the_library_looks(self):
         documents = objects({"storageClasses": {"csi": ["gold"]}})

@@ -26,7 +26,7 @@ MOUNT = {"name!": NAME, "mountPath!": str, "readOnly": bool, "subPath": str,
          "mountPropagation": ("None", "HostToContainer", "Bidirectional")}
 VOLUME = {"name!": NAME, "hostPath": {"path!": str, "type": ("Directory", "DirectoryOrCreate")},
           "emptyDir": {"medium": ("Memory",), "sizeLimit": ANY}, "configMap": {"name!": NAME},
-          "secret": {"secretName!": NAME, "defaultMode": int}, "nfs": {"server!": str, "path!": str, "readOnly": bool},
+          "secret": {"secretName!": NAME, "defaultMode": int, "items": [{"key!": str, "path!": str}]}, "nfs": {"server!": str, "path!": str, "readOnly": bool},
           "persistentVolumeClaim": {"claimName!": NAME, "readOnly": bool}}
 ENV = {"name!": NAME, "value": str, "valueFrom": {"fieldRef!": {"fieldPath!": (
     "metadata.name", "metadata.namespace", "metadata.uid", "spec.nodeName")}}}

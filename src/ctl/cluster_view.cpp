@@ -6,7 +6,9 @@
 
 #include "ctl/failure.h"
 #include "ctl/service_account.h"
+#include "http/websocket_options.h"
 #include "json_spirit/extract.h"
+#include "kolt/get_env_r.h"
 
 namespace ctl {
 
@@ -33,6 +35,13 @@ const char* meaning_of(int status) {
   }
 }
 
+/// Where a CA for the agents' certificates is given they are called by TLS, with the service account's token.
+void set_peers() {
+  const std::string ca = get_env_r("TESSARIN_CA");
+  WebSocket_Options::instance()->ssl(!ca.empty());
+  WebSocket_Options::instance()->set_identity({ca, get_env_r("TESSARIN_AGENT_NAME"), ""});
+}
+
 }  // namespace
 
 Cluster_View::Cluster_View(const Cluster_Options& options) {
@@ -40,6 +49,7 @@ Cluster_View::Cluster_View(const Cluster_Options& options) {
     assume_service_account(options.server, options.token_file, options.ca_file);
   else if (std::getenv("KUBERNETES_SERVICE_HOST") == nullptr)
     throw Failure(exit_usage, "This is no pod of a cluster: give --server, --token-file and --ca.");
+  set_peers();
   client_ = std::make_shared<K8S_Client>();
   // False also without the environment of the auxiliary agents, which most commands do without.
   if (cluster().init() || !cluster().get_k8s_version().empty()) return;

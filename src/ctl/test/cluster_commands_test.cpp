@@ -15,6 +15,7 @@
 #include "support/kube_sim/front.h"
 #include "support/kube_sim/preload.h"
 #include "support/kube_sim/process_exec.h"
+#include "support/kube_sim/scripted_api.h"
 #include "support/kube_sim/service_account.h"
 #include "support/log_capture.h"
 #include "support/temp_dir.h"
@@ -65,7 +66,8 @@ class Cluster_Commands : public ::testing::Test {
   ~Cluster_Commands() override { forget_agents(); }
 
   static void forget_agents() {
-    for (const char* name : {"AUX_KEY", "AUX_VALUE", "AUX_PORT", "CURRENT_NAMESPACE"}) unsetenv(name);
+    for (const char* name : {"AUX_KEY", "AUX_VALUE", "AUX_PORT", "TESSARIN_CA", "TESSARIN_AGENT_NAME", "CURRENT_NAMESPACE"})
+      unsetenv(name);
   }
   static void know_agents() {
     setenv("AUX_KEY", "app", 1);
@@ -220,8 +222,7 @@ TEST_F(Cluster_Commands, Size_needs_a_pod_that_mounts_the_claim) {
   EXPECT_THAT(failure, HasSubstr("mounts the claim 'other'"));
 }
 
-TEST_F(Cluster_Commands, Size_in_a_pod_of_several_containers_is_left_to_the_agents) {
-  preload(sim, json(R"([
+constexpr char pod_of_two_containers[] = R"([
     {"kind": "PersistentVolumeClaim", "apiVersion": "v1", "metadata": {"name": "shared", "namespace": "lab"},
      "spec": {"accessModes": ["ReadWriteOnce"], "storageClassName": "fast", "volumeMode": "Filesystem",
               "resources": {"requests": {"storage": "1Gi"}}}},
@@ -229,10 +230,50 @@ TEST_F(Cluster_Commands, Size_in_a_pod_of_several_containers_is_left_to_the_agen
      "spec": {"containers": [{"name": "a", "image": "busybox",
                               "volumeMounts": [{"name": "v", "mountPath": "/data"}]},
                              {"name": "b", "image": "busybox"}],
-              "volumes": [{"name": "v", "persistentVolumeClaim": {"claimName": "shared"}}]}}])"));
+              "volumes": [{"name": "v", "persistentVolumeClaim": {"claimName": "shared"}}]}}])";
+
+TEST_F(Cluster_Commands, Size_in_a_pod_of_several_containers_is_left_to_the_agents) {
+  preload(sim, json(pod_of_two_containers));
   ASSERT_TRUE(controllers.settle());
   EXPECT_EQ(run({"pvc", "size", "shared", "-n", "lab"}), exit_usage);
   EXPECT_THAT(failure, AllOf(HasSubstr("several containers"), HasSubstr("AUX_KEY")));
+}
+
+/// An agent that answers by TLS, on this machine.
+class Called_Agent : public Cluster_Commands {
+ protected:
+  Called_Agent() {
+    preload(sim, json(pod_of_two_containers));
+    EXPECT_TRUE(controllers.settle());
+    sim.update({"", "pods", "agents", "agent-1"}, [](json_spirit::Object& pod) {
+      pod["status"].get_obj()["podIP"] = "127.0.0.1";
+      return true;
+    });
+    know_agents();
+    setenv("AUX_PORT", std::to_string(agent_front.port()).c_str(), 1);
+    const std::string ca = containers.path() + "/agents.crt";
+    std::ofstream(ca) << agent_front.ca();
+    setenv("TESSARIN_CA", ca.c_str(), 1);
+  }
+
+  kube_sim::Scripted_Api agent;
+  kube_sim::Front agent_front{agent};
+};
+
+TEST_F(Called_Agent, Is_shown_the_service_accounts_token) {
+  setenv("TESSARIN_AGENT_NAME", "localhost", 1);
+  agent.expect("POST", "/d2/jr", kube_sim::json_answer(200, R"({"result": {"size": 4711}})"));
+  EXPECT_EQ(run({"pvc", "size", "shared", "-n", "lab", "--json"}), exit_ok) << failure << log.all();
+  EXPECT_THAT(out.str(), HasSubstr("4711"));
+  ASSERT_EQ(agent_front.requests().size(), 1U);
+  EXPECT_EQ(agent_front.requests()[0].header("authorization"), "Bearer " + account.token());
+  EXPECT_EQ(agent.verify(), "");
+}
+
+TEST_F(Called_Agent, Gets_no_request_under_another_name) {
+  setenv("TESSARIN_AGENT_NAME", "tessarin-agent.tessarin.svc", 1);
+  EXPECT_EQ(run({"pvc", "size", "shared", "-n", "lab"}), exit_refused);
+  EXPECT_THAT(agent_front.requests(), IsEmpty());
 }
 
 TEST_F(Cluster_Commands, Exec_passes_words_as_they_are) {
