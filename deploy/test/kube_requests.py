@@ -21,10 +21,6 @@ OPEN = re.compile(r"/d2/jr|/version|/apis?|/apis/[^/]+|/apis/[^/]+/v[^/]+|/api/v
 # nobody knows.
 MADE_UP = re.compile(r"/x/a|/api/v1/(all/)?widgets(/a)?|/apis//.*|.*/namespaces//.*")
 
-# Asked for by the agent alone, though the library's tests try it out.
-OF_THE_AGENT = {"tokenreviews.authentication.k8s.io"}
-
-
 def rights_of(method, path):
     """Pairs of verb and resource; none where no role is asked."""
     if OPEN.fullmatch(path):
@@ -47,8 +43,7 @@ def lines_of(directory):
         for request in file.read_text().splitlines():
             method, path = request.split(" ", 1)
             if not MADE_UP.fullmatch(path):
-                lines |= {f"{'agent' if resource in OF_THE_AGENT else who} {verb} {resource}\n"
-                          for verb, resource in rights_of(method, path)}
+                lines |= {f"{who} {verb} {resource}\n" for verb, resource in rights_of(method, path)}
     return sorted(lines)
 
 
