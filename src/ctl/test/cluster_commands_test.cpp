@@ -66,7 +66,8 @@ class Cluster_Commands : public ::testing::Test {
   ~Cluster_Commands() override { forget_agents(); }
 
   static void forget_agents() {
-    for (const char* name : {"AUX_KEY", "AUX_VALUE", "AUX_PORT", "TESSARIN_CA", "TESSARIN_AGENT_NAME", "CURRENT_NAMESPACE"})
+    for (const char* name :
+         {"AUX_KEY", "AUX_VALUE", "AUX_PORT", "TESSARIN_CA", "TESSARIN_AGENT_NAME", "CURRENT_NAMESPACE"})
       unsetenv(name);
   }
   static void know_agents() {
