@@ -54,12 +54,15 @@ Patience::Patience(size_t seconds) : seconds_(static_cast<time_t>(std::min<size_
 bool Patience::run(Kind kind, const std::function<bool()>& attempt) {
   Held_Failure failure;
   Back_Off back_off(static_cast<size_t>(seconds_), longest_wait);
+  const bool cleaning_up = canceled_;  // what fails from now on has a reason of its own
   while (!attempt()) {
     const int error = errno;
-    if (may_pass(error, kind) && seconds_ > 0 && !canceled_ && !in_vain_) {
-      tell_away(failure.line(), error);
-      patience_retries.add();
-      if (wait(back_off.next())) continue;
+    if (may_pass(error, kind) && seconds_ > 0 && !cleaning_up && !in_vain_) {
+      if (!canceled_) {
+        tell_away(failure.line(), error);
+        patience_retries.add();
+        if (wait(back_off.next())) continue;
+      }
       if (canceled_) {
         errno = ECANCELED;
         return false;
