@@ -59,7 +59,7 @@ bool Resuming_Writer::run(const std::function<bool()>& step) {
     return false;
   }
   const auto attempt = [&] {
-    if (broken_ && !resume()) return false;
+    if (broken_ && !write_again()) return false;
     broken_ = !step();
     return !broken_;
   };
@@ -68,7 +68,7 @@ bool Resuming_Writer::run(const std::function<bool()>& step) {
   return false;
 }
 
-bool Resuming_Writer::resume() {
+bool Resuming_Writer::write_again() {
   const int64_t at = next_->resume(settled_);
   if (at < 0) {
     if (errno == ENOTSUP) errno = EIO;  // final, and the line that told of the failure is the right one

@@ -22,7 +22,7 @@ class Resuming_Writer : public Client_IO_Base::Writer {
 
  private:
   bool run(const std::function<bool()>& step);
-  bool resume();
+  bool write_again();
   bool append(const char* data, size_t n);
   bool make_room(size_t n);
 
