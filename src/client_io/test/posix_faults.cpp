@@ -1,5 +1,7 @@
 #include "client_io/test/posix_faults.h"
 
+#include <dirent.h>
+#include <dlfcn.h>
 #include <errno.h>
 #include <fcntl.h>
 #include <gtest/gtest.h>
@@ -103,6 +105,12 @@ int renameat2(int old_dir, const char* old_name, int new_dir, const char* new_na
 int sync_file_range(int fd, off_t from, off_t count, unsigned flags) {
   if ((flags & SYNC_FILE_RANGE_WAIT_AFTER) != 0 && strikes(posix_faults::SETTLE)) return -1;
   return static_cast<int>(syscall(SYS_sync_file_range, fd, from, count, flags));
+}
+
+dirent* readdir(DIR* dir) {
+  typedef dirent* Call(DIR*);
+  static Call* const next = reinterpret_cast<Call*>(dlsym(RTLD_NEXT, "readdir"));
+  return strikes(posix_faults::READDIR) ? nullptr : next(dir);
 }
 
 ssize_t pread(int fd, void* to, size_t n, off_t offset) {

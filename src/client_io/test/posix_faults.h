@@ -13,6 +13,7 @@ enum Call {
   RENAME,
   RENAME_DONE,  ///< a rename that takes place and yet fails
   PREAD,
+  READDIR,
   CALLS
 };
 

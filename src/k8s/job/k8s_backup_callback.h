@@ -34,8 +34,8 @@ class K8S_Backup_Callback : public MTF::IBackup_Callback {
   bool lstat(const char* path, MTF::Callback_Stat& st) override;
   ssize_t readlink(const char* path, char* buf, size_t size) override;
   MTF::IFile_Reader_var make_file_reader() override;
-  /// A directory that cannot be opened looks like an empty one: see check_directory(). False, with errno ENOENT, at the
-  /// first entry that has gone meanwhile.
+  /// A directory that cannot be opened looks like an empty one, and one that cannot be read to its end like a smaller
+  /// one, but for errno: see check_directory(). False, with errno ENOENT, at the first entry that has gone meanwhile.
   bool read_dirs(const char* path, std::list<Directory_Entry>& entries) override;
 };
 

@@ -66,7 +66,8 @@ class TESSARIN_API IBackup_Callback {
   /// Something that lists the source in place of the walk by read_dirs. The base has none, and the data mover walks.
   virtual ISource_Lister_var make_source_lister(const source_entry& source);
   /// Appends what the directory holds, without "." and "..", in no order. False with errno on an error; what was found
-  /// by then stays in @a entries.
+  /// by then stays in @a entries. A directory that cannot be opened, or read to its end, may look like one that holds
+  /// less: errno, 0 before the call, then says why after true.
   virtual bool read_dirs(const char* path, std::list<Directory_Entry>& entries) = 0;
   /// A source's walk begins. The base does nothing.
   virtual void handle_source_entry_begin(const source_entry& source);

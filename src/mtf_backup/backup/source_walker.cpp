@@ -133,13 +133,15 @@ bool Source_Walker::open_directory(uint32_t source) {
 bool Source_Walker::list(std::list<Directory_Entry>& entries) {
   for (int i = 0; i < list_attempts; ++i) {
     entries.clear();
-    // An entry that vanishes between its name and its status makes the whole call fail.
-    if (callback_->read_dirs(dir_.path(""), entries)) return true;
+    // An entry that vanishes between its name and its status makes the whole call fail. A directory that cannot be
+    // opened or read to its end is none: it looks like one that holds less, but for errno.
+    errno = 0;
+    if (callback_->read_dirs(dir_.path(""), entries) && errno == 0) return true;
   }
   return list_one_by_one(entries);
 }
 
-/// For a directory in which something vanishes all the time.
+/// For a directory in which something vanishes all the time, or that the callback cannot read.
 bool Source_Walker::list_one_by_one(std::list<Directory_Entry>& entries) {
   entries.clear();
   Directory_Reader reader;

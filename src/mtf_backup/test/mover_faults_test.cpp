@@ -90,6 +90,27 @@ TEST_F(Mover_Faults, EveryFailedRenameEndsTheBackup) {
   fail_backups(posix_faults::RENAME, EIO, 6);
 }
 
+// A set that was called good and lacks half a directory would be the worst of all.
+TEST_F(Mover_Faults, NoFailedReadOfADirectoryIsTakenForItsEnd) {
+  int good = 0;
+  bool struck = true;
+  for (int nth = 0; struck; ++nth) {
+    SCOPED_TRACE(nth);
+    fs::remove_all(pool_dir_);
+    clear_target();
+    Log_Capture log;
+    posix_faults::fail(posix_faults::READDIR, nth, EIO);
+    const bool ok = back_up();
+    struck = posix_faults::stop();
+    EXPECT_TRUE(ok || log.has_containing(LM_ERROR, strerror(EIO))) << log.all();
+    if (!ok) continue;
+    ASSERT_TRUE(restore());
+    ASSERT_EQ("", differences());
+    ++good;
+    ASSERT_LT(nth, 1000);
+  }
+  EXPECT_GE(good, 10);
+}
 TEST_F(Mover_Faults, FailedReadsOfThePoolAreNoDamage) {
   fail_restores(posix_faults::PREAD, EIO, 4);
 }
