@@ -5,6 +5,8 @@
 #include <set>
 #include <system_error>
 
+#include "kolt/without_bad_alloc.h"
+
 namespace client_io {
 
 namespace {
@@ -74,8 +76,10 @@ bool S3_Upload::add(S3_Part part) {
   std::unique_lock<std::mutex> guard(lock_);
   const auto room = [&] { return on_the_way_ == 0 || on_the_way_ + part.size <= most_on_the_way; };
   if (!wait_for(room, guard)) return false;
-  on_the_way_ += part.size;
+  const size_t size = part.size;
+  etags_.try_emplace(part.number);
   waiting_.push_back(std::move(part));
+  on_the_way_ += size;
   if (idle_ < waiting_.size() && threads_.size() < most_threads && !start_thread()) return false;
   changed_.notify_all();
   return true;
@@ -110,16 +114,15 @@ void S3_Upload::work() {
     if (stop_ || waiting_.empty()) return;
     const S3_Part part = std::move(waiting_.front());
     waiting_.pop_front();
+    std::string& etag = etags_.find(part.number)->second;
     guard.unlock();
-    std::string etag;
     std::string reason;
-    const int error = send(part, etag, reason) ? 0 : errno;
+    const int error = without_bad_alloc([&] { return send(part, etag, reason); }) ? 0 : errno;
     guard.lock();
     on_the_way_ -= part.size;
-    etags_[part.number] = etag;
     if (error != 0 && error_ == 0) {
       error_ = error;
-      reason_ = reason;
+      reason_ = reason.empty() ? "no memory" : std::move(reason);
       stop_ = true;
     }
     changed_.notify_all();

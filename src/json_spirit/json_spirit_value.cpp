@@ -3,7 +3,9 @@
 #include <algorithm>
 #include <utility>
 
+#include <boost/variant/apply_visitor.hpp>
 #include <boost/variant/get.hpp>
+#include <boost/variant/static_visitor.hpp>
 
 namespace json_spirit {
 
@@ -42,6 +44,17 @@ bool same_elements(const Array& a, const Array& b) {
   return std::equal(a.begin(), a.end(), b.begin(), b.end(),
                     [](const Value& x, const Value& y) { return x.compare_only_value(y); });
 }
+
+/// Where the container of a value lies. An empty one is made by looking at it, for which there may be no memory;
+/// boost::get() would end the process then.
+template <typename T>
+struct Address_Of : boost::static_visitor<T*> {
+  T* operator()(T& container) const { return &container; }
+  template <typename Other>
+  T* operator()(Other&) const {
+    return nullptr;
+  }
+};
 
 }  // namespace
 
@@ -110,19 +123,19 @@ secure_string& Value::get_secure_str() {
 }
 const Object& Value::get_obj() const {
   check_type(obj_type);
-  return boost::strict_get<Object>(v_);
+  return *boost::apply_visitor(Address_Of<const Object>(), v_);
 }
 Object& Value::get_obj() {
   check_type(obj_type);
-  return boost::strict_get<Object>(v_);
+  return *boost::apply_visitor(Address_Of<Object>(), v_);
 }
 const Array& Value::get_array() const {
   check_type(array_type);
-  return boost::strict_get<Array>(v_);
+  return *boost::apply_visitor(Address_Of<const Array>(), v_);
 }
 Array& Value::get_array() {
   check_type(array_type);
-  return boost::strict_get<Array>(v_);
+  return *boost::apply_visitor(Address_Of<Array>(), v_);
 }
 bool Value::get_bool() const {
   check_type(bool_type);
@@ -140,11 +153,11 @@ std::uint64_t Value::get_uint64() const {
 
 Object& Value::to_new_object() {
   v_ = Object();
-  return boost::strict_get<Object>(v_);
+  return *boost::apply_visitor(Address_Of<Object>(), v_);
 }
 Array& Value::to_new_array() {
   v_ = Array();
-  return boost::strict_get<Array>(v_);
+  return *boost::apply_visitor(Address_Of<Array>(), v_);
 }
 Object& Value::to_object() {
   return type() == obj_type ? get_obj() : to_new_object();

@@ -1,8 +1,6 @@
 #include "mtf_backup/mtf_backup.h"
 
-#include <new>
-
-#include "ace/Log_Msg.h"
+#include "kolt/without_bad_alloc.h"
 #include "mtf_backup/backup/backup_run.h"
 #include "mtf_backup/run/run_metrics.h"
 #include "mtf_backup/run/run_threads.h"
@@ -22,15 +20,14 @@ MTF_Backup::~MTF_Backup() = default;
 bool MTF_Backup::backup(const std::string& name) {
   MTF_BACKUP::Log_Scope log(log_callback_.get());
   summary_ = MTF::Cat_Summary();
-  try {
+  const auto back_up = [&] {
     MTF_BACKUP::Backup_Run run(settings_, event_handler_, log_callback_.get());
     err_code_ = run.run(name);
     summary_ = run.summary();
     if (run.canceled() && Task_Context::current()) Task_Context::current()->set_canceled();
-  } catch (const std::bad_alloc&) {
-    ACE_ERROR((LM_ERROR, ACE_TEXT("Out of memory.\n")));
-    err_code_ = MTF::E_FAILED;
-  }
+    return true;
+  };
+  if (!without_bad_alloc(back_up)) err_code_ = MTF::E_FAILED;
   MTF_BACKUP::count_run("backup", err_code_);
   return err_code_ == MTF::E_OK;
 }

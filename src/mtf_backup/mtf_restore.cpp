@@ -1,10 +1,7 @@
 #include "mtf_backup/mtf_restore.h"
 
-#include <cerrno>
-#include <new>
-
-#include "ace/Log_Msg.h"
 #include "kolt/check_macros.h"
+#include "kolt/without_bad_alloc.h"
 #include "mtf_backup/restore/restore_run.h"
 #include "mtf_backup/run/run_metrics.h"
 #include "mtf_backup/run/run_threads.h"
@@ -23,18 +20,14 @@ void MTF_Restore::path_converter(MTF::IPath_Converter_var val) {
 bool MTF_Restore::restore(const std::string& name) {
   MTF_BACKUP::Log_Scope log(log_callback_.get());
   err_code_ = MTF::E_FAILED;
-  restore_.reset(new (std::nothrow) MTF_BACKUP::Restore_Run(settings_, event_handler_, log_callback_.get()));
-  if (!restore_) {
-    errno = ENOMEM;
-    return false;
-  }
+  restore_.reset();
   bool ok = false;
-  try {
+  const auto restore = [&] {
+    restore_ = std::make_unique<MTF_BACKUP::Restore_Run>(settings_, event_handler_, log_callback_.get());
     ok = restore_->run(name);
-  } catch (const std::bad_alloc&) {
-    ACE_ERROR((LM_ERROR, ACE_TEXT("Out of memory.\n")));
-    restore_.reset();
-  }
+    return true;
+  };
+  if (!without_bad_alloc(restore)) restore_.reset();
   if (restore_ && restore_->canceled() && Task_Context::current()) Task_Context::current()->set_canceled();
   MTF_BACKUP::count_run("restore", err_code());
   return ok;

@@ -1,5 +1,6 @@
 #include "task/task_context.h"
 
+#include <new>
 #include <utility>
 
 #include "ace/Log_Msg.h"
@@ -26,14 +27,22 @@ Task_Context* Task_Context::current() {
 }
 
 void Task_Context::add_error(std::string_view text) {
+  try {
+    if (keep_error(text)) return;
+  } catch (const std::bad_alloc&) {  // must not get into the log
+  }
+  std::lock_guard<std::mutex> guard(lock_);
+  ++errors_left_out_;
+}
+
+bool Task_Context::keep_error(std::string_view text) {
   const size_t last = text.find_last_not_of(" \t\r\n");
   text = text.substr(0, last == std::string_view::npos ? 0 : last + 1);
   std::string line = cut(redact_secrets(text));
   std::lock_guard<std::mutex> guard(lock_);
-  if (errors_.size() < max_errors)
-    errors_.push_back(std::move(line));
-  else
-    ++errors_left_out_;
+  if (errors_.size() == max_errors) return false;
+  errors_.push_back(std::move(line));
+  return true;
 }
 
 std::vector<std::string> Task_Context::errors() const {

@@ -46,11 +46,12 @@ class TESSARIN_API Task_Context {
   void set_canceled() { canceled_ = true; }
   bool canceled() const { return canceled_; }
 
-  /// Keeps a line with the task, secrets masked and white space at its end cut off.
+  /// Keeps a line with the task, secrets masked and white space at its end cut off; one for which there is no memory is
+  /// counted with those left out.
   void add_error(std::string_view text);
   /// A copy of the errors so far, oldest first.
   std::vector<std::string> errors() const;
-  /// How many errors came after the first max_errors.
+  /// How many errors came after the first max_errors, or found no memory.
   uint64_t errors_left_out() const;
 
   /// Attaches the calling thread while the object lives; one made with null does nothing. Objects nest.
@@ -70,6 +71,8 @@ class TESSARIN_API Task_Context {
   };
 
  private:
+  bool keep_error(std::string_view text);
+
   const std::string task_id_;
   std::atomic<bool> canceled_{false};
 

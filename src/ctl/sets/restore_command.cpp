@@ -96,7 +96,10 @@ Exit_Code sets_restore(const Options& options, std::ostream& out, std::ostream& 
   restore.incarnation(set.record.incarnation);
   restore.channel_num(set.record.channels);
   restore.concurrent(concurrent_files);
-  restore.path_converter(MTF_FS::create_transform_path_converter("/", rules, false, MTF::IPath_Converter_var()));
+  const MTF::IPath_Converter_var converter =
+      MTF_FS::create_transform_path_converter("/", rules, false, MTF::IPath_Converter_var());
+  if (!converter) throw std::bad_alloc();
+  restore.path_converter(converter);
   restore.callback_factory(MTF::IRestore_Callback_Factory_var(new K8S_Restore_Callback_Factory));
   restore.channel_factory(pool.channels(key));
   const bool restored = restore.restore(set.record.name);

@@ -5,12 +5,12 @@
 
 #include <algorithm>
 #include <ctime>
-#include <new>
 #include <random>
 #include <utility>
 
 #include "ace/Log_Msg.h"
 #include "kolt/printable.h"
+#include "kolt/without_bad_alloc.h"
 #include "mtf_backup/backup/source_meter.h"
 #include "mtf_backup/backup/source_walker.h"
 #include "mtf_backup/run/disk_waits.h"
@@ -43,7 +43,10 @@ MTF::Error_Code Backup_Run::run(const std::string& name) {
   if (!check(name)) return MTF::E_FAILED;
   if (!open_sources()) return MTF::E_GET_SOURCE_DATA;
   if (!open_storage(name)) return MTF::E_OPEN_MEDIA;
-  if (!(make_channels() && move_data() && commit())) clean_up();
+  if (!without_bad_alloc([this] { return make_channels() && move_data() && commit(); })) {
+    state_.fail(MTF::E_FAILED);  // where nothing worse is known
+    clean_up();
+  }
   return result();
 }
 
@@ -152,14 +155,14 @@ bool Backup_Run::move_data() {
   Progress_Reporter progress(handler_, state_, "backup");
   {
     const Source_Meter meter(sources_, state_);
-    Run_Threads threads(state_, log_callback_);
-    threads.start([&] { walker.run(); });
-    for (auto& channel : channels_) threads.start([&] { (void)run_channel(*channel, queue, read_ahead, collector); });
-    progress.watch(threads, [&] {
+    Run_Threads threads(state_, log_callback_, [&] {
       queue.abort();
       collector.abort();
       for (auto& client : clients_) client->cancel();
     });
+    threads.start([&] { walker.run(); });
+    for (auto& channel : channels_) threads.start([&] { (void)run_channel(*channel, queue, read_ahead, collector); });
+    progress.watch(threads);
   }
   if (state_.stopping()) return false;
   progress.finish();

@@ -37,12 +37,12 @@ MTF::Error_Code Export_Run::run(const std::string& dir) {
   state_.total = record_.summary.total_size;
   Progress_Reporter progress(handler_, state_, "export");
   {
-    Run_Threads threads(state_, nullptr);
-    threads.start([&] { write(catalog, media); });
-    progress.watch(threads, [&] {
+    Run_Threads threads(state_, nullptr, [&] {
       storage_->cancel();
       media.cancel();
     });
+    threads.start([&] { write(catalog, media); });
+    progress.watch(threads);
   }
   if (state_.code() != MTF::E_OK) return state_.code();
   progress.finish();

@@ -94,13 +94,13 @@ MTF::Error_Code Restore_Run::move_data() {
   Restore_Finisher finisher(job, catalog, links, *callback);
   Progress_Reporter progress(handler_, state_, "restore");
   const auto run_threads = [&](const std::vector<std::function<void()>>& bodies) {
-    Run_Threads threads(state_, log_callback_);
-    for (const auto& body : bodies) threads.start(body);
-    progress.watch(threads, [&] {
+    Run_Threads threads(state_, log_callback_, [&] {
       queue.abort();
       storage_->cancel();
       media.cancel();
     });
+    for (const auto& body : bodies) threads.start(body);
+    progress.watch(threads);
     return !state_.stopping();
   };
 

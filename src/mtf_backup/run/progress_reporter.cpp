@@ -46,7 +46,7 @@ Progress_Reporter::~Progress_Reporter() {
   speed_gauge_.set(0);
 }
 
-void Progress_Reporter::watch(Run_Threads& threads, const std::function<void()>& stop) {
+void Progress_Reporter::watch(Run_Threads& threads) {
   bool stopped = false;
   bool ended = false;
   // Once more after the end: a cancel that came in the last moment counts too.
@@ -54,7 +54,7 @@ void Progress_Reporter::watch(Run_Threads& threads, const std::function<void()>&
     ended = threads.wait(poll_interval);
     if (handler_ && !state_.stopping() && handler_->canceling()) state_.cancel();
     if (state_.stopping() && !stopped) {
-      stop();
+      threads.stop();
       stopped = true;
     }
     const Clock::time_point now = Clock::now();

@@ -23,8 +23,8 @@ class Progress_Reporter {
   Progress_Reporter(MTF::Event_Handler_var handler, Run_State& state, const char* operation);
   ~Progress_Reporter();
 
-  /// Waits until all threads have ended. As soon as the run is stopping, @a stop is called, once, to end their waits.
-  void watch(Run_Threads& threads, const std::function<void()>& stop);
+  /// Waits until all threads have ended. As soon as the run is stopping it ends their waits.
+  void watch(Run_Threads& threads);
   /// The report at the end of a run that is not cancelled.
   void finish();
 

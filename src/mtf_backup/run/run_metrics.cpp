@@ -1,6 +1,7 @@
 #include "mtf_backup/run/run_metrics.h"
 
 #include "kolt/metrics.h"
+#include "kolt/without_bad_alloc.h"
 
 namespace MTF_BACKUP {
 
@@ -48,7 +49,11 @@ const kolt::Counter good_runs[] = {runs("backup", MTF::E_OK), runs("restore", MT
 }  // namespace
 
 void count_run(const char* operation, MTF::Error_Code code) {
-  runs(operation, code).add();
+  const auto count = [&] {
+    runs(operation, code).add();
+    return true;
+  };
+  (void)without_bad_alloc(count);  // a run that went well is not spoiled by its count
 }
 
 }  // namespace MTF_BACKUP

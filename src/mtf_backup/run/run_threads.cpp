@@ -1,11 +1,11 @@
 #include "mtf_backup/run/run_threads.h"
 
 #include <cerrno>
-#include <new>
 #include <system_error>
 #include <utility>
 
 #include "ace/Log_Msg.h"
+#include "kolt/without_bad_alloc.h"
 #include "mtf_backup/set/damage.h"
 #include "task/task_context.h"
 
@@ -26,11 +26,20 @@ Log_Scope::~Log_Scope() {
   if (!had_flag_) log->clr_flags(ACE_Log_Msg::MSG_CALLBACK);
 }
 
-Run_Threads::Run_Threads(Run_State& state, ACE_Log_Msg_Callback* log_callback)
+Run_Threads::Run_Threads(Run_State& state, ACE_Log_Msg_Callback* log_callback, std::function<void()> stop)
     : state_(state),
       log_callback_(log_callback),
+      stop_(std::move(stop)),
       context_(Task_Context::current()),
       damage_listener_(Damage_Listener::current()) {}
+
+Run_Threads::~Run_Threads() {
+  if (!wait(std::chrono::milliseconds(0))) {
+    state_.fail(MTF::E_FAILED);
+    stop();
+  }
+  for (std::thread& thread : threads_) thread.join();
+}
 
 void Run_Threads::start(std::function<void()> body) {
   {
@@ -52,12 +61,11 @@ void Run_Threads::run(const std::function<void()>& body) {
     Log_Scope log(log_callback_);
     Task_Context::Attach attach(context_);
     const Damage_Listener::Scope listening(damage_listener_);
-    try {
+    const auto work = [&] {
       body();
-    } catch (const std::bad_alloc&) {
-      ACE_ERROR((LM_ERROR, ACE_TEXT("Out of memory.\n")));
-      state_.fail(MTF::E_FAILED);
-    }
+      return true;
+    };
+    if (!without_bad_alloc(work)) state_.fail(MTF::E_FAILED);
   }
   std::lock_guard<std::mutex> guard(lock_);
   --running_;
@@ -67,11 +75,6 @@ void Run_Threads::run(const std::function<void()>& body) {
 bool Run_Threads::wait(std::chrono::milliseconds timeout) {
   std::unique_lock<std::mutex> guard(lock_);
   return ended_.wait_for(guard, timeout, [this] { return running_ == 0; });
-}
-
-void Run_Threads::join() {
-  for (std::thread& thread : threads_)
-    if (thread.joinable()) thread.join();
 }
 
 }  // namespace MTF_BACKUP

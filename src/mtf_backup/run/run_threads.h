@@ -33,25 +33,29 @@ class Log_Scope {
 /**
  * The threads of one run. They work for the task of the thread that made the object, and tell its damage listener.
  *
- * Whatever they wait for has to be ended before the destructor, which joins them. Threads: the one that made it.
+ * The destructor joins them; where they have not ended by then, an exception is on its way, it ends their run first.
+ * Threads: the one that made it.
  */
 class Run_Threads {
  public:
-  Run_Threads(Run_State& state, ACE_Log_Msg_Callback* log_callback);
-  ~Run_Threads() { join(); }
+  /// @param stop  ends whatever the threads wait for.
+  Run_Threads(Run_State& state, ACE_Log_Msg_Callback* log_callback, std::function<void()> stop);
+  ~Run_Threads();
 
   /// Runs @a body on a thread of its own. Where there is no thread to be had, or memory runs out in @a body, the run
   /// fails with E_FAILED after one line at LM_ERROR.
   void start(std::function<void()> body);
   /// Waits until all bodies have ended, at most this long. @return whether they have.
   bool wait(std::chrono::milliseconds timeout);
-  void join();
+  /// Ends the waits of the bodies. The state tells them why.
+  void stop() const { stop_(); }
 
  private:
   void run(const std::function<void()>& body);
 
   Run_State& state_;
   ACE_Log_Msg_Callback* const log_callback_;
+  const std::function<void()> stop_;
   Task_Context* const context_;
   Damage_Listener* const damage_listener_;
   std::vector<std::thread> threads_;

@@ -4,6 +4,7 @@
 #include <cerrno>
 #include <new>
 
+#include "kolt/without_bad_alloc.h"
 #include "mtf_backup/set/hash.h"
 #include "mtf_backup/set/open_object.h"
 
@@ -92,16 +93,26 @@ Frame_Cache::Slot_var Frame_Cache::wait_for(uint64_t number, std::unique_lock<st
 Frame_Cache::Slot_var Frame_Cache::start(uint64_t number, bool asked_for) {
   const bool full = slots_.size() >= most_ahead + near_by;
   if (full) drop_oldest(asked_for);
+  Slot_var slot;
+  const auto begin = [&] {
+    slot = std::make_shared<Slot>(number, asked_for, share_);
+    slot->buffer = take_buffer(asked_for);
+    if (!slot->buffer) return false;
+    slots_[number] = slot;
+    workers_.submit([this, slot](Frame_Codec& codec) { load(slot, codec); }, asked_for);
+    ++loading_;
+    return true;
+  };
+  if (without_bad_alloc(begin)) return slot;
+  slots_.erase(number);
+  return nullptr;
+}
+
+Frame_Buffer Frame_Cache::take_buffer(bool asked_for) {
   Frame_Buffer buffer = share_->try_take();
   if (!buffer && drop_oldest(asked_for)) buffer = share_->try_take();
   if (!buffer && asked_for) buffer = share_->take_extra();
-  if (!buffer) return nullptr;
-  const Slot_var slot = std::make_shared<Slot>(number, asked_for, share_);
-  slot->buffer = std::move(buffer);
-  slots_[number] = slot;
-  ++loading_;
-  workers_.submit([this, slot](Frame_Codec& codec) { load(slot, codec); }, asked_for);
-  return slot;
+  return buffer;
 }
 
 // Frames that were read go first, the one used longest ago before others. Whoever still views one keeps it in memory,
@@ -136,7 +147,7 @@ void Frame_Cache::read_ahead(uint64_t number) {
 
 void Frame_Cache::load(const Slot_var& slot, Frame_Codec& codec) {
   Damage damage;
-  const bool loaded = fill(*slot, codec, damage);
+  const bool loaded = without_bad_alloc([&] { return fill(*slot, codec, damage); });
   finish(slot, loaded ? 0 : errno, damage);
 }
 
@@ -160,10 +171,11 @@ void Frame_Cache::finish(const Slot_var& slot, int error, const Damage& damage) 
   slot->error = error;
   if (error != 0) {
     slots_.erase(slot->number);
-    if (slot->asked_for && !damage.reason.empty()) {
+    const auto tell = [&] {
       damage.tell();
-      damaged_.insert(slot->number);
-    }
+      return damaged_.insert(slot->number).second;
+    };
+    if (slot->asked_for && !damage.reason.empty() && !without_bad_alloc(tell)) slot->error = ENOMEM;
   }
   --loading_;
   loaded_.notify_all();

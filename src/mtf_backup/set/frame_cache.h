@@ -37,6 +37,7 @@ class Frame_Cache {
   // With lock_ held:
   Slot_var wait_for(uint64_t number, std::unique_lock<std::mutex>& guard);
   Slot_var start(uint64_t number, bool asked_for);
+  Frame_Buffer take_buffer(bool asked_for);
   void read_ahead(uint64_t number);
   bool drop_oldest(bool also_unread);
 

@@ -1,9 +1,11 @@
 #include "mtf_backup/set/frame_output.h"
 
 #include <cerrno>
+#include <new>
 #include <system_error>
 
 #include "ace/Log_Msg.h"
+#include "kolt/without_bad_alloc.h"
 #include "mtf_backup/set/hash.h"
 #include "task/task_context.h"
 
@@ -36,17 +38,27 @@ void Frame_Output::submit(Frame_Buffer buffer, size_t size) {
     frames_.push_back({std::move(buffer), size, static_cast<uint32_t>(size)});
     frame = &frames_.back();
   }
-  workers_.submit([this, frame](Frame_Codec& codec) { prepare(*frame, codec); }, false);
+  try {
+    workers_.submit([this, frame](Frame_Codec& codec) { prepare(*frame, codec); }, false);
+  } catch (const std::bad_alloc&) {
+    // Nobody will prepare it, and finish() waits for every frame.
+    error_ = ENOMEM;
+    mark_ready(*frame);
+  }
 }
 
 void Frame_Output::prepare(Frame& frame, Frame_Codec& codec) {
+  const auto compress = [&] { return codec.compress(frame.buffer, frame.size, method_); };
   if (error_ == 0) {
-    if (codec.compress(frame.buffer, frame.size, method_)) {
+    if (without_bad_alloc(compress))
       frame.hash = hash64({frame.buffer.get(), frame.size}, 0);
-    } else {
+    else
       error_ = errno;
-    }
   }
+  mark_ready(frame);
+}
+
+void Frame_Output::mark_ready(Frame& frame) {
   // Told under the lock: once it is released and the frame is ready this object may be gone.
   std::lock_guard<std::mutex> guard(lock_);
   frame.ready = true;
@@ -62,7 +74,7 @@ void Frame_Output::run() {
     Frame frame = std::move(frames_.front());
     frames_.pop_front();
     guard.unlock();
-    if (error_ == 0 && !write(frame)) error_ = errno;
+    if (error_ == 0 && !without_bad_alloc([&] { return write(frame); })) error_ = errno;
     share_.give(std::move(frame.buffer));
     guard.lock();
   }

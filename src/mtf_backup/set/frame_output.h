@@ -55,6 +55,7 @@ class Frame_Output {
   };
 
   void prepare(Frame& frame, Frame_Codec& codec);
+  void mark_ready(Frame& frame);
   void run();
   bool write(const Frame& frame);
   void join();

@@ -33,7 +33,9 @@ Frame_Workers::Frame_Workers(size_t threads, size_t budget)
       buffer_count_(
           std::max(least_per_medium, budget / frame_capacity - std::min(thread_count_, budget / frame_capacity))),
       context_(Task_Context::current()),
-      damage_listener_(Damage_Listener::current()) {}
+      damage_listener_(Damage_Listener::current()) {
+  spare_.reserve(buffer_count_);  // so that giving back needs no memory
+}
 
 Frame_Workers::~Frame_Workers() {
   {

@@ -69,9 +69,10 @@ class TESSARIN_API Frame_Workers {
     size_t held_ = 0;  // guarded by workers_.lock_
   };
 
-  /// Work on frames, with the codec of the thread that does it. It never waits for other work.
+  /// Work on frames, with the codec of the thread that does it. It never waits for other work, and throws nothing.
   typedef std::function<void(Frame_Codec&)> Job;
   /// Runs @a job on one of the threads, in the order of the calls, but an @a urgent one before all that wait.
+  /// Where that throws std::bad_alloc the job will not be run.
   void submit(Job job, bool urgent);
 
   /// The task that the threads work for; null outside a task.

@@ -2,7 +2,7 @@
 
 #include <xxhash.h>
 
-#include <cerrno>
+#include <new>
 
 #include "mtf_backup/set/hash.h"
 
@@ -18,10 +18,7 @@ Hashed_Writer::~Hashed_Writer() = default;
 bool Hashed_Writer::open(Client_IO_Base& storage, const std::string& set_dir, const std::string& name) {
   name_ = name;
   state_.reset(XXH3_createState());
-  if (!state_) {
-    errno = ENOMEM;
-    return false;
-  }
+  if (!state_) throw std::bad_alloc();
   XXH3_128bits_reset(state_.get());
   writer_ = storage.create(set_dir + "/" + name);
   return writer_ != nullptr;

@@ -1,7 +1,7 @@
 #include "mtf_backup/set/medium_writer.h"
 
 #include <cerrno>
-#include <new>
+#include <memory>
 
 #include "ace/Log_Msg.h"
 #include "mtf_backup/set/frame_output.h"
@@ -32,11 +32,7 @@ bool Medium_Writer::open() {
     errno = ENOTSUP;
     return false;
   }
-  state_.reset(new (std::nothrow) State(workers_, Frame_Method{id_.compression, level_}));
-  if (!state_) {
-    errno = ENOMEM;
-    return false;
-  }
+  state_ = std::make_unique<State>(workers_, Frame_Method{id_.compression, level_});
   return state_->medium.open(storage_, id_.set_dir, medium_name(id_)) && state_->index.open(storage_, id_) &&
          state_->output.start();
 }

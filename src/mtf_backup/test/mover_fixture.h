@@ -171,8 +171,10 @@ class Mover_Fixture : public ::testing::Test {
     restore.incarnation(args.incarnation);
     restore.channel_num(args.threads);
     restore.concurrent(args.threads);
-    restore.path_converter(
-        MTF_FS::create_transform_path_converter("/", rules, false, MTF::IPath_Converter_var(nullptr)));
+    const MTF::IPath_Converter_var converter =
+        MTF_FS::create_transform_path_converter("/", rules, false, MTF::IPath_Converter_var(nullptr));
+    if (!converter) throw std::bad_alloc();
+    restore.path_converter(converter);
     restore.callback_factory(MTF::IRestore_Callback_Factory_var(new Posix_Restore_Factory(args.hook)));
     restore.channel_factory(make_channels(args.plan));
     const bool ok = restore.restore(args.name);

@@ -35,6 +35,15 @@ inline bool without_holes(const char* operation, const std::string&) {
   return about_holes;
 }
 
+/// In a counted pointer, which frees it where there is no memory for the count.
+template <typename Callback>
+ACE_Refcounted_Auto_Ptr<Callback, ACE_Recursive_Thread_Mutex> held(Callback* callback) {
+  std::unique_ptr<Callback> kept(callback);
+  ACE_Refcounted_Auto_Ptr<Callback, ACE_Recursive_Thread_Mutex> counted(callback);
+  if (counted.get() != nullptr) (void)kept.release();
+  return counted;
+}
+
 class Posix_Reader : public MTF::IFile_Reader {
  public:
   explicit Posix_Reader(const Hook& hook) : hook_(hook) {}
@@ -74,7 +83,7 @@ class Posix_Backup_Callback : public MTF::IBackup_Callback {
     if (hook_ && hook_("readlink", path)) return -1;
     return ::readlink(path, buf, size);
   }
-  MTF::IFile_Reader_var make_file_reader() override { return MTF::IFile_Reader_var(new Posix_Reader(hook_)); }
+  MTF::IFile_Reader_var make_file_reader() override { return held<MTF::IFile_Reader>(new Posix_Reader(hook_)); }
   bool read_dirs(const char* path, std::list<Directory_Entry>& entries) override {
     for (const Directory_Entry& entry : iterate_directory(path)) entries.push_back(entry);
     return !(hook_ && hook_("read_dirs", path));
@@ -94,7 +103,7 @@ class Posix_Backup_Callback : public MTF::IBackup_Callback {
 class Posix_Backup_Factory : public MTF::IBackup_Callback_Factory {
  public:
   explicit Posix_Backup_Factory(Hook hook = Hook()) : hook_(std::move(hook)) {}
-  MTF::IBackup_Callback_var make() override { return MTF::IBackup_Callback_var(new Posix_Backup_Callback(hook_)); }
+  MTF::IBackup_Callback_var make() override { return held<MTF::IBackup_Callback>(new Posix_Backup_Callback(hook_)); }
 
  private:
   const Hook hook_;
@@ -149,7 +158,7 @@ class Posix_Restore_Callback : public MTF::Restore_Callback_Base {
     return ::link(oldpath, newpath) == 0 ? MTF::E_OK : MTF::E_FAILED;
   }
   MTF::Error_Code set_stat(const char*, const MTF::Callback_Stat&) override { return MTF::E_OK; }
-  MTF::IFile_Writer_var make_file_writer() override { return MTF::IFile_Writer_var(new Posix_Writer(hook_)); }
+  MTF::IFile_Writer_var make_file_writer() override { return held<MTF::IFile_Writer>(new Posix_Writer(hook_)); }
   // Where the hook stops one of these with errno 0 the operation says yes and does nothing.
   MTF::Error_Code set_owner(const char* path, unsigned int uid, unsigned int gid) override {
     if (hook_ && hook_("set_owner", path)) return errno == 0 ? MTF::E_OK : MTF::E_FAILED;
@@ -179,7 +188,7 @@ class Posix_Restore_Callback : public MTF::Restore_Callback_Base {
 class Posix_Restore_Factory : public MTF::IRestore_Callback_Factory {
  public:
   explicit Posix_Restore_Factory(Hook hook = Hook()) : hook_(std::move(hook)) {}
-  MTF::IRestore_Callback_var make() override { return MTF::IRestore_Callback_var(new Posix_Restore_Callback(hook_)); }
+  MTF::IRestore_Callback_var make() override { return held<MTF::IRestore_Callback>(new Posix_Restore_Callback(hook_)); }
 
  private:
   const Hook hook_;

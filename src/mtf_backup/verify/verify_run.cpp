@@ -59,9 +59,9 @@ void Verify_Run::expect_objects(const std::string& dir) {
 
 bool Verify_Run::run_threads(const std::vector<std::function<void()>>& bodies, Progress_Reporter& progress,
                              const std::function<void()>& stop) {
-  Run_Threads threads(state_, nullptr);
+  Run_Threads threads(state_, nullptr, stop);
   for (const auto& body : bodies) threads.start(body);
-  progress.watch(threads, stop);
+  progress.watch(threads);
   return !state_.stopping();
 }
 
