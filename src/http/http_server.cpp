@@ -14,6 +14,7 @@
 
 #include "ace/Log_Msg.h"
 #include "http/listener.h"
+#include "kolt/without_bad_alloc.h"
 
 namespace net = boost::asio;
 
@@ -42,7 +43,7 @@ class HTTP_Server::Impl {
     work_.emplace(context_.get_executor());
     for (auto& listener : listeners_) listener.start();
     try {
-      while (threads_.size() < shared_.options.threads) threads_.emplace_back([this] { context_.run(); });
+      while (threads_.size() < shared_.options.threads) threads_.emplace_back([this] { run(); });
     } catch (const std::system_error& e) {
       ACE_ERROR((LM_ERROR, ACE_TEXT("Failed to start a thread of the HTTP server: %C\n"), e.what()));
       close();
@@ -69,6 +70,16 @@ class HTTP_Server::Impl {
     if (result == -1) listeners_.pop_back();
     errno = error;
     return result;
+  }
+
+  // A handler that finds no memory loses its own connection, and not the others'.
+  void run() {
+    const auto serve = [this] {
+      context_.run();
+      return true;
+    };
+    while (!without_bad_alloc(serve)) {
+    }
   }
 
   // When it returns, no connection is being accepted and none will be.

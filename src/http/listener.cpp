@@ -14,6 +14,7 @@
 #include <cerrno>
 
 #include "ace/Log_Msg.h"
+#include "kolt/without_bad_alloc.h"
 
 namespace http_server {
 
@@ -145,7 +146,11 @@ void Listener::accept() {
   acceptor_.async_accept(net::make_strand(context_), [this](boost::system::error_code error, Protocol::socket socket) {
     if (!acceptor_.is_open()) return;
     if (!error) {
-      accepted(std::move(socket));
+      const auto serve_it = [&] {
+        accepted(std::move(socket));
+        return true;
+      };
+      (void)without_bad_alloc(serve_it);  // told; the next one is let in
       accept();
       return;
     }

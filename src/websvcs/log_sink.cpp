@@ -3,6 +3,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <new>
 #include <string>
 
 #include "ace/Log_Msg.h"
@@ -42,7 +43,14 @@ int Log_Sink::close() {
 ssize_t Log_Sink::log(ACE_Log_Record& record) {
   const auto counter = lines_.find(record.type());
   if (counter != lines_.end()) counter->second.add();
-  const std::string line = format_(record);
+  try {
+    return write(format_(record));
+  } catch (const std::bad_alloc&) {  // whoever logs may do so for want of memory, and has nobody to throw it to
+    return write("A line of the log found no memory.\n");
+  }
+}
+
+ssize_t Log_Sink::write(std::string_view line) const {
   ssize_t written;
   do written = ::write(fd_, line.data(), line.size());
   while (written == -1 && errno == EINTR);

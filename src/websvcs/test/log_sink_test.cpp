@@ -63,6 +63,12 @@ TEST(Log_Sink_Test, LinesOfOtherThreadsComeTheSameWay) {
   EXPECT_THAT(text, Not(HasSubstr("canary")));
 }
 
+TEST(Log_Sink_Test, LineThatFindsNoMemoryIsToldAndThrowsNothing) {
+  const std::string text = logged([] { ACE_ERROR((LM_ERROR, ACE_TEXT("lost\n"))); },
+                                  [](const ACE_Log_Record&) -> std::string { throw std::bad_alloc(); });
+  EXPECT_EQ("A line of the log found no memory.\n", text);
+}
+
 json_spirit::Object json_logged(void (*lines)()) {
   const std::string text = logged(lines, json_log_line);
   EXPECT_EQ(1, std::count(text.begin(), text.end(), '\n')) << text;
