@@ -1,5 +1,7 @@
 #include "mtf_backup/backup/source_meter.h"
 
+#include <pthread.h>
+#include <sched.h>
 #include <sys/stat.h>
 
 #include <chrono>
@@ -15,6 +17,11 @@ namespace MTF_BACKUP {
 namespace {
 
 constexpr std::chrono::milliseconds delay(2000);  // in a shorter run nobody reads a percentage
+
+void set_policy(pthread_t thread, int policy) {
+  const sched_param none{};
+  (void)::pthread_setschedparam(thread, policy, &none);
+}
 
 }  // namespace
 
@@ -32,7 +39,9 @@ Source_Meter::~Source_Meter() {
     ending_ = true;
     end_.notify_all();
   }
-  if (thread_.joinable()) thread_.join();
+  if (!thread_.joinable()) return;
+  set_policy(thread_.native_handle(), SCHED_OTHER);  // it is waited for
+  thread_.join();
 }
 
 bool Source_Meter::ended() {
@@ -41,6 +50,8 @@ bool Source_Meter::ended() {
 }
 
 void Source_Meter::run() {
+  // A percentage is worth only what nobody else has a use for.
+  set_policy(::pthread_self(), SCHED_IDLE);
   {
     std::unique_lock<std::mutex> guard(lock_);
     if (end_.wait_for(guard, delay, [this] { return ending_; })) return;

@@ -13,7 +13,8 @@ namespace MTF_BACKUP {
 
 /**
  * Adds up the sources beside a backup, so that reports can tell how much there is in all: the walk itself is never far
- * ahead of the data. Works only for runs that last long enough for a report, and ends with the object at the latest.
+ * ahead of the data. Works only for runs that last long enough for a report, in the time of processors that nobody else
+ * wants, and ends with the object at the latest.
  *
  * Logs nothing: what it cannot read shows in the backup itself. Threads: the one that made it.
  */
