@@ -36,8 +36,8 @@ class Unix_Connection(http.client.HTTPConnection):
 
 
 class Agent:
-    def __init__(self, program, state, options=()):
-        self.program, self.state, self.options = program, state, list(options)
+    def __init__(self, program, state, options=(), tries=1):
+        self.program, self.state, self.options, self.tries = program, state, list(options), tries
         self.socket = f"{state}/agent.sock"
         self.log = f"{state}.log"
         self.process = None
@@ -60,17 +60,28 @@ class Agent:
         return self.process.wait(60)
 
     def call(self, method, params=None):
-        """The result. An error answer raises RuntimeError."""
-        connection = Unix_Connection(self.socket)
-        try:
-            message = {"jsonrpc": "2.0", "id": 1, "method": method, "params": params or {}}
-            connection.request("POST", "/d2/jr", json.dumps(message))
-            answer = json.loads(connection.getresponse().read())
-        finally:
-            connection.close()
+        """The result. An error answer raises RuntimeError. A connection that is refused, as one of too many, is tried
+        again."""
+        message = json.dumps({"jsonrpc": "2.0", "id": 1, "method": method, "params": params or {}})
+        for left in reversed(range(self.tries)):
+            try:
+                answer = self.ask(message)
+                break
+            except (BrokenPipeError, ConnectionResetError):
+                if left == 0:
+                    raise
+                time.sleep(0.2)
         if "error" in answer:
             raise RuntimeError(answer["error"]["message"])
         return answer["result"]
+
+    def ask(self, message):
+        connection = Unix_Connection(self.socket)
+        try:
+            connection.request("POST", "/d2/jr", message)
+            return json.loads(connection.getresponse().read())
+        finally:
+            connection.close()
 
     def wait(self, job):
         """The state that a job has ended in."""
