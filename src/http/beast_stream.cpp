@@ -9,7 +9,7 @@
 #include <optional>
 #include <vector>
 
-namespace http_server {
+namespace http_wire {
 
 namespace {
 
@@ -24,11 +24,11 @@ class Upcall {
  public:
   typedef net::any_io_executor executor_type;
 
-  Upcall(std::unique_ptr<Transfer> transfer, Message_Budget* budget)
-      : executor_(transfer->executor()), transfer_(std::move(transfer)), budget_(budget) {}
+  Upcall(std::unique_ptr<Transfer> transfer, Message_Meter* meter)
+      : executor_(transfer->executor()), transfer_(std::move(transfer)), meter_(meter) {}
 
   void operator()(beast::error_code error, size_t bytes) {
-    if (budget_) budget_->received(bytes);
+    if (meter_) meter_->received(bytes);
     Transfer* const transfer = transfer_.get();
     transfer->ended(std::move(transfer_), error, bytes);
   }
@@ -37,7 +37,7 @@ class Upcall {
  private:
   net::any_io_executor executor_;
   std::unique_ptr<Transfer> transfer_;
-  Message_Budget* budget_;
+  Message_Meter* meter_;
 };
 
 }  // namespace
@@ -58,9 +58,14 @@ Stream::Stream(net::generic::stream_protocol::socket socket, SSL_CTX* tls, std::
 
 Stream::~Stream() = default;
 
-net::awaitable<beast::error_code> Stream::handshake() {
+net::awaitable<beast::error_code> Stream::handshake(beast::role_type role) {
   if (!lower_->tls) co_return beast::error_code();
-  co_return std::get<0>(co_await lower_->tls->async_handshake(net::ssl::stream_base::server, as_tuple));
+  const auto type = role == beast::role_type::server ? net::ssl::stream_base::server : net::ssl::stream_base::client;
+  co_return std::get<0>(co_await lower_->tls->async_handshake(type, as_tuple));
+}
+
+SSL* Stream::tls() {
+  return lower_->tls ? lower_->tls->native_handle() : nullptr;
 }
 
 void Stream::set_deadline(std::chrono::milliseconds span) {
@@ -89,7 +94,7 @@ net::awaitable<void> Stream::linger() {
 }
 
 void Stream::read_some(const Reads& pieces, std::unique_ptr<Transfer> transfer) {
-  Upcall upcall(std::move(transfer), &budget_);
+  Upcall upcall(std::move(transfer), &meter_);
   if (lower_->tls) {
     lower_->tls->async_read_some(pieces[0], std::move(upcall));
   } else {
@@ -107,4 +112,4 @@ void Stream::write_some(const Writes& pieces, std::unique_ptr<Transfer> transfer
   lower_->tls->async_write_some(net::buffer(record), std::move(upcall));
 }
 
-}  // namespace http_server
+}  // namespace http_wire

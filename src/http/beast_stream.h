@@ -1,6 +1,6 @@
 #pragma once
 
-// Slow to compile: for the sources of the server alone.
+// Slow to compile: for the sources of the server and of the WebSocket client alone.
 
 #include <array>
 #include <boost/asio/any_io_executor.hpp>
@@ -14,22 +14,19 @@
 #include <boost/asio/use_awaitable.hpp>
 #include <boost/beast/core/error.hpp>
 #include <boost/beast/core/role.hpp>
-#include <boost/beast/http/message.hpp>
-#include <boost/beast/http/string_body.hpp>
 #include <chrono>
 #include <exception>
 #include <memory>
 
-#include "http/message_budget.h"
+#include "http/message_meter.h"
 
+typedef struct ssl_st SSL;
 typedef struct ssl_ctx_st SSL_CTX;
 
-namespace http_server {
+namespace http_wire {
 
 namespace net = boost::asio;
 namespace beast = boost::beast;
-
-typedef beast::http::request<beast::http::string_body> Request;
 
 /// Lets an operation give its error code and result as a tuple.
 constexpr auto as_tuple = net::as_tuple(net::use_awaitable);
@@ -79,8 +76,10 @@ class Stream {
 
   executor_type get_executor() { return executor_; }
 
-  /// That of TLS, as the server; there is none of a plain connection.
-  net::awaitable<beast::error_code> handshake();
+  /// That of TLS; there is none of a plain connection.
+  net::awaitable<beast::error_code> handshake(beast::role_type role);
+  /// Null for a plain connection.
+  SSL* tls();
   /// For what is begun from now on. 0: no limit.
   void set_deadline(std::chrono::milliseconds span);
   /// Ends a read or write that is under way.
@@ -91,7 +90,7 @@ class Stream {
   /// the connection and could take away what it has not read.
   net::awaitable<void> linger();
   /// Counts what is read.
-  Message_Budget& budget() { return budget_; }
+  Message_Meter& meter() { return meter_; }
 
   template <typename Buffers, typename Token>
   typename net::async_result<std::decay_t<Token>, void(beast::error_code, size_t)>::return_type async_read_some(
@@ -137,7 +136,7 @@ class Stream {
 
   const net::any_io_executor executor_;
   const std::chrono::milliseconds linger_;
-  Message_Budget budget_;
+  Message_Meter meter_;
   std::unique_ptr<Lower> lower_;
 };
 
@@ -157,4 +156,4 @@ void async_teardown(beast::role_type, Stream& stream, Handler&& handler) {
       }));
 }
 
-}  // namespace http_server
+}  // namespace http_wire

@@ -124,7 +124,7 @@ net::awaitable<void> Connection::run() {
 
 net::awaitable<bool> Connection::handshake() {
   stream_.set_deadline(limits_.tls_handshake);
-  const auto error = co_await stream_.handshake();
+  const auto error = co_await stream_.handshake(beast::role_type::server);
   // Who only looks whether the port is open is not worth a line.
   if (error.category() == net::error::get_ssl_category()) shared_.refusals.tell(peer_, error.message());
   co_return !error;

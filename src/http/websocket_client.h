@@ -3,15 +3,14 @@
 #include <boost/asio/io_context.hpp>
 #include <boost/asio/ip/tcp.hpp>
 #include <boost/asio/ssl/context.hpp>
-#include <boost/beast/core/basic_stream.hpp>
 #include <boost/beast/core/flat_buffer.hpp>
-#include <boost/beast/ssl/ssl_stream.hpp>
 #include <boost/beast/websocket/stream.hpp>
+#include <memory>
 #include <optional>
 #include <string>
 
+#include "http/beast_stream.h"
 #include "http/websocket_connection.h"
-#include "http/websocket_traffic.h"
 
 // Slow to compile: for the sources of the WebSocket client alone.
 
@@ -21,15 +20,13 @@ namespace net = boost::asio;
 namespace beast = boost::beast;
 namespace websocket = boost::beast::websocket;
 using boost::system::error_code;
-typedef WebSocket_Traffic::Clock Clock;
-
-typedef beast::basic_stream<net::ip::tcp, net::any_io_executor, WebSocket_Traffic> Plain_Stream;
-typedef beast::ssl_stream<Plain_Stream> TLS_Stream;
+typedef Message_Meter::Clock Clock;
 
 struct Target {
   /// As in a URL: an IPv6 address has brackets.
   std::string host;
   unsigned short port;
+  bool tls;
   /// Empty: any.
   std::string local_address;
   std::chrono::seconds timeout;
@@ -38,9 +35,9 @@ struct Target {
 /// The context of one connection, with the issuers that are trusted now. @a error is set on failure.
 net::ssl::context tls_context(error_code& error);
 /// Before the handshake: whom the certificate has to name.
-void expect_name(TLS_Stream& stream, const std::string& host);
+void expect_name(SSL* ssl, const std::string& host);
 /// Why a handshake failed.
-std::string tls_reason(TLS_Stream& stream, const error_code& error);
+std::string tls_reason(SSL* ssl, const error_code& error);
 /// @a host without the brackets of an IPv6 address.
 std::string bare_host(const std::string& host);
 
@@ -48,7 +45,6 @@ std::string bare_host(const std::string& host);
  * The WebSocket client on Boost.Beast. What is asynchronous there is started and waited for here, so that every wait
  * has a deadline; the event loop runs only inside of the calls.
  */
-template <typename Stream>
 class Client : public WebSocket_Connection {
  public:
   explicit Client(const Target& target) : target_(target) {}
@@ -63,13 +59,12 @@ class Client : public WebSocket_Connection {
   void close() override;
 
  private:
-  static constexpr bool tls = std::is_same_v<Stream, TLS_Stream>;
   typedef std::optional<error_code> Result;
+  struct Done;
 
-  bool make_socket();
   error_code connect_tcp(Clock::time_point deadline);
   error_code connect_tcp(const net::ip::tcp::endpoint& endpoint, Clock::time_point deadline);
-  int connect_tls(Clock::time_point deadline);
+  int make_stream(Clock::time_point deadline);
   void prepare_handshake();
   bool takes_protocol() const;
   int log_refusal();
@@ -85,7 +80,6 @@ class Client : public WebSocket_Connection {
   template <typename Start>
   error_code run(Clock::time_point deadline, Start start);
   Clock::time_point limit() const { return Clock::now() + target_.timeout; }
-  WebSocket_Traffic& traffic() { return beast::get_lowest_layer(*socket_).rate_policy(); }
   void drop();
   int fail(const char* what, const std::string& why);
 
@@ -96,7 +90,9 @@ class Client : public WebSocket_Connection {
 
   net::io_context io_{1};
   std::optional<net::ssl::context> context_;
-  std::optional<websocket::stream<Stream>> socket_;
+  net::ip::tcp::socket tcp_{io_};  // until it is connected
+  std::optional<http_wire::Stream> stream_;
+  std::optional<websocket::stream<http_wire::Stream&>> socket_;
   websocket::response_type response_;
   beast::flat_buffer message_;
   bool pinging_ = false;
@@ -104,8 +100,5 @@ class Client : public WebSocket_Connection {
   bool closed_ = false;                   // by a close frame of the server
   std::optional<Clock::time_point> end_;  // of the wait behind a close frame, or behind a broken protocol
 };
-
-extern template class Client<Plain_Stream>;
-extern template class Client<TLS_Stream>;
 
 }  // namespace websocket_client

@@ -17,16 +17,12 @@ std::unique_ptr<WebSocket_Connection> WebSocket_Connection_Factory::create(const
     ACE_ERROR((LM_ERROR, ACE_TEXT("A WebSocket takes no SSL context.\n")));
     return {};
   }
-  const Target target{host_in_url(host), port, local_address ? local_address : "", std::chrono::seconds(timeout)};
+  const Target target{host_in_url(host), port, ssl, local_address ? local_address : "", std::chrono::seconds(timeout)};
   if (target.host.empty()) {
     ACE_ERROR((LM_ERROR, ACE_TEXT("'%C' is no host of a WebSocket.\n"), host.c_str()));
     return {};
   }
-  std::unique_ptr<WebSocket_Connection> connection;
-  if (ssl)
-    connection.reset(new (std::nothrow) Client<TLS_Stream>(target));
-  else
-    connection.reset(new (std::nothrow) Client<Plain_Stream>(target));
+  std::unique_ptr<WebSocket_Connection> connection(new (std::nothrow) Client(target));
   if (!connection) errno = ENOMEM;
   return connection;
 }

@@ -98,23 +98,23 @@ net::awaitable<void> Session::run(Request request, HTTP_Service& service) {
 }
 
 net::awaitable<void> Session::read(WebSocket_Receiver& receiver) {
-  auto& budget = stream_.budget();
-  budget.limit(limits_.message_bytes + limits_.message_overhead_bytes, [self = shared_from_this()] {
+  auto& meter = stream_.meter();
+  meter.limit(limits_.message_bytes + limits_.message_overhead_bytes, [self = shared_from_this()] {
     ACE_ERROR((LM_ERROR, ACE_TEXT("WebSocket ended: a message in too many fragments.\n")));
     net::post(self->stream_.get_executor(), [self] { self->stream_.close(); });
   });
   // A control frame may stand between the fragments of a message: at most 14 bytes of head and its payload.
   socket_.control_callback(
-      [&budget](websocket::frame_type, beast::string_view payload) { budget.allow(14 + payload.size()); });
+      [&meter](websocket::frame_type, beast::string_view payload) { meter.discount(14 + payload.size()); });
   for (;;) {
     beast::flat_buffer message;
     const auto error = std::get<0>(co_await socket_.async_read(message, as_tuple));
     if (error) break;
-    budget.refill();
+    meter.restart();
     receiver.message(beast::buffers_to_string(message.data()));
   }
   socket_.control_callback();
-  budget.limit(0, nullptr);
+  meter.limit(0, nullptr);
 }
 
 void Session::queue(std::string text) {

@@ -1,6 +1,8 @@
 #pragma once
 
 #include <boost/asio/awaitable.hpp>
+#include <boost/beast/http/message.hpp>
+#include <boost/beast/http/string_body.hpp>
 #include <memory>
 
 #include "http/beast_stream.h"
@@ -8,6 +10,9 @@
 #include "http/http_service.h"
 
 namespace http_server {
+
+using namespace http_wire;
+typedef beast::http::request<beast::http::string_body> Request;
 
 /// Answers @a request with the handshake and serves the WebSocket until it ends. Runs on the strand of @a stream;
 /// closing the stream ends it.

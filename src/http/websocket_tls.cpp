@@ -23,8 +23,7 @@ std::string bare_host(const std::string& host) {
   return host.starts_with('[') && host.ends_with(']') ? host.substr(1, host.size() - 2) : host;
 }
 
-void expect_name(TLS_Stream& stream, const std::string& host) {
-  SSL* const ssl = stream.native_handle();
+void expect_name(SSL* ssl, const std::string& host) {
   const std::string name = bare_host(host);
   error_code no_address;
   net::ip::make_address(name, no_address);
@@ -36,8 +35,8 @@ void expect_name(TLS_Stream& stream, const std::string& host) {
   }
 }
 
-std::string tls_reason(TLS_Stream& stream, const error_code& error) {
-  const long verdict = ::SSL_get_verify_result(stream.native_handle());
+std::string tls_reason(SSL* ssl, const error_code& error) {
+  const long verdict = ::SSL_get_verify_result(ssl);
   return verdict == X509_V_OK ? error.message() : ::X509_verify_cert_error_string(verdict);
 }
 
