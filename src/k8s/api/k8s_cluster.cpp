@@ -4,9 +4,9 @@
 
 #include "ace/Null_Mutex.h"
 #include "ace/Singleton.h"
-#include "json_spirit/dump.h"
 #include "json_spirit/extract.h"
 #include "json_spirit/filter.h"
+#include "json_spirit/log_with_dump.h"
 #include "k8s/api/k8s_namespace.h"
 #include "k8s/api/k8s_node.h"
 #include "k8s/api/k8s_pod.h"
@@ -66,8 +66,8 @@ bool K8S_Cluster::init() {
 
   Value val;
   if (!client_->get("/version", val) || client_->get_response_code() != ok) {
-    ACE_ERROR((LM_ERROR, ACE_TEXT("Failed to get version\n%s\n type=%d, response=%d\n"), JSON_Dump(val, true).c_str(),
-               val.type(), client_->get_response_code()));
+    log_with_dump(LM_ERROR, "Failed to get version\n%s\n type=%d, response=%d\n", JSON_Dump(val, true), val.type(),
+                  client_->get_response_code());
     return false;
   }
   version_.clear();
@@ -90,8 +90,8 @@ bool K8S_Cluster::set_snapshot_version() {
   if (!client_->get("/apis/snapshot.storage.k8s.io", val) || client_->get_response_code() != ok) {
     resource_gv_[snapshots].clear();
     resource_gv_[snapshot_classes].clear();
-    ACE_ERROR((LM_ERROR, ACE_TEXT("Failed to get snapshot version\n%s\n type=%d,response=%d\n"),
-               JSON_Dump(val, true).c_str(), val.type(), client_->get_response_code()));
+    log_with_dump(LM_ERROR, "Failed to get snapshot version\n%s\n type=%d,response=%d\n", JSON_Dump(val, true),
+                  val.type(), client_->get_response_code());
     return false;
   }
   const std::string* group_version = nullptr;

@@ -1,6 +1,6 @@
 #include "k8s/api/k8s_deployment.h"
 
-#include "json_spirit/dump.h"
+#include "json_spirit/log_with_dump.h"
 #include "kolt/check_macros.h"
 #include "kolt/path.h"
 #include "kolt/string_sprintf.h"
@@ -19,7 +19,7 @@ bool K8S_Deployment::patch(const std::string& name, const Value& req_body) {
   const std::string url = kolt::Path(url_, name, "scale", '/', false).str();
   const bool patched = client_->patch(url, req_body, "application/merge-patch+json");
   if (patched && client_->get_response_code() == 200) return true;
-  ACE_ERROR((LM_ERROR, ACE_TEXT("Failed to patch type %s info\n%s\n type %d status %d\n"), type_name(),
-             JSON_Dump(req_body, true).c_str(), req_body.type(), client_->get_response_code()));
+  log_with_dump(LM_ERROR, "Failed to patch type %s info\n%s\n type %d status %d\n", type_name(),
+                JSON_Dump(req_body, true), req_body.type(), client_->get_response_code());
   return false;
 }

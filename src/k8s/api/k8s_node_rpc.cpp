@@ -4,8 +4,8 @@
 #include "json_rpc/json_rpc_id_generator.h"
 #include "json_rpc/json_rpc_object.h"
 #include "json_spirit/assign.h"
-#include "json_spirit/dump.h"
 #include "json_spirit/extract.h"
+#include "json_spirit/log_with_dump.h"
 #include "k8s/api/k8s_cluster.h"
 #include "k8s/api/k8s_pod.h"
 #include "k8s/api/k8s_utils.h"
@@ -54,8 +54,8 @@ bool send(const std::string& address, const Value& request, Value& answer) {
   if (agent.post(rpc_path, &request, response, &answer) && response.status() == ok &&
       answer.type() == json_spirit::obj_type)
     return true;
-  ACE_ERROR((LM_ERROR, ACE_TEXT("Failed to send json rpc to '%s', resp_data '%s' type '%d'.\n"), address.c_str(),
-             JSON_Dump(answer, false).c_str(), answer.type()));
+  log_with_dump(LM_ERROR, "Failed to send json rpc to '%s', resp_data '%s' type '%d'.\n", address.c_str(),
+                JSON_Dump(answer, false), answer.type());
   return false;
 }
 

@@ -2,7 +2,7 @@
 
 #include <typeinfo>
 
-#include "json_spirit/dump.h"
+#include "json_spirit/log_with_dump.h"
 #include "kolt/check_macros.h"
 #include "kolt/path.h"
 #include "kolt/retry_macros.h"
@@ -40,8 +40,8 @@ bool K8S_Resource::get(const std::string& name, Value& val, bool logging) {
   const bool got = client_->get(kolt::Path(url_, name, '/', false).str(), val);
   if (got && client_->get_response_code() == ok) return true;
   if (logging)
-    ACE_ERROR((LM_ERROR, ACE_TEXT("Failed to get type %s name %s info\n%s\n type %d status %d\n"), type_name(),
-               name.c_str(), JSON_Dump(val, true).c_str(), val.type(), client_->get_response_code()));
+    log_with_dump(LM_ERROR, "Failed to get type %s name %s info\n%s\n type %d status %d\n", type_name(), name.c_str(),
+                  JSON_Dump(val, true), val.type(), client_->get_response_code());
   return false;
 }
 
@@ -62,8 +62,8 @@ bool K8S_Resource::list_all(Value& val, const query_selectors& queries) {
 bool K8S_Resource::list_url(const std::string& url, Value& val, const query_selectors& queries) {
   const bool listed = client_->list(url, val, queries);
   if (listed && client_->get_response_code() == ok) return true;
-  ACE_ERROR((LM_ERROR, ACE_TEXT("Failed to list type %s value\n%s\n type %d status %d\n"), type_name(),
-             JSON_Dump(val, true).c_str(), val.type(), client_->get_response_code()));
+  log_with_dump(LM_ERROR, "Failed to list type %s value\n%s\n type %d status %d\n", type_name(), JSON_Dump(val, true),
+                val.type(), client_->get_response_code());
   return false;
 }
 
@@ -71,8 +71,8 @@ bool K8S_Resource::post(const Value& val) {
   KOLT_RETURN_IF_NULL(client_, false);
   const bool posted = client_->post(url_, val);
   if (posted && client_->get_response_code() == created) return true;
-  ACE_ERROR((LM_ERROR, ACE_TEXT("Failed to create type %s info\n%s\n type %d status %d\n"), type_name(),
-             JSON_Dump(val, true).c_str(), val.type(), client_->get_response_code()));
+  log_with_dump(LM_ERROR, "Failed to create type %s info\n%s\n type %d status %d\n", type_name(), JSON_Dump(val, true),
+                val.type(), client_->get_response_code());
   return false;
 }
 

@@ -42,6 +42,18 @@ TEST_F(Resource, GetLogsTheDocumentItsTypeAndTheStatus) {
   EXPECT_THAT(errors(), ElementsAre(get_failure<Widget>("a", not_found, 404)));
 }
 
+TEST_F(Resource, StatusIsToldBehindADocumentLongerThanALine) {
+  const std::string reply = R"({"message":")" + std::string(10'000, 'x') + "\"}";
+  server.expect({"GET /api/v1/widgets/a", 403, reply});
+  server.expect({"GET /api/v1/widgets", 403, reply});
+  server.expect({"POST /api/v1/widgets", 403});
+  EXPECT_FALSE(widgets().get("a", val, true));
+  EXPECT_FALSE(widgets().list(val, {}));
+  EXPECT_FALSE(widgets().post(json(reply)));
+  EXPECT_THAT(errors(), ::testing::SizeIs(3));
+  EXPECT_THAT(errors(), ::testing::Each(::testing::EndsWith("xxx...\n type 0 status 403\n")));
+}
+
 TEST_F(Resource, GetTakesNoOtherStatusThan200) {
   for (const int status : {201, 202, 206, 301, 400, 401, 403, 409, 410, 429, 500, 503}) {
     server.expect({"GET /api/v1/widgets/a", status, "{}"});

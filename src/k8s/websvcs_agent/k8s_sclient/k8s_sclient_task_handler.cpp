@@ -9,9 +9,9 @@
 #include "ace/Null_Mutex.h"
 #include "ace/Singleton.h"
 #include "json_spirit/assign.h"
-#include "json_spirit/dump.h"
 #include "json_spirit/extract.h"
 #include "json_spirit/filter.h"
+#include "json_spirit/log_with_dump.h"
 #include "k8s/api/k8s_utils.h"
 #include "k8s/api/node_paths.h"
 #include "k8s/websvcs_agent/k8s_sclient/drivers.h"
@@ -188,8 +188,8 @@ bool K8S_SClient_Task_Handler::restore(const Object& params, const std::string& 
   try {
     json_spirit::extract_or_throw(params)("rules", rules)("total_size", total_size)("node_name_hex", node_name_hex);
   } catch (const std::exception& error) {
-    ACE_ERROR((LM_ERROR, ACE_TEXT("Failed to extract restore information from\n%s\nerror %s.\n"),
-               JSON_Dump(params, false).c_str(), error.what()));
+    log_with_dump(LM_ERROR, "Failed to extract restore information from\n%s\nerror %s.\n", JSON_Dump(params, false),
+                  error.what());
     return false;
   }
 

@@ -5,8 +5,8 @@
 #include "ace/Log_Msg.h"
 #include "ace/OS_NS_errno.h"
 #include "client_io/util.h"
-#include "json_spirit/dump.h"
 #include "json_spirit/extract.h"
+#include "json_spirit/log_with_dump.h"
 #include "k8s/job/k8s_restore_callback.h"
 #include "k8s/websvcs_agent/k8s_sclient/client_io_options.h"
 #include "k8s/websvcs_agent/k8s_sclient/drivers.h"
@@ -75,8 +75,8 @@ bool mtf_restore(const std::string& job_id, const std::string& name, const json_
   try {
     job.emplace(params);
   } catch (const std::exception& error) {
-    ACE_ERROR((LM_ERROR, ACE_TEXT("Failed to extract restore information from\n%s\nerror %s.\n"),
-               json_spirit::JSON_Dump(params, false).c_str(), error.what()));
+    log_with_dump(LM_ERROR, "Failed to extract restore information from\n%s\nerror %s.\n",
+                  json_spirit::JSON_Dump(params, false), error.what());
     return false;
   }
 

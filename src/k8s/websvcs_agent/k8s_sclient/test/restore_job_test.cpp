@@ -57,6 +57,7 @@ TEST_F(Restore_Job, RunsOncePerRuleInOrderOfTheKeysUnderTheirLastComponent) {
 
 TEST_F(Restore_Job, EveryRunGetsTheWholeSelection) {
   restore(two_rules());
+  ASSERT_EQ(2u, mover.restores.size());
   for (const Fake_Data_Mover::Restore& run : mover.restores)
     EXPECT_EQ(R"([{"dir":"/data/vol-a"},{"dir":"/data/vol-b"}])", text_of(run.selection));
 }
@@ -136,6 +137,19 @@ TEST_P(Missing_Job_Param, FailsWithAllParamsAndTheReasonInTheLog) {
   EXPECT_THAT(errors[0],
               ::testing::StartsWith("Failed to extract restore information from\n" + text_of(bad) + "\nerror "));
   EXPECT_THAT(errors[0], ::testing::EndsWith(".\n"));
+}
+
+TEST_P(Missing_Job_Param, ReasonIsToldBehindParamsLongerThanALine) {
+  json_spirit::Object bad = params("{}");
+  bad.erase(GetParam());
+  handler.restore(bad, "job", result);
+  bad["zeros"] = std::string(10'000, '0');
+  EXPECT_FALSE(handler.restore(bad, "job", result));
+  const std::vector<std::string> errors = log.texts(LM_ERROR);
+  ASSERT_EQ(2u, errors.size());
+  const std::string reason = errors[0].substr(errors[0].rfind("\nerror "));
+  EXPECT_THAT(reason, ::testing::HasSubstr(GetParam()));
+  EXPECT_THAT(errors[1], ::testing::EndsWith("00..." + reason));
 }
 
 TEST_P(Missing_Job_Param, OfAnotherTypeFails) {
