@@ -13,6 +13,7 @@ MTF_Restore::MTF_Restore(MTF::Event_Handler_var event_handler, ACE_Log_Msg_Callb
 MTF_Restore::~MTF_Restore() = default;
 
 void MTF_Restore::path_converter(MTF::IPath_Converter_var val) {
+  settings_.path_converter_missing = val.null() && settings_.path_converter.null();
   KOLT_RETURN_IF_NULL(val, );
   settings_.path_converter = val;
 }

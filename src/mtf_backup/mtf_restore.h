@@ -47,7 +47,8 @@ class TESSARIN_API MTF_Restore {
   void channel_num(size_t value) { settings_.channel_num = value; }
   /// Files restored at the same time.
   void concurrent(size_t value) { settings_.concurrent = value; }
-  /// Maps paths in the set to paths here. An empty value is told at LM_EMERGENCY and leaves the old converter in place.
+  /// Maps paths in the set to paths here. An empty value is told at LM_EMERGENCY and leaves the old converter in place;
+  /// where there is none, restore() is refused. If this is never called, paths stay as they are.
   void path_converter(MTF::IPath_Converter_var val);
   /// The options of the storage clients, for reading and for changing.
   Client_IO_Base::Options& extra_client_io_opts() { return settings_.extra_client_io_opts; }

@@ -25,6 +25,7 @@ struct Restore_Settings {
   size_t channel_num = 0;  ///< 0 means one
   size_t concurrent = 0;   ///< files restored at the same time; 0 leaves it to channel_num
   MTF::IPath_Converter_var path_converter;
+  bool path_converter_missing = false;  ///< there should be one, and nothing is restored without it
   Client_IO_Base::Options extra_client_io_opts;
   Channel_Factory_var channel_factory;
 };

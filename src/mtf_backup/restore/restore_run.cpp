@@ -47,6 +47,8 @@ MTF::Error_Code Restore_Run::restore(const std::string& name) {
 bool Restore_Run::check() const {
   if (!settings_.callback_factory) return refuse("no callback factory");
   if (!settings_.channel_factory) return refuse("no channel factory");
+  // Everything would go back to where it came from.
+  if (settings_.path_converter_missing) return refuse("no path converter");
   return true;
 }
 

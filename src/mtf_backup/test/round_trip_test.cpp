@@ -299,4 +299,58 @@ TEST_F(Restore_Object, EmptyPathConverterIsToldAndLeavesTheOldOne) {
   EXPECT_EQ(converter.get(), restore.settings().path_converter.get());
 }
 
+/// Restores with the path converters that a caller gave, one after the other.
+class Restored_By_Converters : public Mover_Fixture {
+ protected:
+  Restored_By_Converters() {
+    write("file", "content");
+    EXPECT_TRUE(back_up());
+    EXPECT_TRUE(std::filesystem::remove(source_ + "/file"));
+  }
+
+  bool restore_by(const std::vector<MTF::IPath_Converter_var>& converters, const std::string& location) {
+    MTF_Restore restore(MTF::Event_Handler_var(new Test_Handler), ACE_Log_Msg_Callback_var());
+    restore.target_location(location);
+    restore.seq(1);
+    restore.callback_factory(MTF::IRestore_Callback_Factory_var(new Posix_Restore_Factory(Hook())));
+    restore.channel_factory(make_channels(nullptr));
+    for (const MTF::IPath_Converter_var& converter : converters) restore.path_converter(converter);
+    const bool ok = restore.restore("volume");
+    code_ = restore.err_code();
+    return ok;
+  }
+  MTF::IPath_Converter_var to_target() const {
+    return MTF_FS::create_transform_path_converter("/", {{source_, target_}}, false, MTF::IPath_Converter_var());
+  }
+  bool went_back() const { return std::filesystem::exists(source_ + "/file"); }
+  bool went_to_target() const { return std::filesystem::exists(target_ + "/file"); }
+
+  Log_Capture log_;
+};
+
+TEST_F(Restored_By_Converters, EmptyOneIsRefusedBeforeAnythingIsRestored) {
+  EXPECT_FALSE(restore_by({MTF::IPath_Converter_var()}, "/"));
+  EXPECT_EQ(MTF::E_FAILED, code_);
+  EXPECT_THAT(log_.texts(LM_ERROR), ::testing::ElementsAre("Failed to start the restore: no path converter.\n"));
+  EXPECT_EQ(1u, log_.texts(LM_EMERGENCY).size());
+  EXPECT_FALSE(went_back());
+}
+
+TEST_F(Restored_By_Converters, EmptyOneBehindAGoodOneLeavesThatInForce) {
+  EXPECT_TRUE(restore_by({to_target(), MTF::IPath_Converter_var()}, "/")) << log_.all();
+  EXPECT_TRUE(went_to_target());
+  EXPECT_FALSE(went_back());
+}
+
+TEST_F(Restored_By_Converters, GoodOneBehindAnEmptyOneIsTaken) {
+  EXPECT_TRUE(restore_by({MTF::IPath_Converter_var(), to_target()}, "/")) << log_.all();
+  EXPECT_TRUE(went_to_target());
+  EXPECT_FALSE(went_back());
+}
+
+TEST_F(Restored_By_Converters, NoneLeavesPathsAsTheyAreBelowTheLocation) {
+  EXPECT_TRUE(restore_by({}, target_)) << log_.all();
+  EXPECT_TRUE(std::filesystem::exists(target_ + source_ + "/file"));
+}
+
 }  // namespace

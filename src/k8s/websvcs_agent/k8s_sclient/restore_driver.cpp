@@ -49,8 +49,8 @@ struct Restore_Params {
   }
 };
 
-void select_set(const Restore_Params& job, const json_spirit::Array& entries, MTF::IPath_Converter_var converter,
-                MTF_Restore& restore) {
+void select_set(const Restore_Params& job, const json_spirit::Array& entries,
+                const MTF_FS::path_transform_rules& rules_map, MTF_Restore& restore) {
   restore.definition_uuid(job.minor_resource_id);
   restore.target_location(target_root);
   restore.backup_minor_resource_id(job.minor_resource_id);
@@ -64,7 +64,8 @@ void select_set(const Restore_Params& job, const json_spirit::Array& entries, MT
   restore.seq(static_cast<ACE_UINT32>(job.seq));
   restore.channel_num(job.channel_num);
   restore.concurrent(job.concurrent);
-  restore.path_converter(converter);
+  restore.path_converter(
+      MTF_FS::create_transform_path_converter(target_root, rules_map, false, MTF::IPath_Converter_var()));
 }
 
 }  // namespace
@@ -84,10 +85,7 @@ bool mtf_restore(const std::string& job_id, const std::string& name, const json_
   ACE_NEW_RETURN(event_handler, K8S_SClient_Volume_Event_Handler(job_id), false);
   const MTF::Event_Handler_var events(event_handler);
   MTF_Restore restore(events, ACE_Log_Msg_Callback_var());
-  const MTF::IPath_Converter_var converter =
-      MTF_FS::create_transform_path_converter(target_root, rules_map, false, MTF::IPath_Converter_var());
-  KOLT_RETURN_IF_NULL(converter, false);  // without one everything would go back to where it came from
-  select_set(*job, entries, converter, restore);
+  select_set(*job, entries, rules_map, restore);
 
   Client_IO_Base::Options& client_opts = restore.extra_client_io_opts();
   set_access_key_to_options(client_opts, job->access_key);

@@ -7,6 +7,7 @@ namespace {
 
 std::atomic<std::size_t> failing_size{0};
 std::atomic<int> failed{0};
+std::atomic<std::size_t> largest{0};
 
 }  // namespace
 
@@ -23,8 +24,15 @@ int Failing_New::count() const {
   return failed;
 }
 
+std::size_t Failing_New::largest_size(const std::function<void()>& code) {
+  largest = 0;
+  code();
+  return largest;
+}
+
 // Goes through the throwing form, so that memory checkers see an ordinary allocation.
 void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
+  if (size > largest) largest = size;
   if (size != 0 && size == failing_size) {
     ++failed;
     return nullptr;

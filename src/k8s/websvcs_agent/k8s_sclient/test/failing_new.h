@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstddef>
+#include <functional>
 
 /// While it lives, no-throw allocations of exactly @a size bytes fail, on all threads.
 class Failing_New {
@@ -12,4 +13,7 @@ class Failing_New {
 
   /// How many allocations have failed.
   int count() const;
+
+  /// The size of the largest no-throw allocation that @a code makes.
+  static std::size_t largest_size(const std::function<void()>& code);
 };

@@ -23,7 +23,9 @@ Fake_Data_Mover::Run Fake_Data_Mover::next_run() {
 MTF_Backup::MTF_Backup(MTF::Event_Handler_var event_handler, MTF::Metadata& metadata,
                        ACE_Log_Msg_Callback_var log_callback)
     : event_handler_(event_handler), log_callback_(log_callback), err_code_(MTF::E_OK) {
-  Fake_Data_Mover::instance().meta = metadata.object();
+  Fake_Data_Mover& fake = Fake_Data_Mover::instance();
+  ++fake.constructed;
+  fake.meta = metadata.object();
 }
 
 MTF_Backup::~MTF_Backup() = default;
@@ -47,11 +49,15 @@ class MTF_BACKUP::Restore_Run {
 };
 
 MTF_Restore::MTF_Restore(MTF::Event_Handler_var event_handler, ACE_Log_Msg_Callback_var log_callback)
-    : event_handler_(event_handler), log_callback_(log_callback), err_code_(MTF::E_OK) {}
+    : event_handler_(event_handler), log_callback_(log_callback), err_code_(MTF::E_OK) {
+  ++Fake_Data_Mover::instance().constructed;
+}
 
 MTF_Restore::~MTF_Restore() = default;
 
 void MTF_Restore::path_converter(MTF::IPath_Converter_var value) {
+  Fake_Data_Mover& fake = Fake_Data_Mover::instance();
+  fake.converters.push_back({settings_, value.null(), fake.channels.empty()});
   settings_.path_converter = value;
 }
 

@@ -35,6 +35,12 @@ struct Fake_Data_Mover {
     json_spirit::Array selection;
     bool own_log_callback;
   };
+  /// How a call of MTF_Restore::path_converter() found the restore.
+  struct Converter {
+    MTF_BACKUP::Restore_Settings settings;
+    bool empty;
+    bool before_channels;
+  };
   struct Channels {
     std::string pool_url;
     std::string uri_path;
@@ -44,9 +50,11 @@ struct Fake_Data_Mover {
   std::deque<Run> runs;      ///< of backups or restores to come; when there is none left a run moves nothing
   bool no_channels = false;  ///< whether no channel factory can be made
 
+  size_t constructed = 0;    ///< how many MTF_Backup or MTF_Restore were made
   json_spirit::Object meta;  ///< what the last MTF_Backup was constructed with
   std::vector<Backup> backups;
   std::vector<Restore> restores;
+  std::vector<Converter> converters;
   std::vector<Channels> channels;
 
   static Fake_Data_Mover& instance();
@@ -54,3 +62,11 @@ struct Fake_Data_Mover {
 
   Run next_run();
 };
+
+/// Every code that a run can end with, but for @a tolerated.
+inline std::vector<MTF::Error_Code> error_codes_but(MTF::Error_Code tolerated) {
+  std::vector<MTF::Error_Code> codes;
+  for (int code = MTF::E_FAILED; code <= MTF::E_NO_FILES_RESTORED; ++code)
+    if (code != tolerated) codes.push_back(static_cast<MTF::Error_Code>(code));
+  return codes;
+}

@@ -5,7 +5,9 @@
 #include "k8s/job/k8s_restore_callback.h"
 #include "k8s/websvcs_agent/k8s_sclient/drivers.h"
 #include "k8s/websvcs_agent/k8s_sclient/k8s_sclient_volume_event_handler.h"
+#include "kolt/redact.h"
 #include "log_texts.h"
+#include "options_text.h"
 
 namespace {
 
@@ -38,7 +40,8 @@ class Restore_Driver : public ::testing::Test {
   bool run() { return mtf_restore("job", "pvc-1", entries, rules, params); }
   void set(const char* key, const std::string& text) { params[key] = json(text); }
   const MTF_BACKUP::Restore_Settings& settings() { return mover.restores.at(0).settings; }
-  const Client_IO_Base::Options& client() { return settings().extra_client_io_opts; }
+  /// What the storage clients are made with.
+  const Client_IO_Base::Options& client() { return mover.channels.at(0).options; }
 
   Log_Capture log;
   Fake_Data_Mover& mover = Fake_Data_Mover::instance();
@@ -91,6 +94,26 @@ TEST_F(Restore_Driver, RestoresToTheRulesTargets) {
   EXPECT_EQ("/new/place/a/b", target);
 }
 
+TEST_F(Restore_Driver, TellsThePathConverterAfterAllThatIdentifiesTheSetAndBeforeTheChannels) {
+  run();
+  ASSERT_EQ(1u, mover.converters.size());
+  EXPECT_EQ(6u, mover.converters[0].settings.concurrent);
+  EXPECT_TRUE(mover.converters[0].before_channels);
+}
+
+TEST_F(Restore_Driver, WithoutMemoryForThePathConverterTheDataMoverRefuses) {
+  const size_t size = Failing_New::largest_size(
+      [&] { MTF_FS::create_transform_path_converter("/", rules, false, MTF::IPath_Converter_var()); });
+  mover.runs.push_back({.ok = false, .code = MTF::E_FAILED});
+  const Failing_New no_memory(size);
+  EXPECT_FALSE(run());
+  EXPECT_EQ(1, no_memory.count());
+  ASSERT_EQ(1u, mover.converters.size());
+  EXPECT_TRUE(mover.converters[0].empty);
+  EXPECT_EQ(1u, mover.restores.size());
+  EXPECT_THAT(log.texts(LM_ERROR), ::testing::ElementsAre("Failed to restore data from storage.\n"));
+}
+
 TEST_F(Restore_Driver, SequenceNumberIsCutToThirtyTwoBits) {
   set("seq", "4294967298");
   run();
@@ -107,6 +130,11 @@ TEST_F(Restore_Driver, SetsTheClientOptions) {
   EXPECT_EQ(expected.extra_options, client().extra_options);
 }
 
+TEST_F(Restore_Driver, ClientOptionsAreTheDataMoversToo) {
+  run();
+  EXPECT_EQ(options_text(client()), options_text(settings().extra_client_io_opts));
+}
+
 TEST_F(Restore_Driver, ServerSideDedupIsNotRead) {
   run();
   EXPECT_FALSE(client().server_side_dedup);
@@ -117,6 +145,7 @@ TEST_F(Restore_Driver, DedupPoolSetsNoCompression) {
   EXPECT_EQ(COMPR_NONE, client().compression_method);
 }
 
+// As one channel would: no test can tell which of them the driver asked for.
 TEST_F(Restore_Driver, NoChannelsLeaveTheRateLimitsAlone) {
   set("channel_num", "0");
   run();
@@ -128,7 +157,6 @@ TEST_F(Restore_Driver, StorageLiesBelowHostAndResource) {
   run();
   ASSERT_EQ(1u, mover.channels.size());
   EXPECT_EQ("H/R", mover.channels[0].uri_path);
-  EXPECT_EQ(77u, mover.channels[0].options.max_seconds_retry);
   EXPECT_NE(nullptr, settings().channel_factory);
 }
 
@@ -154,14 +182,35 @@ TEST_P(Missing_Restore_Param, FailsWithAllParamsAndTheReasonInTheLog) {
   EXPECT_THAT(errors[0],
               ::testing::StartsWith("Failed to extract restore information from\n" + text_of(params) + "\nerror "));
   EXPECT_THAT(errors[0], ::testing::EndsWith(".\n"));
-  EXPECT_TRUE(mover.restores.empty());
+  EXPECT_EQ(0u, mover.constructed);
+}
+
+TEST_P(Missing_Restore_Param, ReasonIsToldBehindParamsLongerThanALine) {
+  params.erase(GetParam());
+  run();
+  set("zeros", "\"" + std::string(10'000, '0') + "\"");
+  run();
+  const std::vector<std::string> errors = log.texts(LM_ERROR);
+  ASSERT_EQ(2u, errors.size());
+  const std::string reason = errors[0].substr(errors[0].rfind("\nerror "));
+  EXPECT_THAT(reason, ::testing::HasSubstr(GetParam()));
+  EXPECT_THAT(errors[1], ::testing::EndsWith("00..." + reason));
 }
 
 TEST_P(Missing_Restore_Param, OfAnotherTypeFails) {
   params[GetParam()] = json("[1]");
   EXPECT_FALSE(run());
   EXPECT_EQ(1u, log.texts(LM_ERROR).size());
-  EXPECT_TRUE(mover.restores.empty());
+  EXPECT_EQ(0u, mover.constructed);
+}
+
+TEST_F(Restore_Driver, SecretThatIsCutOffIsMaskedAndTheReasonIsNot) {
+  set("access_key", "\"" + std::string(10'000, 's') + "\"");
+  params.erase("seq");
+  EXPECT_FALSE(run());
+  const std::string written = redact_secrets(log.texts(LM_ERROR).at(0));
+  EXPECT_THAT(written, ::testing::Not(::testing::HasSubstr("sss")));
+  EXPECT_THAT(written, ::testing::ContainsRegex("\nerror .*seq.*\\.\n$"));
 }
 
 TEST_F(Restore_Driver, WithoutChannelsTheRestoreFails) {
@@ -178,7 +227,7 @@ TEST_F(Restore_Driver, WithoutMemoryForTheEventHandlerFailsSilently) {
   EXPECT_FALSE(run());
   EXPECT_EQ(ENOMEM, errno);
   EXPECT_EQ("", log.all());
-  EXPECT_TRUE(mover.restores.empty());
+  EXPECT_EQ(0u, mover.constructed);
 }
 
 TEST_F(Restore_Driver, WithoutMemoryForTheCallbacksNoneAreGiven) {
@@ -209,10 +258,7 @@ TEST_F(Restore_Driver, EmptySelectionIsASuccessAndCounts) {
 
 class Restore_Error : public Restore_Driver, public ::testing::WithParamInterface<MTF::Error_Code> {};
 
-INSTANTIATE_TEST_SUITE_P(Each, Restore_Error,
-                         ::testing::Values(MTF::E_FAILED, MTF::E_OK, MTF::E_CORRUPT, MTF::E_NOT_FOUND,
-                                           MTF::E_DOWNLOAD_CAT_ERROR, MTF::E_END_WITH_SKIPPED_FILES,
-                                           MTF::E_NO_FILES_BACKUPED));
+INSTANTIATE_TEST_SUITE_P(Each, Restore_Error, ::testing::ValuesIn(error_codes_but(MTF::E_NO_FILES_RESTORED)));
 
 TEST_P(Restore_Error, FailsAndAddsNothing) {
   mover.runs.push_back({.ok = false, .code = GetParam(), .size = 1000, .set_size = 100});

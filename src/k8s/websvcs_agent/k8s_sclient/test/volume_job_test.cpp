@@ -50,7 +50,7 @@ class Volume_Job : public ::testing::Test {
                        "}");
   }
   /// Rules that bring each volume back to a new directory.
-  Object restore_params(const std::vector<std::string>& names) const {
+  Object restore_params(const std::vector<std::string>& names, const std::string& more = "") const {
     std::string rules;
     for (const std::string& name : names) {
       fs::create_directories(target(name));
@@ -59,7 +59,7 @@ class Volume_Job : public ::testing::Test {
     return json_object("{" +
                        storage(R"("pool_uuid":"P","host_uuid":"H","incarnation":0,"channel_num":2,"concurrent":2,
         "node_name_hex":"6e","total_size":1000,"rules":{)" +
-                               rules + "}") +
+                               rules + "}" + more) +
                        "}");
   }
   std::string target(const std::string& name) const { return volumes.dir / ("new/" + name); }
@@ -87,6 +87,22 @@ class Volume_Job : public ::testing::Test {
     }
   }
   static std::string state_of(const Object& answer) { return answer.at("state").get_str(); }
+  /// Cancels the job once it has moved something, and waits for its end.
+  Object cancel_in_mid_run(const std::string& id) {
+    const Handler_ptr cancel(_make_JSON_RPC_K8S_Cancel_Job_Handler(nullptr));
+    bool asked = false;
+    const Object answer = wait(id, [&](const Object& poll) {
+      if (asked || poll.at("processed").get_uint64() == 0) return;
+      asked = true;
+      Requester requester;
+      JSON_RPC_Request request;
+      request.id(json_spirit::Value(7));
+      dynamic_cast<JSON_RPC_Handler_Impl_Base&>(*cancel).handle_request(&requester.channel(), request);
+      EXPECT_EQ(R"({"state":true})", requester.result());
+    });
+    EXPECT_TRUE(asked);
+    return answer;
+  }
   /// Commit records below the pool's directory of the set name.
   size_t sets_of(const std::string& name) const {
     size_t sets = 0;
@@ -219,24 +235,35 @@ TEST_F(Volume_Job, EmptyVolumeIsASuccess) {
 
 TEST_F(Volume_Job, CancelStopsARunningBackupAndLeavesNothing) {
   make_tree(volumes.source("vol-a"), {.files = 10, .bytes = 20'000'000, .special = false, .seed = 1});
-  const Handler_ptr cancel(_make_JSON_RPC_K8S_Cancel_Job_Handler(nullptr));
-  const std::string id = submit(backup, backup_params({"vol-a"}, R"(,"dest_rate_limits":[
-      {"start_time":0,"end_time":86399,"max_bytes_per_second":200000}])"));
-  bool asked = false;
-  const Object answer = wait(id, [&](const Object& poll) {
-    if (asked || poll.at("processed").get_uint64() == 0) return;
-    asked = true;
-    Requester requester;
-    JSON_RPC_Request request;
-    request.id(json_spirit::Value(7));
-    dynamic_cast<JSON_RPC_Handler_Impl_Base&>(*cancel).handle_request(&requester.channel(), request);
-    EXPECT_EQ(R"({"state":true})", requester.result());
-  });
-  EXPECT_TRUE(asked);
+  const Object answer = cancel_in_mid_run(submit(backup, backup_params({"vol-a"}, R"(,"dest_rate_limits":[
+      {"start_time":0,"end_time":86399,"max_bytes_per_second":200000}])")));
   EXPECT_EQ("canceled", state_of(answer)) << log.all();
   EXPECT_TRUE(log.has(LM_ERROR, "Failed to backup data to storage.\n"));
   EXPECT_TRUE(Node_Volumes::is_clean());
   EXPECT_EQ(0u, sets_of("vol-a"));
+}
+
+TEST_F(Volume_Job, CancelStopsARunningRestore) {
+  make_tree(volumes.source("vol-a"), {.files = 10, .bytes = 20'000'000, .special = false, .seed = 1});
+  ASSERT_EQ("completed", state_of(wait(submit(backup, backup_params({"vol-a"}))))) << log.all();
+  const Object answer = cancel_in_mid_run(submit(restore, restore_params({"vol-a"}, R"(,"src_rate_limits":[
+      {"start_time":0,"end_time":86399,"max_bytes_per_second":200000}])")));
+  EXPECT_EQ("canceled", state_of(answer)) << log.all();
+  EXPECT_TRUE(log.has(LM_ERROR, "Failed to restore data from storage.\n"));
+  EXPECT_LT(bytes_below(target("vol-a")), bytes_below(volumes.source("vol-a")));
+
+  ASSERT_EQ("completed", state_of(wait(submit(restore, restore_params({"vol-a"}))))) << log.all();
+  EXPECT_EQ("", differences(volumes.source("vol-a"), target("vol-a")));
+}
+
+TEST_F(Volume_Job, FailureOfTheSecondRestoreLeavesTheFirstInPlace) {
+  make_tree(volumes.source("vol-a"), {.files = 20, .bytes = 300'000, .special = false, .seed = 1});
+  ASSERT_EQ("completed", state_of(wait(submit(backup, backup_params({"vol-a"}))))) << log.all();
+  const Object answer = wait(submit(restore, restore_params({"vol-a", "vol-b"})));
+  EXPECT_EQ("failed", state_of(answer));
+  EXPECT_EQ(0u, answer.count("size"));
+  EXPECT_TRUE(log.has(LM_ERROR, "Failed to restore data from storage.\n")) << log.all();
+  EXPECT_EQ("", differences(volumes.source("vol-a"), target("vol-a")));
 }
 
 TEST_F(Volume_Job, ParamsThatAreEmptyFailInTheTask) {
