@@ -2,8 +2,8 @@
 """Whether doc/troubleshooting.md has an entry for each message that an operator may meet in the agent's log, and none for
 messages that are gone. With --list prints the messages by folder.
 
-A message is the text of an ACE_ERROR or ACE_DEBUG at LM_WARNING or above in a folder that runs in the agent or in the
-control pod. Its entry is a code span with the same text, with "..." for what is filled in.
+A message is the text of an ACE_ERROR or ACE_DEBUG at LM_WARNING or above, or what is wrong with a pool, in a folder that
+runs in the agent or in the control pod. Its entry is a code span with the same text, with "..." for what is filled in.
 """
 import pathlib
 import re
@@ -15,6 +15,8 @@ FOLDERS = ["client_io", "host", "http", "json_rpc", "json_spirit", "k8s", "kolt"
 
 STRING = r'"(?:[^"\\]|\\.)*"'
 CALL = re.compile(rf"\((LM_WARNING|LM_ERROR|LM_CRITICAL|LM_ALERT|LM_EMERGENCY)\s*,\s*(?:ACE_TEXT\()?((?:\s*{STRING})+)")
+# Where the storage client says no to a pool: `what: "value".`
+REFUSAL = re.compile(rf"(?:\b|_)refuse\(({STRING})\s*,")
 
 
 def plain(text):
@@ -30,8 +32,10 @@ def messages():
         for file in sorted((ROOT / "src" / folder).rglob("*")):
             if file.suffix not in (".cpp", ".h") or "test" in file.parts:
                 continue
-            for call in CALL.finditer(file.read_text()):
-                text = "".join(part[1:-1] for part in re.findall(STRING, call[2]))
+            source = file.read_text()
+            texts = ["".join(part[1:-1] for part in re.findall(STRING, call[2])) for call in CALL.finditer(source)]
+            texts += [call[1][1:-1] + ': "%C"' for call in REFUSAL.finditer(source)]
+            for text in texts:
                 if re.search(r"\w", plain(text)):  # what is filled in alone was logged, or is told, by its own words
                     found.setdefault(plain(text), []).append(file.relative_to(ROOT / "src").as_posix())
     return found

@@ -33,9 +33,8 @@ typedef std::shared_ptr<Channel_Factory> Channel_Factory_var;
 /**
  * Makes the factory for the storage at @a uri_path of @a pool. Nothing is opened yet.
  *
- * @return empty on failure, after one line at LM_ERROR: the pool's URL has a scheme other than "file://" or no
- * directory, the pool has a cipher, or the path leads out of the pool. Empty with errno ENOMEM and no line when memory
- * ran out.
+ * @return empty on failure, after one line at LM_ERROR that says what is wrong with the pool or the path, as
+ * make_client_io() does. Empty with errno ENOMEM and no line when memory ran out.
  */
 [[nodiscard]] TESSARIN_API Channel_Factory_var make_channel_factory(const Pool_Info& pool, const std::string& uri_path,
                                                                     const Client_IO_Base::Options& options);
