@@ -11,13 +11,20 @@ namespace {
 
 thread_local Task_Context* current_context = nullptr;
 
-/// Cuts what is too long, but not within a UTF-8 character.
+bool continues_character(char c) {
+  return (static_cast<unsigned char>(c) & 0xC0) == 0x80;
+}
+
+/// Cuts the middle out of what is too long, but not within a UTF-8 character: often the reason stands at the end.
 std::string cut(std::string text) {
-  constexpr char mark[] = "...";
+  constexpr std::string_view mark = "...";
+  constexpr size_t kept_at_end = 500;
   if (text.size() <= Task_Context::max_error_length) return text;
-  size_t length = Task_Context::max_error_length - (sizeof mark - 1);
-  while (length > 0 && (static_cast<unsigned char>(text[length]) & 0xC0) == 0x80) --length;
-  return text.substr(0, length) + mark;
+  size_t gap = Task_Context::max_error_length - mark.size() - kept_at_end;
+  size_t end = text.size() - kept_at_end;
+  while (gap > 0 && continues_character(text[gap])) --gap;
+  while (end < text.size() && continues_character(text[end])) ++end;
+  return text.replace(gap, end - gap, mark);
 }
 
 }  // namespace

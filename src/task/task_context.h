@@ -29,7 +29,7 @@ class TESSARIN_API Task_Context {
  public:
   /// Errors kept per task. Later ones are only counted: the first ones tell the cause.
   static constexpr size_t max_errors = 100;
-  /// Bytes kept of one error; what is longer ends in "...".
+  /// Bytes kept of one error; what is longer has "..." in the place of its middle.
   static constexpr size_t max_error_length = 2000;
 
   /// The context that the calling thread is attached to, null if there is none.

@@ -120,22 +120,33 @@ TEST(Task_Context, White_space_at_the_end_is_cut_off) {
   EXPECT_EQ(context.errors(), Texts{" text"});
 }
 
-TEST(Task_Context, A_long_error_is_cut) {
+TEST(Task_Context, The_middle_of_a_long_error_is_cut_out) {
   Task_Context context;
-  context.add_error(std::string(10000, 'x'));
+  context.add_error("Failed" + std::string(10000, 'x') + "y, and this is why.");
   const std::string error = context.errors().at(0);
   EXPECT_EQ(error.size(), Task_Context::max_error_length);
-  EXPECT_EQ(error.substr(error.size() - 4), "x...");
+  EXPECT_EQ(error.substr(0, 7), "Failedx");
+  EXPECT_NE(error.find("x...x"), std::string::npos);
+  EXPECT_EQ(error.substr(error.size() - 20), "xy, and this is why.");
+}
+
+TEST(Task_Context, An_error_that_is_just_not_too_long_is_whole) {
+  Task_Context context;
+  const std::string text(Task_Context::max_error_length, 'x');
+  context.add_error(text);
+  EXPECT_EQ(context.errors(), Texts{text});
 }
 
 TEST(Task_Context, A_character_is_not_cut_in_two) {
   Task_Context context;
-  std::string text = "x";
-  for (int i = 0; i < 1000; ++i) text += "\u20AC";
-  context.add_error(text);
-  const std::string error = context.errors().at(0);
-  EXPECT_LE(error.size(), Task_Context::max_error_length);
-  EXPECT_EQ(error.substr(error.size() - 6), "\u20AC...");
+  for (const char* const begin : {"", "x", "xx"}) {
+    std::string text = begin;
+    for (int i = 0; i < 1000; ++i) text += "\u20AC";
+    context.add_error(text);
+    const std::string error = context.errors().back();
+    EXPECT_LE(error.size(), Task_Context::max_error_length);
+    EXPECT_NE(error.find("\u20AC...\u20AC"), std::string::npos);
+  }
 }
 
 TEST(Task_Context, It_is_not_canceled_until_it_is_told) {
