@@ -65,7 +65,9 @@ class TESSARIN_API MTF_Backup {
    * - E_OPEN_MEDIA, E_WRITE_TO_STORAGE, E_ADD_TO_CATALOG: the storage failed. No set.
    * - E_FAILED: refused before anything was written, cancelled, or out of memory or threads. No set.
    *
-   * A cancel is seen within a second; the context of the calling thread's task is told (set_canceled).
+   * A cancel is seen within a second or two, also while the storage is waited for; the context of the calling thread's
+   * task is told (set_canceled). One that comes too late for the commit record changes nothing: the set stands, and the
+   * run is the success that it would have been.
    */
   [[nodiscard]] bool backup(const std::string& name);
 

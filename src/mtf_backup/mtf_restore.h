@@ -76,8 +76,8 @@ class TESSARIN_API MTF_Restore {
    * - E_DOWNLOAD_CAT_ERROR, E_OPEN_MEDIA: the storage failed.
    * - E_FAILED: refused, cancelled, or out of memory or threads.
    *
-   * Whatever was restored before a failure stays. A cancel is seen within a second; the context of the calling thread's
-   * task is told (set_canceled).
+   * Whatever was restored before a failure stays. A cancel is seen within a second, also while the storage is waited
+   * for; the context of the calling thread's task is told (set_canceled).
    */
   [[nodiscard]] bool restore(const std::string& name);
 

@@ -4,6 +4,7 @@
 #include <sys/stat.h>
 
 #include <algorithm>
+#include <chrono>
 #include <ctime>
 #include <random>
 #include <utility>
@@ -23,6 +24,8 @@ namespace MTF_BACKUP {
 namespace {
 
 constexpr size_t max_channels = 64;
+// A request that is under way may be answered, so that it is known whether the set stands.
+constexpr std::chrono::seconds answer_time(1);
 
 uint32_t random_number() {
   return std::random_device()();
@@ -42,7 +45,8 @@ Backup_Run::Backup_Run(const Backup_Settings& settings, MTF::Event_Handler_var h
 MTF::Error_Code Backup_Run::run(const std::string& name) {
   if (!check(name)) return MTF::E_FAILED;
   if (!open_sources()) return MTF::E_GET_SOURCE_DATA;
-  if (!open_storage(name)) return MTF::E_OPEN_MEDIA;
+  if (!make_clients()) return MTF::E_OPEN_MEDIA;
+  if (!step([&] { return open_storage(name); })) return state_.code();
   if (!without_bad_alloc([this] { return make_channels() && move_data() && commit(); })) {
     state_.fail(MTF::E_FAILED);  // where nothing worse is known
     clean_up();
@@ -83,7 +87,7 @@ bool Backup_Run::open_sources() {
   return true;
 }
 
-bool Backup_Run::open_storage(const std::string& name) {
+bool Backup_Run::make_clients() {
   record_.channels = static_cast<unsigned>(std::clamp<size_t>(settings_.channel_num, 1, max_channels));
   if (settings_.channel_num > max_channels)
     ACE_ERROR((LM_WARNING, ACE_TEXT("%B channels are too many, %B are used.\n"), settings_.channel_num, max_channels));
@@ -91,8 +95,12 @@ bool Backup_Run::open_storage(const std::string& name) {
     clients_.push_back(settings_.channel_factory->storage());
     if (!clients_.back()) return refuse("no memory for a storage client");
   }
+  return true;
+}
+
+MTF::Error_Code Backup_Run::open_storage(const std::string& name) {
   store_ = std::make_unique<Set_Store>(clients_.front());
-  if (!store_->sweep() || !store_->begin(name, settings_.seq + 1, id_)) return false;
+  if (!store_->sweep() || !store_->begin(name, settings_.seq + 1, id_)) return MTF::E_OPEN_MEDIA;
 
   record_.set_uuid = settings_.uuid;
   record_.pool_uuid = settings_.pool_uuid;
@@ -104,7 +112,7 @@ bool Backup_Run::open_storage(const std::string& name) {
   record_.begin_time = std::time(nullptr);
   record_.compression = mtf_to_compression(settings_.compression);
   if (settings_.incremental) open_base(name);
-  return true;
+  return MTF::E_OK;
 }
 
 /// Without a set to build on a full one is written.
@@ -118,6 +126,7 @@ void Backup_Run::open_base(const std::string& name) {
     record_.base.clear();
     why = "the catalog of set " + printable(base_set_.dir) + " cannot be read";
   }
+  if (state_.stopping()) return;
   ACE_ERROR((LM_WARNING, ACE_TEXT("Set %C is written in full and builds on no other: %C.\n"),
              printable(id_.dir()).c_str(), why.c_str()));
 }
@@ -134,17 +143,19 @@ bool Backup_Run::make_channels() {
   job_.reset(new Backup_Job{sources_, settings_.callback_factory, header, state_});
   workers_ = std::make_unique<Frame_Workers>();
   catalog_ = std::make_unique<Catalog_Writer>(*clients_.front(), id_.dir(), record_.set_uuid);
-  if (!workers_->open() || !catalog_->open()) {
-    state_.fail(MTF::E_OPEN_MEDIA);
-    return false;
-  }
   for (unsigned i = 0; i < record_.channels; ++i) {
     const Medium_Id medium{id_.dir(), record_.set_uuid, i, record_.compression};
     channels_.push_back(
         std::make_unique<Channel_Writer>(*job_, *clients_[i], medium, settings_.compression_level, *workers_));
-    if (!channels_.back()->open()) return false;
   }
-  return true;
+  return step([this] { return open_channels(); });
+}
+
+MTF::Error_Code Backup_Run::open_channels() {
+  if (!workers_->open() || !catalog_->open()) return MTF::E_OPEN_MEDIA;
+  for (const auto& channel : channels_)
+    if (!channel->open()) return state_.code();
+  return MTF::E_OK;
 }
 
 bool Backup_Run::move_data() {
@@ -158,7 +169,7 @@ bool Backup_Run::move_data() {
     Run_Threads threads(state_, log_callback_, [&] {
       queue.abort();
       collector.abort();
-      for (auto& client : clients_) client->cancel();
+      cancel_clients();
     });
     threads.start([&] { walker.run(); });
     for (auto& channel : channels_) threads.start([&] { (void)run_channel(*channel, queue, read_ahead, collector); });
@@ -186,19 +197,39 @@ bool Backup_Run::run_channel(Channel_Writer& channel, Bounded_Queue_T<Work_Batch
   return !state_.stopping() && channel.finish();
 }
 
+/// A cancel that does not keep the commit record from being written is too late.
 bool Backup_Run::commit() {
-  if (!catalog_->finish()) {
-    state_.fail(MTF::E_ADD_TO_CATALOG);
-    return false;
-  }
+  Run_Threads threads(state_, log_callback_, [&] {
+    (void)threads.wait(answer_time);
+    cancel_clients();
+  });
+  threads.start([this] {
+    const MTF::Error_Code code = write_record();
+    if (code != MTF::E_OK) state_.fail(code);
+  });
+  threads.watch(handler_);
+  return committed_;
+}
+
+MTF::Error_Code Backup_Run::write_record() {
+  if (!catalog_->finish()) return MTF::E_ADD_TO_CATALOG;
   for (const auto& channel : channels_)
     record_.objects.insert(record_.objects.end(), channel->objects().begin(), channel->objects().end());
   record_.objects.push_back(catalog_->object());
   for (const Stored_Object& object : record_.objects) record_.summary.storage_size += object.size;
   record_.end_time = std::time(nullptr);
-  if (store_->commit(id_, record_)) return true;
-  state_.fail(MTF::E_WRITE_TO_STORAGE);
-  return false;
+  committed_ = store_->commit(id_, record_);
+  return committed_ ? MTF::E_OK : MTF::E_WRITE_TO_STORAGE;
+}
+
+/// Runs what may wait for the storage so that a cancel is heard. False: the run is stopping.
+bool Backup_Run::step(const std::function<MTF::Error_Code()>& body) {
+  return run_step(
+      state_, handler_, log_callback_, [this] { cancel_clients(); }, body);
+}
+
+void Backup_Run::cancel_clients() {
+  for (const auto& client : clients_) client->cancel();
 }
 
 /// Takes away what a run that failed has left in the pool.
@@ -211,7 +242,7 @@ void Backup_Run::clean_up() {
 }
 
 MTF::Error_Code Backup_Run::result() const {
-  if (state_.code() != MTF::E_OK) return state_.code();
+  if (!committed_) return state_.code();
   if (has_losses_) return MTF::E_END_WITH_SKIPPED_FILES;
   return has_files_ ? MTF::E_OK : MTF::E_NO_FILES_BACKUPED;
 }

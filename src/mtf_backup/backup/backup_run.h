@@ -1,5 +1,6 @@
 #pragma once
 
+#include <functional>
 #include <memory>
 #include <string>
 #include <vector>
@@ -23,8 +24,8 @@ namespace MTF_BACKUP {
  * One backup from the check of its settings to the commit record.
  *
  * A walk, `channel_num` channels and the workers that compress run side by side; the calling thread asks for a cancel
- * and reports. Whatever ends the run early, nothing of the set remains in the pool. Threads: one; the settings are
- * borrowed.
+ * and reports. All that may wait for the storage runs on other threads. Whatever ends the run early, nothing of the set
+ * remains in the pool. Threads: one; the settings are borrowed.
  */
 class Backup_Run {
  public:
@@ -34,18 +35,24 @@ class Backup_Run {
   [[nodiscard]] MTF::Error_Code run(const std::string& name);
 
   const MTF::Cat_Summary& summary() const { return record_.summary; }
-  bool canceled() const { return state_.canceled(); }
+  /// Not where the cancel came too late for the set.
+  bool canceled() const { return state_.canceled() && !committed_; }
 
  private:
   bool check(const std::string& name) const;
   bool open_sources();
-  bool open_storage(const std::string& name);
+  bool make_clients();
+  MTF::Error_Code open_storage(const std::string& name);
   void open_base(const std::string& name);
   bool make_channels();
+  MTF::Error_Code open_channels();
   bool move_data();
   bool run_channel(Channel_Writer& channel, Bounded_Queue_T<Work_Batch_var>& queue, Read_Ahead& read_ahead,
                    Entry_Collector& collector);
   bool commit();
+  MTF::Error_Code write_record();
+  bool step(const std::function<MTF::Error_Code()>& body);
+  void cancel_clients();
   void clean_up();
   MTF::Error_Code result() const;
 
@@ -67,6 +74,7 @@ class Backup_Run {
   std::vector<std::unique_ptr<Channel_Writer>> channels_;
   bool has_files_ = false;
   bool has_losses_ = false;
+  bool committed_ = false;  // from here on nothing ends the run early
 };
 
 }  // namespace MTF_BACKUP

@@ -27,8 +27,18 @@ Export_Run::Export_Run(const Export_Settings& settings, MTF::Event_Handler_var h
 Export_Run::~Export_Run() = default;
 
 MTF::Error_Code Export_Run::run(const std::string& dir) {
-  const MTF::Error_Code found = find_set(dir);
-  if (found != MTF::E_OK) return found;
+  if (!settings_.channel_factory) {
+    ACE_ERROR((LM_ERROR, ACE_TEXT("Failed to start the export: no channel factory.\n")));
+    return MTF::E_FAILED;
+  }
+  storage_ = settings_.channel_factory->storage();
+  if (!storage_) return MTF::E_FAILED;
+  const auto stop = [this] { storage_->cancel(); };
+  const bool found = run_step(state_, handler_, nullptr, stop, [&] { return find_set(dir); });
+  return found ? write_set(dir) : state_.code();
+}
+
+MTF::Error_Code Export_Run::write_set(const std::string& dir) {
   const Stored_Object* const object = record_.find("catalog");
   Frame_Workers workers(Frame_Workers::for_reading());
   if (!workers.open()) return MTF::E_FAILED;
@@ -51,12 +61,6 @@ MTF::Error_Code Export_Run::run(const std::string& dir) {
 }
 
 MTF::Error_Code Export_Run::find_set(const std::string& dir) {
-  if (!settings_.channel_factory) {
-    ACE_ERROR((LM_ERROR, ACE_TEXT("Failed to start the export: no channel factory.\n")));
-    return MTF::E_FAILED;
-  }
-  storage_ = settings_.channel_factory->storage();
-  if (!storage_) return MTF::E_FAILED;
   if (Set_Store(storage_).read(dir, record_)) return MTF::E_OK;
   if (errno == EBADMSG) return MTF::E_CORRUPT;
   return errno == ENOENT ? MTF::E_NOT_FOUND : MTF::E_OPEN_MEDIA;

@@ -32,6 +32,7 @@ class Export_Run {
 
  private:
   MTF::Error_Code find_set(const std::string& dir);
+  MTF::Error_Code write_set(const std::string& dir);
   void write(Catalog_Reader& catalog, Medium_Set& media);
   void write_entries(Catalog_Reader& catalog, Entry_Reader& reader);
   bool write_entry(const Catalog_Entry& entry, Entry_Reader& reader);

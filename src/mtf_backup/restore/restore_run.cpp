@@ -40,8 +40,14 @@ bool Restore_Run::run(const std::string& name) {
 
 MTF::Error_Code Restore_Run::restore(const std::string& name) {
   if (!check() || !selection_.open(settings_.restore_select)) return MTF::E_FAILED;
-  const MTF::Error_Code found = find_set(name);
-  return found == MTF::E_OK ? move_data() : found;
+  storage_ = settings_.channel_factory->storage();
+  if (!storage_) {
+    refuse("no memory for a storage client");
+    return MTF::E_FAILED;
+  }
+  const auto stop = [this] { storage_->cancel(); };
+  const bool found = run_step(state_, handler_, log_callback_, stop, [&] { return find_set(name); });
+  return found ? move_data() : state_.code();
 }
 
 bool Restore_Run::check() const {
@@ -53,11 +59,6 @@ bool Restore_Run::check() const {
 }
 
 MTF::Error_Code Restore_Run::find_set(const std::string& name) {
-  storage_ = settings_.channel_factory->storage();
-  if (!storage_) {
-    refuse("no memory for a storage client");
-    return MTF::E_FAILED;
-  }
   if (Set_Store(storage_).find(name, settings_.seq, settings_.incarnation, id_, record_)) return MTF::E_OK;
   if (errno == EBADMSG) return MTF::E_CORRUPT;
   if (errno != ENOENT) return MTF::E_OPEN_MEDIA;

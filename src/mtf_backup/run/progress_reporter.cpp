@@ -7,7 +7,6 @@ namespace MTF_BACKUP {
 
 namespace {
 
-constexpr std::chrono::milliseconds poll_interval(100);
 constexpr std::chrono::milliseconds report_interval(500);
 constexpr double memory_seconds = 3;  // what is older than this has a third of the weight
 
@@ -47,19 +46,12 @@ Progress_Reporter::~Progress_Reporter() {
 }
 
 void Progress_Reporter::watch(Run_Threads& threads) {
-  bool stopped = false;
-  bool ended = false;
-  // Once more after the end: a cancel that came in the last moment counts too.
-  while (!ended) {
-    ended = threads.wait(poll_interval);
-    if (handler_ && !state_.stopping() && handler_->canceling()) state_.cancel();
-    if (state_.stopping() && !stopped) {
-      threads.stop();
-      stopped = true;
-    }
-    const Clock::time_point now = Clock::now();
-    if (!stopped && now - last_time_ >= report_interval) report(now, 0);
-  }
+  threads.watch(handler_, [this] { report_in_time(); });
+}
+
+void Progress_Reporter::report_in_time() {
+  const Clock::time_point now = Clock::now();
+  if (now - last_time_ >= report_interval) report(now, 0);
 }
 
 void Progress_Reporter::finish() {

@@ -11,8 +11,8 @@
 namespace MTF_BACKUP {
 
 /**
- * Stands on the thread that called the run: asks the event handler about ten times a second whether to stop, and tells
- * it about twice a second and once at the end how far the run has got.
+ * Stands on the thread that called the run: tells the event handler about twice a second, and once at the end, how far
+ * the run has got.
  *
  * The speed is that of the last seconds: older ones count less the older they are. Bytes, files and speed also go into
  * the metrics of the process.
@@ -23,7 +23,7 @@ class Progress_Reporter {
   Progress_Reporter(MTF::Event_Handler_var handler, Run_State& state, const char* operation);
   ~Progress_Reporter();
 
-  /// Waits until all threads have ended. As soon as the run is stopping it ends their waits.
+  /// As Run_Threads::watch(), with reports.
   void watch(Run_Threads& threads);
   /// The report at the end of a run that is not cancelled.
   void finish();
@@ -31,6 +31,7 @@ class Progress_Reporter {
  private:
   typedef std::chrono::steady_clock Clock;
 
+  void report_in_time();
   void report(Clock::time_point now, int percent_of_nothing);
   void count();
 

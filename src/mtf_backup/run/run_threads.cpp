@@ -11,6 +11,12 @@
 
 namespace MTF_BACKUP {
 
+namespace {
+
+constexpr std::chrono::milliseconds look_interval(100);
+
+}  // namespace
+
 Log_Scope::Log_Scope(ACE_Log_Msg_Callback* callback) : callback_(callback) {
   if (!callback_) return;
   ACE_Log_Msg* log = ACE_Log_Msg::instance();
@@ -36,7 +42,7 @@ Run_Threads::Run_Threads(Run_State& state, ACE_Log_Msg_Callback* log_callback, s
 Run_Threads::~Run_Threads() {
   if (!wait(std::chrono::milliseconds(0))) {
     state_.fail(MTF::E_FAILED);
-    stop();
+    stop_();
   }
   for (std::thread& thread : threads_) thread.join();
 }
@@ -72,9 +78,35 @@ void Run_Threads::run(const std::function<void()>& body) {
   ended_.notify_all();
 }
 
+void Run_Threads::watch(MTF::Event_Handler_var handler, const std::function<void()>& after_look) {
+  bool stopped = false;
+  bool ended = false;
+  // Once more after the end: a cancel that came in the last moment counts too.
+  while (!ended) {
+    ended = wait(look_interval);
+    if (handler && !state_.stopping() && handler->canceling()) state_.cancel();
+    if (state_.stopping() && !stopped) {
+      stop_();
+      stopped = true;
+    }
+    if (!stopped) after_look();
+  }
+}
+
 bool Run_Threads::wait(std::chrono::milliseconds timeout) {
   std::unique_lock<std::mutex> guard(lock_);
   return ended_.wait_for(guard, timeout, [this] { return running_ == 0; });
+}
+
+bool run_step(Run_State& state, MTF::Event_Handler_var handler, ACE_Log_Msg_Callback* log_callback,
+              std::function<void()> stop, const std::function<MTF::Error_Code()>& step) {
+  Run_Threads threads(state, log_callback, std::move(stop));
+  threads.start([&] {
+    const MTF::Error_Code code = step();
+    if (code != MTF::E_OK) state.fail(code);
+  });
+  threads.watch(handler);
+  return !state.stopping();
 }
 
 }  // namespace MTF_BACKUP

@@ -7,6 +7,7 @@
 #include <thread>
 #include <vector>
 
+#include "mtf/core/event_handler.h"
 #include "mtf_backup/log_msg_callback.h"
 #include "mtf_backup/run/run_state.h"
 
@@ -45,10 +46,13 @@ class Run_Threads {
   /// Runs @a body on a thread of its own. Where there is no thread to be had, or memory runs out in @a body, the run
   /// fails with E_FAILED after one line at LM_ERROR.
   void start(std::function<void()> body);
+  /// Waits until all bodies have ended and meanwhile asks the handler, which may be empty, about ten times a second
+  /// whether to stop. As soon as the run is stopping the waits of the bodies are ended; the state tells them why.
+  /// @param after_look  called after each look while the run is not stopping.
+  void watch(
+      MTF::Event_Handler_var handler, const std::function<void()>& after_look = [] {});
   /// Waits until all bodies have ended, at most this long. @return whether they have.
   bool wait(std::chrono::milliseconds timeout);
-  /// Ends the waits of the bodies. The state tells them why.
-  void stop() const { stop_(); }
 
  private:
   void run(const std::function<void()>& body);
@@ -64,5 +68,14 @@ class Run_Threads {
   std::condition_variable ended_;
   size_t running_ = 0;  // guarded by lock_
 };
+
+/**
+ * Runs a step in which nothing is reported on a thread of its own, so that a cancel is heard all the while.
+ * @param stop  ends whatever the step waits for; called by the calling thread.
+ * @param step  gives E_OK, or the code with which the run fails.
+ * @return whether the run goes on.
+ */
+[[nodiscard]] bool run_step(Run_State& state, MTF::Event_Handler_var handler, ACE_Log_Msg_Callback* log_callback,
+                            std::function<void()> stop, const std::function<MTF::Error_Code()>& step);
 
 }  // namespace MTF_BACKUP

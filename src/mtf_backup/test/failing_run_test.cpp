@@ -138,6 +138,49 @@ TEST_F(Failing_Run, CancelWithoutATaskIsAFailureToo) {
   EXPECT_TRUE(sets().empty());
 }
 
+/// Knows when the commit record was written, and lets the cancel come before its writer does.
+class Late_Cancel : public test_support::Memory_Client_IO {
+ public:
+  Late_Cancel(const std::shared_ptr<test_support::Memory_Pool>& pool, std::atomic<int>& looks)
+      : Memory_Client_IO(pool), looks_(looks) {}
+
+  std::unique_ptr<Writer> create(const std::string& key) override {
+    std::unique_ptr<Writer> next = Memory_Client_IO::create(key);
+    return key.ends_with("/commit") ? std::make_unique<Commit_Writer>(std::move(next), looks_) : std::move(next);
+  }
+
+ private:
+  struct Commit_Writer : Writer {
+    Commit_Writer(std::unique_ptr<Writer> writer, std::atomic<int>& count) : next(std::move(writer)), looks(count) {}
+    bool write(const void* data, size_t n) override { return next->write(data, n); }
+    bool commit() override {
+      if (!next->commit()) return false;
+      looks = 1;
+      while (looks < 2) std::this_thread::yield();
+      return true;
+    }
+    uint64_t size() const override { return next->size(); }
+    const std::unique_ptr<Writer> next;
+    std::atomic<int>& looks;
+  };
+  std::atomic<int>& looks_;
+};
+
+TEST_F(Failing_Run, CancelThatComesTooLateForTheCommitRecordChangesNothing) {
+  write("a", "text");
+  std::atomic<int> looks{0};
+  wrap = [&](std::unique_ptr<Client_IO_Base>) { return std::make_shared<Late_Cancel>(pool_, looks); };
+  prepare = [&](Test_Handler& handler) { handler.cancel_when = [&] { return looks > 0 && ++looks > 1; }; };
+  Task_Context context;
+  Task_Context::Attach attach(&context);
+  EXPECT_TRUE(back_up());
+  EXPECT_GE(looks, 2);
+  EXPECT_EQ(MTF::E_OK, code_);
+  EXPECT_FALSE(context.canceled());
+  EXPECT_EQ(4u, size_);
+  EXPECT_EQ(1u, sets().size());
+}
+
 TEST_F(Failing_Run, CancelledRestoreStopsAndTellsTheTask) {
   small_tree();
   ASSERT_TRUE(back_up());

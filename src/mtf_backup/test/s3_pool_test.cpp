@@ -3,11 +3,14 @@
 
 #include "client_io/client_io_factory.h"
 #include "kolt/pool_info.h"
+#include "mtf_backup/mtf_export.h"
+#include "mtf_backup/mtf_verify.h"
 #include "mtf_backup/test/mover_fixture.h"
 #include "support/fake_s3.h"
 #include "support/fault_proxy.h"
 #include "support/s3rver.h"
 #include "support/tree_maker.h"
+#include "task/task_context.h"
 
 using namespace mover_test;
 using test_support::Fake_S3;
@@ -140,6 +143,131 @@ TEST_F(S3_Pool, ACancelIsHeardWhileTheServiceTakesNoParts) {
   EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(20));  // far less than any time-out
   EXPECT_EQ(service_.objects().size(), 0u);
   EXPECT_EQ(service_.uploads().size(), 0u);
+}
+
+/// A service that is away in one phase of a run, for longer than anybody waits.
+class Cancel_In_Each_Phase : public S3_Pool {
+ protected:
+  /// From now on requests for which this holds are not served, and the first one makes the cancel come.
+  void go_away(std::function<bool(const S3_Call&)> is_away) {
+    service_.script([this, is_away](const S3_Call& call) -> std::optional<S3_Reply> {
+      if (!is_away(call)) return {};
+      away_ = true;
+      return s3_error(503, "SlowDown");
+    });
+    prepare = [this](Test_Handler& handler) { handler.cancel_when = [this] { return away_.load(); }; };
+  }
+  void go_away_at(const std::string& object) {
+    go_away([object](const S3_Call& call) { return call.path.ends_with("/" + object); });
+  }
+  /// As if nobody listened any more.
+  void refuse() {
+    use(1);
+    prepare = [](Test_Handler& handler) { handler.cancel = true; };
+  }
+
+  template <typename Run>
+  void expect_canceled(const Run& run) {
+    Task_Context context;
+    Task_Context::Attach attach(&context);
+    const auto begin = std::chrono::steady_clock::now();
+    EXPECT_FALSE(run());
+    EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(60));  // of the 600 that it may wait
+    EXPECT_EQ(code_, MTF::E_FAILED);
+    EXPECT_TRUE(context.canceled());
+  }
+  void expect_backup_canceled(const Backup_Args& args = {}) {
+    const size_t before = service_.objects().size();
+    expect_canceled([&] { return back_up(args); });
+    EXPECT_EQ(service_.objects().size(), before);
+    EXPECT_EQ(service_.uploads().size(), 0u);
+  }
+  template <typename Mover>
+  MTF::Error_Code code_of(Mover mover, MTF::Error_Code (Mover::*run)(const std::string&)) {
+    mover.channel_factory(make_channels(nullptr));
+    return (mover.*run)("volume/0000000001.1");
+  }
+  MTF::Event_Handler_var handler() {
+    auto* const made = new Test_Handler;
+    prepare(*made);
+    return MTF::Event_Handler_var(made);
+  }
+
+  std::atomic<bool> away_{false};
+};
+
+TEST_F(Cancel_In_Each_Phase, OfABackupBeforeItsSetHasBegun) {
+  refuse();
+  expect_backup_canceled();
+}
+
+TEST_F(Cancel_In_Each_Phase, OfABackupThatLooksForTheSetToBuildOn) {
+  write("a", "text");
+  ASSERT_TRUE(back_up());
+  go_away_at("catalog");
+  Log_Capture log;
+  expect_backup_canceled({.seq = 1, .incremental = true});
+  EXPECT_FALSE(log.has_containing(LM_WARNING, "builds on no other")) << log.all();
+}
+
+TEST_F(Cancel_In_Each_Phase, OfABackupAtItsCatalog) {
+  write("a", "text");
+  go_away_at("catalog");
+  expect_backup_canceled();
+}
+
+TEST_F(Cancel_In_Each_Phase, OfABackupAtItsCommitRecord) {
+  write("a", "text");
+  go_away_at("commit");
+  expect_backup_canceled();
+}
+
+TEST_F(Cancel_In_Each_Phase, OfABackupWhoseCommitRecordIsUnderWayLetsTheSetStand) {
+  write("a", "text");
+  std::mutex lock;
+  std::condition_variable asked;
+  bool begun = false, heard = false;
+  service_.script([&](const S3_Call& call) -> std::optional<S3_Reply> {
+    if (call.method != "PUT" || !call.path.ends_with("/commit")) return {};
+    std::unique_lock<std::mutex> guard(lock);
+    begun = true;
+    asked.wait_for(guard, std::chrono::seconds(10), [&] { return heard; });
+    return {};
+  });
+  prepare = [&](Test_Handler& handler) {
+    handler.cancel_when = [&] {
+      const std::lock_guard<std::mutex> guard(lock);
+      heard = begun;
+      asked.notify_all();
+      return heard;
+    };
+  };
+  Task_Context context;
+  Task_Context::Attach attach(&context);
+  EXPECT_TRUE(back_up());
+  EXPECT_TRUE(heard);
+  EXPECT_FALSE(context.canceled());
+  EXPECT_EQ(sets().size(), 1u);
+}
+
+TEST_F(Cancel_In_Each_Phase, OfARestoreThatLooksForItsSet) {
+  refuse();
+  expect_canceled([&] { return restore(); });
+}
+
+TEST_F(Cancel_In_Each_Phase, OfARestoreAtTheCommitRecord) {
+  write("a", "text");
+  ASSERT_TRUE(back_up());
+  go_away_at("commit");
+  expect_canceled([&] { return restore(); });
+}
+
+TEST_F(Cancel_In_Each_Phase, OfAVerificationAndAnExport) {
+  refuse();
+  const auto begin = std::chrono::steady_clock::now();
+  EXPECT_EQ(code_of(MTF_Verify(handler()), &MTF_Verify::verify), MTF::E_FAILED);
+  EXPECT_EQ(code_of(MTF_Export(handler()), &MTF_Export::run), MTF::E_FAILED);
+  EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(60));
 }
 
 }  // namespace

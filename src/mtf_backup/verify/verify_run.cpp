@@ -31,19 +31,23 @@ MTF::Error_Code Verify_Run::run(const std::string& dir) {
     return MTF::E_FAILED;
   }
   const Damage_Listener::Scope listening(&findings_);
-  const MTF::Error_Code read = read_record(dir);
-  if (read != MTF::E_OK) return read;
+  if (!make_clients()) return MTF::E_FAILED;
+  const auto stop = [this] { storage_->cancel(); };
+  if (!run_step(state_, handler_, nullptr, stop, [&] { return read_record(dir); })) return state_.code();
   expect_objects(dir);
   check(dir);
   if (state_.code() != MTF::E_OK) return state_.code();
   return findings_.empty() ? MTF::E_OK : MTF::E_CORRUPT;
 }
 
-MTF::Error_Code Verify_Run::read_record(const std::string& dir) {
+bool Verify_Run::make_clients() {
   factory_ = std::make_unique<Hashing_Channel_Factory>(*settings_.channel_factory, objects_);
   storage_ = factory_->storage();
   plain_storage_ = settings_.channel_factory->storage();
-  if (!storage_ || !plain_storage_) return MTF::E_FAILED;
+  return storage_ && plain_storage_;
+}
+
+MTF::Error_Code Verify_Run::read_record(const std::string& dir) {
   if (Set_Store(storage_).read(dir, record_)) return MTF::E_OK;
   if (errno == EBADMSG) return MTF::E_CORRUPT;
   return errno == ENOENT ? MTF::E_NOT_FOUND : MTF::E_OPEN_MEDIA;

@@ -30,6 +30,7 @@ class Verify_Run {
  private:
   typedef std::vector<std::unique_ptr<Bounded_Queue_T<Entry_Batch>>> Queues;
 
+  bool make_clients();
   MTF::Error_Code read_record(const std::string& dir);
   void expect_objects(const std::string& dir);
   void check(const std::string& dir);
