@@ -19,6 +19,8 @@ constexpr Code_Verdict code_verdicts[] = {
     {"SlowDown", {EIO, true}},
     {"InternalError", {EIO, true}},
     {"ServiceUnavailable", {EIO, true}},
+    {"ConditionalRequestConflict", {EIO, true}},  // a 409: another request for the name is under way
+    {"OperationAborted", {EIO, true}},            // a 409: the same
     {"ExpiredToken", {EACCES, false}},
     {"InvalidToken", {EACCES, false}},
     {"QuotaExceeded", {EDQUOT, false}},
@@ -33,11 +35,9 @@ S3_Verdict s3_verdict(int status, std::string_view code) {
     if (known.code == code) return known.verdict;
   switch (status) {
     case 408:
+    case 423:
+    case 425:
     case 429:
-    case 500:
-    case 502:
-    case 503:
-    case 504:
       return {EIO, true};
     case 400:
     case 416:
@@ -55,13 +55,21 @@ S3_Verdict s3_verdict(int status, std::string_view code) {
       return {EEXIST, false};
     case 413:
       return {EFBIG, false};
+    case 505:
+      return {EIO, false};
     case 507:
       return {ENOSPC, false};
     default:
       break;
   }
-  if (status / 100 == 2) return {};
-  return {status / 100 == 3 ? EREMOTE : EIO, false};
+  switch (status / 100) {
+    case 2:
+      return {};
+    case 3:
+      return {EREMOTE, false};
+    default:
+      return {EIO, status / 100 == 5};
+  }
 }
 
 }  // namespace client_io

@@ -31,14 +31,17 @@ S3_Headers s3_new_headers(const S3_Session& session, const S3_New_Object& object
   return headers;
 }
 
-bool is_s3_object_of(S3_Session& session, const S3_New_Object& object, size_t max_seconds_retry) {
+bool is_s3_object_of(S3_Session& session, const S3_New_Object& object, const std::atomic<bool>* stop,
+                     size_t max_seconds_retry) {
   S3_Object_Head head;
   S3_Result result;
-  return head_s3_object(session, object.name, nullptr, head, result, max_seconds_retry) && head.mark == object.mark;
+  if (!head_s3_object(session, object.name, stop, head, result, max_seconds_retry)) return false;
+  errno = EEXIST;
+  return head.mark == object.mark;
 }
 
 void take_back_s3_object(S3_Session& session, const S3_New_Object& object) {
-  if (!is_s3_object_of(session, object, 0)) return;
+  if (!is_s3_object_of(session, object, nullptr, 0)) return;
   S3_Request request;
   request.method = "DELETE";
   request.name = object.name;
@@ -51,10 +54,12 @@ bool publish_s3_object(S3_Session& session, const S3_New_Object& object, S3_Requ
   if (!object.overwrite) request.headers["if-none-match"] = "*";
   if (session.send(request, result)) return true;
   if (errno == ENOSYS && request.headers.erase("if-none-match") != 0 && session.send(request, result)) return true;
-  // The answer to an earlier try may have been lost. What it made is in the way of the next, or its upload is gone.
+  // The answer to an earlier try may have been lost. What it made is in the way of the next, or its upload is gone. Nor
+  // is each try known here: libcurl makes a second one by itself when a kept connection closes before an answer.
   const int error = errno;
-  if (result.repeated && (error == EEXIST || error == ENOENT) && is_s3_object_of(session, object)) return true;
-  errno = error;
+  if (error != EEXIST && error != ENOENT) return false;
+  if (is_s3_object_of(session, object, request.stop)) return true;
+  if (errno != ECANCELED) errno = error;
   return false;
 }
 

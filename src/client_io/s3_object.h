@@ -35,12 +35,14 @@ S3_Headers s3_new_headers(const S3_Session& session, const S3_New_Object& object
 /**
  * Sends the request that makes an object visible: never over another one, unless that is wanted. Services that do not
  * know the condition are asked without it; what happens between the look before and the request is then not noticed.
+ * True as well where the service refuses since an earlier try has made the object: its mark tells.
  */
 [[nodiscard]] bool publish_s3_object(S3_Session& session, const S3_New_Object& object, S3_Request request,
                                      S3_Result& result);
 
-/// Whether the object is there and made by this writer.
-bool is_s3_object_of(S3_Session& session, const S3_New_Object& object, size_t max_seconds_retry = SIZE_MAX);
+/// Whether the object is there and made by this writer. False with errno, EEXIST where it is another writer's.
+bool is_s3_object_of(S3_Session& session, const S3_New_Object& object, const std::atomic<bool>* stop,
+                     size_t max_seconds_retry = SIZE_MAX);
 
 /// Removes what a writer has made without being told so, with one try.
 void take_back_s3_object(S3_Session& session, const S3_New_Object& object);

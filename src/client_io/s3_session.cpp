@@ -71,7 +71,6 @@ S3_Session::S3_Session(const S3_Settings& settings)
 
 bool S3_Session::send(const S3_Request& request, S3_Result& result) {
   Back_Off back_off(std::min(request.max_seconds_retry, settings_.max_seconds_retry), longest_wait);
-  result.repeated = false;
   for (int tries = 1;; ++tries) {
     bool again = false;
     const int error = exchange(request, result, again);
@@ -82,7 +81,6 @@ bool S3_Session::send(const S3_Request& request, S3_Result& result) {
       errno = is_stopped(request) ? ECANCELED : error;
       return false;
     }
-    result.repeated = true;
     s3_retries.add();
     ACE_DEBUG((LM_INFO, ACE_TEXT("%C of object \"%C\" in \"%C\" failed (%C), again in %d second(s).\n"), request.method,
                printable(request.name).c_str(), printable(settings_.root).c_str(), result.reason.c_str(),

@@ -33,18 +33,18 @@ struct S3_Result {
   std::string code;    ///< the service's word for a failure, such as "NoSuchKey"; empty if it gave none
   std::string reason;  ///< of a failure, for the log: holds nothing of the request's headers
   HTTP_Headers headers;
-  S3_Element xml;         ///< the body, unless it went to S3_Request::to
-  bool repeated = false;  ///< an earlier try may have done what was asked
+  S3_Element xml;  ///< the body, unless it went to S3_Request::to
 
   /// The value of a header; empty if absent.
   std::string header(const char* name) const;
 };
 
 /**
- * Sends signed requests and repeats what may be repeated: where no whole answer came, or 408, 429, 500, 502, 503, 504,
- * or the body got lost or changed on the way. In between it waits as Retry-After tells, else 1, 2, 4, ... 32 seconds of
- * which up to a half is taken off, all of it by kolt::clock(), until max_seconds_retry after the first failure. Each
- * repetition is logged at LM_INFO; nothing else is.
+ * Sends signed requests and repeats what may be repeated: where no whole answer came, or one that s3_verdict() takes
+ * for passing, or the body got lost or changed on the way. So what was asked for may have been done by an earlier try,
+ * also by one of libcurl's own, which is not told here. In between it waits as Retry-After tells, else 1, 2, 4, ... 32
+ * seconds of which up to a half is taken off, all of it by kolt::clock(), until max_seconds_retry after the first
+ * failure. Each repetition is logged at LM_INFO; nothing else is.
  *
  * Threads: any.
  */

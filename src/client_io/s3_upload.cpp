@@ -173,6 +173,7 @@ bool S3_Upload::complete() {
   S3_Result result;
   const bool good = publish_s3_object(session_, object_, request, result);
   reason_ = result.reason;
+  if (!good && errno == ENOENT && result.code == "NoSuchUpload") errno = EIO;  // it is the object that is not there yet
   return good;
 }
 

@@ -150,7 +150,7 @@ void S3_Writer::discard() {
   stop_ = true;
   upload_.reset();
   part_ = {};
-  if (asked_ && error_ != EEXIST) take_back_s3_object(session_, object_);
+  if (asked_) take_back_s3_object(session_, object_);
   errno = error;
 }
 

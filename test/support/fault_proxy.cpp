@@ -3,6 +3,7 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <chrono>
 
 namespace test_support {
@@ -25,6 +26,13 @@ std::string made_answer(const char* status, bool wait) {
          "Content-Length: 0\r\nConnection: close\r\n\r\n";
 }
 
+// An answer without a length ends with its connection.
+bool keeps_connection(const std::string& answer) {
+  std::string head = answer.substr(0, answer.find("\r\n\r\n"));
+  std::transform(head.begin(), head.end(), head.begin(), [](unsigned char c) { return tolower(c); });
+  return head.find("\r\ncontent-length:") != head.npos && head.find("\r\nconnection: close") == head.npos;
+}
+
 std::string with_longer_length(std::string answer) {
   const size_t at = answer.find("ontent-Length: ");
   const size_t digits = answer.find(' ', at == answer.npos ? 0 : at) + 1;
@@ -38,11 +46,17 @@ Fault_Proxy::Fault_Proxy(int upstream_port, Plan plan)
     : upstream_port_(upstream_port), plan_(std::move(plan)), server_([this](int fd) { serve(fd); }) {}
 
 void Fault_Proxy::serve(int fd) {
+  while (serve_one(fd)) {
+  }
+}
+
+// False where the connection ends with the request.
+bool Fault_Proxy::serve_one(int fd) {
   std::string ahead;
   Wire_Message request;
   char first[256];
   const ssize_t begun = recv(fd, first, sizeof first, MSG_PEEK);
-  if (begun <= 0) return;
+  if (begun <= 0) return false;
   ++requests_;
   const std::string line(first, static_cast<size_t>(begun));
   const Network_Fault fault = plan_(line.substr(0, line.find("\r\n")));
@@ -50,9 +64,9 @@ void Fault_Proxy::serve(int fd) {
     char some[16384];
     static_cast<void>(recv(fd, some, sizeof some, 0));
     reset_at_close(fd);
-    return;
+    return false;
   }
-  if (!read_message(fd, ahead, request)) return;
+  if (!read_message(fd, ahead, request)) return false;
   switch (fault) {
     case Network_Fault::ANSWER_500:
       write_all(fd, made_answer("500 Internal Server Error", false));
@@ -66,9 +80,13 @@ void Fault_Proxy::serve(int fd) {
     case Network_Fault::SILENCE:
       while (!ended_ && !is_gone(fd)) std::this_thread::sleep_for(std::chrono::milliseconds(20));
       break;
-    default:
-      answer(fd, fault, forward(request));
+    default: {
+      const std::string whole = forward(request);
+      answer(fd, fault, whole);
+      return fault == Network_Fault::NONE && keeps_connection(whole);
+    }
   }
+  return false;
 }
 
 std::string Fault_Proxy::forward(const Wire_Message& request) const {

@@ -24,7 +24,8 @@ enum class Network_Fault {
   SILENCE,     ///< no answer, until the proxy ends
 };
 
-/// A proxy before an HTTP server on this machine, which fails as it is told. One request per connection.
+/// A proxy before an HTTP server on this machine, which fails as it is told. Connections are kept after an
+/// answer that was passed on whole.
 class Fault_Proxy {
  public:
   /// Asked for each request, with its first line; several at once.
@@ -39,6 +40,7 @@ class Fault_Proxy {
 
  private:
   void serve(int fd);
+  bool serve_one(int fd);
   std::string forward(const Wire_Message& request) const;
   void answer(int fd, Network_Fault fault, const std::string& answer) const;
 

@@ -114,9 +114,11 @@ TEST_F(S3_Faults, ReadingAndListingRideOutWhatPasses) {
   }
 }
 
-// The answer to the last request got lost; the object is there, and ours.
+// The answer to the last request got lost; the object is there, and ours. The connection was a kept one, so that
+// libcurl tries again and nobody is told of the first try.
 TEST_F(S3_Faults, AnObjectThatWasMadeByALostTryIsOurs) {
   Fake_Clock clock;
+  Log_Capture log;
   fail(Network_Fault::LOSE_ANSWER, 1, "PUT");
   EXPECT_TRUE(store(*client(), "small", "bytes"));
   int completions = 0;
@@ -127,7 +129,60 @@ TEST_F(S3_Faults, AnObjectThatWasMadeByALostTryIsOurs) {
   fail(Network_Fault::LOSE_ANSWER, 1, "POST /bucket/pool/root/large?uploadId");
   EXPECT_TRUE(store(*client(), "large", mebibytes(9)));
   EXPECT_EQ(completions, 2);
+  EXPECT_EQ(service_.count("PUT", ""), 4u);  // two of the small one, two parts
   EXPECT_EQ(service_.objects().size(), 2u);
+  EXPECT_EQ(log.all(), "");
+}
+
+TEST_F(S3_Faults, AnObjectThatWasReplacedByALostTryIsOurs) {
+  Fake_Clock clock;
+  options_.overwrite = true;
+  service_.put("pool/root/large", "older");
+  fail(Network_Fault::LOSE_ANSWER, 1, "POST /bucket/pool/root/large?uploadId");
+  EXPECT_TRUE(store(*client(), "large", mebibytes(9)));
+  EXPECT_EQ(service_.objects().at("pool/root/large").bytes.size(), size_t(9) << 20);
+}
+
+TEST_F(S3_Faults, AnObjectThatCannotBeLookedAtIsTakenBack) {
+  Fake_Clock clock;
+  int heads = 0;
+  service_.script([&](const S3_Call& call) -> std::optional<S3_Reply> {
+    if (call.method == "HEAD" && ++heads == 2) return s3_error(403, "");
+    return {};
+  });
+  fail(Network_Fault::LOSE_ANSWER, 1, "PUT");
+  Log_Capture log;
+  EXPECT_FALSE(store(*client(), "a", "bytes"));
+  EXPECT_EQ(errno, EEXIST);
+  EXPECT_EQ(service_.objects().size(), 0u);
+}
+
+TEST_F(S3_Faults, AConflictIsTriedAgain) {
+  for (const char* code : {"ConditionalRequestConflict", "OperationAborted"}) {
+    Fake_Clock clock;
+    int puts = 0;
+    service_.script([&](const S3_Call& call) -> std::optional<S3_Reply> {
+      if (call.method == "PUT" && ++puts <= 2) return s3_error(409, code);
+      return {};
+    });
+    EXPECT_TRUE(store(*client(), code, "bytes"));
+    EXPECT_EQ(puts, 3);
+  }
+}
+
+TEST_F(S3_Faults, AnUploadThatTheServiceDroppedIsAFailureOfItsOwn) {
+  Fake_Clock clock;
+  int completions = 0;
+  service_.script([&](const S3_Call& call) -> std::optional<S3_Reply> {
+    if (call.method != "POST" || !call.query.starts_with("uploadId")) return {};
+    return ++completions == 1 ? s3_error(409, "ConditionalRequestConflict") : s3_error(404, "NoSuchUpload");
+  });
+  Log_Capture log;
+  EXPECT_FALSE(store(*client(), "a", mebibytes(9)));
+  EXPECT_EQ(errno, EIO);
+  EXPECT_EQ(log.texts(LM_ERROR),
+            std::vector<std::string>{"Failed to commit object \"a\" in \"s3://bucket/pool/root/\": Input/output error "
+                                     "(404 NoSuchUpload).\n"});
 }
 
 TEST_F(S3_Faults, AnObjectOfAnotherWriterIsNotTakenForOurs) {
@@ -147,11 +202,11 @@ TEST_F(S3_Faults, AnObjectOfAnotherWriterIsNotTakenForOurs) {
 TEST_F(S3_Faults, WhatWasMadeButNeverToldIsTakenBack) {
   Fake_Clock clock;
   options_.max_seconds_retry = 0;
-  fail(Network_Fault::LOSE_ANSWER, 1, "PUT");
+  fail(Network_Fault::LOSE_ANSWER, 2, "PUT");  // also the try of libcurl
   Log_Capture log;
   EXPECT_FALSE(store(*client(), "a", "bytes"));
   EXPECT_EQ(errno, EIO);
-  EXPECT_EQ(service_.count("PUT"), 1u);
+  EXPECT_EQ(service_.count("PUT"), 2u);
   EXPECT_EQ(service_.objects().size(), 0u);
 }
 

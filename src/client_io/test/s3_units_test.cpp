@@ -181,10 +181,14 @@ TEST(S3_Failure, StatusAndCodeBecomeAnErrno) {
                          {405, "", ENOSYS, false},
                          {408, "", EIO, true},
                          {409, "", EEXIST, false},
+                         {409, "ConditionalRequestConflict", EIO, true},
+                         {409, "OperationAborted", EIO, true},
                          {412, "", EEXIST, false},
                          {413, "", EFBIG, false},
                          {416, "", EINVAL, false},
                          {418, "", EIO, false},
+                         {423, "", EIO, true},
+                         {425, "", EIO, true},
                          {429, "", EIO, true},
                          {500, "InternalError", EIO, true},
                          {501, "NotImplemented", ENOSYS, false},
@@ -192,7 +196,12 @@ TEST(S3_Failure, StatusAndCodeBecomeAnErrno) {
                          {503, "SlowDown", EIO, true},
                          {504, "", EIO, true},
                          {505, "", EIO, false},
-                         {507, "", ENOSPC, false}}) {
+                         {507, "", ENOSPC, false},
+                         {509, "", EIO, true},
+                         {520, "", EIO, true},
+                         {522, "", EIO, true},
+                         {598, "", EIO, true},
+                         {600, "", EIO, false}}) {
     const S3_Verdict verdict = s3_verdict(row.status, row.code);
     EXPECT_EQ(verdict.error, row.error) << row.status << ' ' << row.code;
     EXPECT_EQ(verdict.again, row.again) << row.status << ' ' << row.code;

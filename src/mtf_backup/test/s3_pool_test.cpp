@@ -102,6 +102,19 @@ TEST_F(S3_Pool, ASetSurvivesABadNetwork) {
   back_up_and_restore({.compression = COMPR_ZSTD, .channels = 2});
 }
 
+// The set stands then, and the job must not say that it failed.
+TEST_F(S3_Pool, ALostAnswerToTheCommitRecordIsNoFailure) {
+  std::atomic<int> commits{0};
+  Fault_Proxy proxy(service_.port(), [&](const std::string& line) {
+    const bool commit = line.starts_with("PUT ") && line.find("/commit ") != std::string::npos;
+    return commit && ++commits == 1 ? Network_Fault::LOSE_ANSWER : Network_Fault::NONE;
+  });
+  use(proxy.port());
+  write("a", noise(1000));
+  back_up_and_restore({});
+  EXPECT_EQ(commits, 2);
+}
+
 TEST_F(S3_Pool, AFullStorageFailsTheBackupAndKeepsOlderSets) {
   write("a", noise(1000));
   ASSERT_TRUE(back_up());
