@@ -55,12 +55,13 @@ std::vector<Object_Info> objects_of(const Page& page, const S3_Settings& setting
 
 class Listing {
  public:
-  Listing(S3_Session& session, const Client_IO_Base::List_Callback& each) : session_(session), each_(each) {}
+  Listing(S3_Session& session, const std::string& prefix, const Client_IO_Base::List_Callback& each)
+      : session_(session), prefix_(prefix), each_(each) {}
 
-  bool run(const std::string& prefix, std::string& reason) {
+  bool run(std::string& reason) {
     S3_Request request;
     request.answer = "ListBucketResult";
-    request.query = {{"list-type", "2"}, {"prefix", session_.settings().name_of(prefix)}, {"encoding-type", "url"}};
+    request.query = {{"list-type", "2"}, {"prefix", session_.settings().name_of(prefix_)}, {"encoding-type", "url"}};
     for (;;) {
       S3_Result result;
       const bool good = session_.send(request, result);
@@ -76,11 +77,8 @@ class Listing {
  private:
   bool show(const Page& page, std::string& reason) {
     for (const Object_Info& info : objects_of(page, session_.settings())) {
-      if (info.key <= last_) {
-        reason = "the service lists in another order";
-        errno = EIO;
-        return false;
-      }
+      if (!info.key.starts_with(prefix_)) return refuse("the service lists what was not asked for", reason);
+      if (info.key <= last_) return refuse("the service lists in another order", reason);
       last_ = info.key;
       if (each_(info)) continue;
       errno = ECANCELED;
@@ -94,12 +92,17 @@ class Listing {
       token = page["NextContinuationToken"];
       return true;
     }
-    reason = "a listing without a continuation";
+    return refuse("a listing without a continuation", reason);
+  }
+
+  static bool refuse(const char* why, std::string& reason) {
+    reason = why;
     errno = EIO;
     return false;
   }
 
   S3_Session& session_;
+  const std::string& prefix_;
   const Client_IO_Base::List_Callback& each_;
   std::string last_;
 };
@@ -131,12 +134,13 @@ bool is_dead(const S3_Element& upload, const std::string& place, const std::stri
   return S3_Living_Uploads::take_given_up(upload["UploadId"]) || (!begun.empty() && begun < oldest);
 }
 
-bool sweep_page(S3_Session& session, const Page& page, const std::string& oldest, std::string& reason) {
+bool sweep_page(S3_Session& session, const Page& page, const std::string& prefix, const std::string& oldest,
+                std::string& reason) {
   bool good = true;
   page.each("Upload", [&](const S3_Element& upload) {
     const std::string name = page.name(upload["Key"]);
     std::string key;
-    if (!good || !session.settings().key_of(name, key)) return;
+    if (!good || !session.settings().key_of(name, key) || !key.starts_with(prefix)) return;
     if (!is_dead(upload, S3_Living_Uploads::place(session.settings(), name), oldest)) return;
     good = abort_upload(session, name, upload["UploadId"], reason);
   });
@@ -154,7 +158,7 @@ bool sweep_uploads(S3_Session& session, const std::string& prefix, std::string& 
     reason = result.reason;
     if (!good) return errno == ENOSYS;  // nothing can be done, and the service's own rules will
     const Page page(result.xml);
-    if (!sweep_page(session, page, oldest, reason)) return false;
+    if (!sweep_page(session, page, prefix, oldest, reason)) return false;
     const std::string marker = page.name(page["NextKeyMarker"]);
     const bool same =
         request.query["key-marker"] == marker && request.query["upload-id-marker"] == page["NextUploadIdMarker"];
@@ -202,7 +206,7 @@ std::unique_ptr<Client_IO_Base::Reader> S3_Client_IO::open(const std::string& ke
 
 bool S3_Client_IO::list(const std::string& prefix, const List_Callback& each) {
   std::string reason;
-  if (Listing(*session_, each).run(prefix, reason)) return true;
+  if (Listing(*session_, prefix, each).run(reason)) return true;
   if (errno != ECANCELED) log_failure("list", prefix, session_->settings().root, reason);
   return false;
 }

@@ -27,7 +27,8 @@ class S3_Session;
  *
  * What is left of a writer after a cancel goes with the writer, which may take some seconds if the service is silent.
  *
- * list() fails with ENOENT, and a line, where there is no bucket. sweep() aborts uploads of other processes that were
+ * list() fails with ENOENT, and a line, where there is no bucket, and with EIO where the service lists other keys than
+ * were asked for. sweep() aborts uploads of other processes that were
  * begun more than a day ago, by the service's clock: whether their writers live nobody tells. It does nothing where the
  * service cannot list uploads.
  *

@@ -251,6 +251,34 @@ TEST_F(S3_Client, AListingOutOfOrderIsNotTaken) {
       << log.all();
 }
 
+// Whoever asked for the objects of one set may be about to remove them.
+TEST_F(S3_Client, AServiceThatIgnoresThePrefixIsFoundOut) {
+  const auto body = [](const std::string& result, const std::string& element, const std::string& more) {
+    return "<" + result + "><" + element + "><Key>pool/root/set2/a</Key>" + more + "</" + element +
+           "><IsTruncated>false</IsTruncated></" + result + ">";
+  };
+  service_.script([&](const S3_Call& call) -> std::optional<S3_Reply> {
+    if (call.parameters.count("list-type") != 0)
+      return S3_Reply{200, {}, body("ListBucketResult", "Contents", "<Size>1</Size>")};
+    return S3_Reply{200,
+                    {},
+                    body("ListMultipartUploadsResult", "Upload",
+                         "<UploadId>id</UploadId><Initiated>2020-01-01T00:00:00.000Z</Initiated>")};
+  });
+  const auto one = client();
+  Log_Capture log;
+  int shown = 0;
+  EXPECT_FALSE(one->list("set1/", [&](const Client_IO_Base::Object_Info&) { return ++shown; }));
+  EXPECT_EQ(errno, EIO);
+  EXPECT_EQ(shown, 0);
+  EXPECT_EQ(
+      log.texts(LM_ERROR),
+      std::vector<std::string>{"Failed to list object \"set1/\" in \"s3://bucket/pool/root/\": Input/output error "
+                               "(the service lists what was not asked for).\n"});
+  EXPECT_TRUE(one->sweep("set1/"));
+  EXPECT_EQ(service_.count("DELETE"), 0u);
+}
+
 TEST_F(S3_Client, AnEmptyAnswerIsNoEmptyList) {
   options_.max_seconds_retry = 0;
   for (const char* body : {"", "<Other/>", "<ListBucketResult>"}) {
