@@ -30,6 +30,12 @@ std::string_view strip(std::string_view path) {
   return path;
 }
 
+// All of a pool's URL that is shown, as it may carry a password. Empty where it has none.
+std::string_view scheme_of(std::string_view url) {
+  const size_t end = url.find_first_not_of("abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789+-.");
+  return end != url.npos && url.substr(end).starts_with("://") ? url.substr(0, end) : std::string_view();
+}
+
 std::unique_ptr<Client_IO_Base> make_driver(const Pool_Info& pool, std::string_view path,
                                             const Client_IO_Base::Options& options) {
   std::unique_ptr<Client_IO_Base> driver;
@@ -41,7 +47,7 @@ std::unique_ptr<Client_IO_Base> make_driver(const Pool_Info& pool, std::string_v
     const std::string_view directory = std::string_view(pool.url).substr(file_scheme.size());
     const std::string root = "/" + std::string(strip(directory)) + "/" + std::string(path);
     if (!directory.starts_with('/')) {
-      refuse("The storage pool's URL has no absolute directory", pool.url, EINVAL);
+      refuse("The storage pool's URL has no absolute directory", file_scheme, EINVAL);
       return nullptr;
     }
     driver.reset(new (std::nothrow) File_Client_IO(root, options));
@@ -55,10 +61,8 @@ std::unique_ptr<Client_IO_Base> make_driver(const Pool_Info& pool, std::string_v
 std::shared_ptr<Client_IO_Base> make_client_io(const Pool_Info& pool, const std::string& uri_path,
                                                const Client_IO_Base::Options& options) {
   const std::string_view url = pool.url;
-  // A pool's URL may carry a password; the part before "://" is all that is shown.
-  const std::string_view scheme = url.substr(0, url.find("://"));
   if (!url.starts_with(file_scheme) && !url.starts_with(s3_scheme))
-    return refuse("Storage pools of this kind are not supported", scheme, ENOTSUP);
+    return refuse("Storage pools of this kind are not supported", scheme_of(url), ENOTSUP);
   const std::string_view path = strip(uri_path);
   if (!path.empty() && !client_io::is_key(path))
     return refuse("The path in the storage pool is not allowed", uri_path, EINVAL);
