@@ -2,6 +2,15 @@
 
 #include <cerrno>
 
+#include "kolt/secure_memory.h"
+
+Client_IO_Base::Options::~Options() {
+  secure_memset(key, 0, sizeof key);
+  secure_wipe(access_key);
+  secure_wipe(secret_key);
+  secure_wipe(extra_options);
+}
+
 bool Client_IO_Base::Writer::settle(uint64_t) {
   return true;
 }

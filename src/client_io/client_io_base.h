@@ -15,7 +15,6 @@
 #include "kolt/encryption.h"
 #include "kolt/export.h"
 #include "kolt/rate_controller.h"
-#include "kolt/secure_memory.h"
 
 /// How a deduplicating store is reached from this node.
 enum D2T_Access_Mode { D2T_Access_Auto = 0, D2T_Access_LAN_Base = 1, D2T_Access_RPC = 2 };
@@ -40,7 +39,7 @@ enum D2T_Access_Mode { D2T_Access_Auto = 0, D2T_Access_LAN_Base = 1, D2T_Access_
  */
 class TESSARIN_API Client_IO_Base {
  public:
-  /// The client's settings. Plain values; a driver takes a copy. The key is wiped when they go.
+  /// The client's settings. Plain values; a driver takes a copy. Keys and extra options are wiped when they go.
   struct TESSARIN_API Options {
     typedef std::map<unsigned int, std::string> node_addresses_type;
     typedef std::map<std::string, std::string> extra_options_type;
@@ -70,7 +69,7 @@ class TESSARIN_API Client_IO_Base {
     extra_options_type extra_options;
     std::vector<std::string> scan_initiators;
 
-    ~Options() { secure_memset(key, 0, sizeof key); }
+    ~Options();
 
     /// Sets or replaces an option by name. Options that a driver does not know have no effect.
     void set_extra_option(const char* name, const std::string& value) { extra_options[name] = value; }

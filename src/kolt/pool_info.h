@@ -32,8 +32,13 @@ struct TESSARIN_API Pool_Info {
   Ext_Attrs_T default_s3;
   bool s3_enabled = false;
 
-  /// Wipes the key.
-  ~Pool_Info() { secure_memset(key.data(), 0, key.size()); }
+  /// Wipes the keys, and the attributes, which may hold some.
+  ~Pool_Info() {
+    secure_wipe(key);
+    secure_wipe(tenant_access_key);
+    secure_wipe(ext_attrs);
+    secure_wipe(default_s3);
+  }
 
   /**
    * Reads a description; every member is optional and one of another kind counts as absent.

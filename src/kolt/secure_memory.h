@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstring>
+#include <map>
 #include <memory>
 #include <string>
 
@@ -9,6 +10,17 @@ inline void* secure_memset(void* block, int value, std::size_t size) {
   if (size != 0) std::memset(block, value, size);
   __asm__ __volatile__("" : : "r"(block) : "memory");
   return block;
+}
+
+/// Overwrites a text, also a short one that it keeps inside itself.
+inline void secure_wipe(std::string& text) {
+  secure_memset(text.data(), 0, text.size());
+}
+
+/// The same for the values of a map.
+template <typename Key>
+void secure_wipe(std::map<Key, std::string>& texts) {
+  for (auto& [key, text] : texts) secure_wipe(text);
 }
 
 /**

@@ -81,6 +81,13 @@ TEST(Secure_Memory, BytesAreWipedToo) {
   EXPECT_TRUE(was_zero);
 }
 
+TEST(Secure_Memory, TextsAreWipedWhereTheyLie) {
+  std::map<int, std::string> texts{{1, "short"}, {2, std::string(100, 's')}};
+  secure_wipe(texts);
+  EXPECT_EQ(texts[1], std::string(5, '\0'));
+  EXPECT_EQ(texts[2], std::string(100, '\0'));
+}
+
 TEST(Secure_Memory, SetFillsTheBlock) {
   char block[] = "secret";
   EXPECT_EQ(secure_memset(block, 'x', 3), block);

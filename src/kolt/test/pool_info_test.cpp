@@ -72,6 +72,15 @@ TEST(Pool_Info, ReadsEveryMember) {
   EXPECT_TRUE(pool.s3_enabled);
 }
 
+TEST(Pool_Info, KeysAreWiped) {
+  alignas(Pool_Info) char room[sizeof(Pool_Info)];
+  auto* pool = new (room) Pool_Info;
+  pool->key = "canary-1";  // short ones lie in the object itself
+  pool->tenant_access_key = "canary-2";
+  pool->~Pool_Info();
+  EXPECT_EQ(std::string_view(room, sizeof room).find("canary"), std::string_view::npos);
+}
+
 TEST(Pool_Info, SecondReadKeepsTextsAndClearsTheRest) {
   Pool_Info pool;
   pool << full_description();
