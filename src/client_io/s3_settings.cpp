@@ -23,10 +23,16 @@ std::nullopt_t s3_refuse(const char* what, std::string_view value) {
   return std::nullopt;
 }
 
-std::string s3_setting(const Pool_Info& pool, const char* name, const std::string& otherwise = {}) {
+// By reference, as it may be a secret, of which no more copies are wanted.
+const std::string& s3_setting(const Pool_Info& pool, const char* name, const std::string& otherwise) {
   for (const Pool_Info::Ext_Attrs_T* map : {&pool.ext_attrs, &pool.default_s3})
     if (const auto found = map->find(name); found != map->end() && !found->second.empty()) return found->second;
   return otherwise;
+}
+
+const std::string& s3_setting(const Pool_Info& pool, const char* name) {
+  static const std::string none;
+  return s3_setting(pool, name, none);
 }
 
 bool is_bucket(std::string_view name) {
@@ -132,7 +138,8 @@ std::optional<S3_Settings> s3_settings(const Pool_Info& pool, std::string_view p
   settings.prefix = s3_prefix(prefix, path);
   settings.root = std::string(s3_scheme) + bucket + '/' + settings.prefix;
   settings.ca_file = s3_setting(pool, "ca_file");
-  settings.source_address = options.preferred_source_address;
+  settings.source_address =
+      pool.preferred_source_address.empty() ? options.preferred_source_address : pool.preferred_source_address;
   settings.server_side_encryption = pool.server_side_encryption;
   settings.overwrite = options.overwrite;
   settings.socket_timeout_seconds = options.socket_timeout_seconds;

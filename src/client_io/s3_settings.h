@@ -49,7 +49,8 @@ struct TESSARIN_API S3_Settings {
  * | "path_style" | "true" with an endpoint of its own, or where the bucket's name has a dot; else "false" |
  * | "ca_file" | the system's store |
  *
- * Of the options' extra options the header X-Access-Key is sent along.
+ * Of the options' extra options the header X-Access-Key is sent along. Connections come from the pool's
+ * preferred_source_address, or else the options'.
  *
  * @param path  empty, or a key: the root below the pool's prefix.
  * @return nothing, after one line at LM_ERROR that holds no secret and with errno EINVAL, where something is missing or

@@ -86,6 +86,7 @@ class Curl_Talk {
     if (code == CURLE_OK)
       return failed(S3_Outcome::BROKEN, EIO, "the answer ends in its head");  // taken for a whole one
     if (too_much_) return failed(S3_Outcome::REFUSED, EIO, "the answer is longer than what was asked for");
+    if (code == CURLE_INTERFACE_FAILED) return failed(S3_Outcome::REFUSED, EADDRNOTAVAIL, reason_);
     if (is_distrust(code)) return failed(S3_Outcome::REFUSED, EACCES, "the server's certificate is not trusted");
     return failed(S3_Outcome::BROKEN, errno_of(code), reason_[0] != '\0' ? reason_ : ::curl_easy_strerror(code));
   }

@@ -27,7 +27,7 @@ struct S3_Exchange {
 enum class S3_Outcome {
   ANSWERED,  ///< a whole answer, whatever its status
   BROKEN,    ///< no connection, or lost, or silent for too long: another try may do better
-  REFUSED,   ///< the server did not prove who it is, or sent more than there is room for
+  REFUSED,   ///< the server did not prove who it is, or sent more than there is room for, or no own address
   STOPPED,   ///< by S3_Exchange::stopped
 };
 

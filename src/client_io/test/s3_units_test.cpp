@@ -407,6 +407,8 @@ TEST_F(S3_Settings_Test, TheOptionsTellWhatThePoolDoesNot) {
   EXPECT_EQ(settings.credentials.secret_access_key, "secret");
   EXPECT_EQ(settings.source_address, "10.0.0.1");
   EXPECT_EQ(settings.headers, (S3_Headers{{"x-access-key", "tenant"}}));
+  pool_.preferred_source_address = "10.0.0.2";
+  EXPECT_EQ(read().source_address, "10.0.0.2");
 }
 
 TEST_F(S3_Settings_Test, ABucketIsNeeded) {
