@@ -8,8 +8,9 @@
 namespace client_io {
 
 /**
- * Puts before a driver what the options and the pool ask for. From the driver upwards: counters; limits, so that they
- * count what is sent, and sent once more; retries; encryption, so that what is sent once more is the same.
+ * Puts before a driver what the options and the pool ask for. From the driver upwards: counters; limits; retries, above
+ * the limits, so that these count what is sent once more; encryption, so that what is sent once more is the same. What
+ * a driver repeats by itself is below the limits and not counted.
  *
  * @param driver          null comes back as it is.
  * @param repeats_itself  whether the driver rides out failures under Options::max_seconds_retry without help.
