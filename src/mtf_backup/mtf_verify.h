@@ -26,7 +26,7 @@ typedef std::function<void(const Finding&)> Finding_Callback;
 struct Verify_Settings {
   Channel_Factory_var channel_factory;
   bool with_data = false;
-  std::set<std::string> verified;  ///< directories of sets whose data is read anyway, so that chains need not do it
+  std::set<std::string> verified;  ///< directories of sets whose data is known to be whole, so that chains need not read it
   Finding_Callback on_finding;
 };
 
@@ -48,7 +48,7 @@ class TESSARIN_API MTF_Verify {
 
   void channel_factory(MTF_BACKUP::Channel_Factory_var value) { settings_.channel_factory = value; }
   void with_data(bool value) { settings_.with_data = value; }
-  /// Sets of the same resource that are verified too: entries in them are left to their own turn.
+  /// Sets of the same resource whose data was just found whole: entries in them are not read again.
   void verified(const std::set<std::string>& dirs) { settings_.verified = dirs; }
   void on_finding(MTF_BACKUP::Finding_Callback value) { settings_.on_finding = value; }
 

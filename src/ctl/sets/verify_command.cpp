@@ -22,7 +22,8 @@ namespace {
 
 /// What came out for one set.
 struct Verdict {
-  const char* state = "whole";
+  bool whole = false;
+  const char* state = "";
   uint64_t object_count = 0;
   uint64_t file_count = 0;
   Array objects;  ///< with --json
@@ -70,7 +71,9 @@ Verdict verify(const Options& options, const Pool& pool, const Pool_Key& key, co
     note(finding, options.json, verdict);
     view.line(finding_line(label, finding));
   });
-  verdict.state = state_of(verify.verify(key.set.dir()));
+  const MTF::Error_Code code = verify.verify(key.set.dir());
+  verdict.whole = code == MTF::E_OK;
+  verdict.state = state_of(code);
   std::string line = label + "  " + verdict.state;
   if (verdict.object_count + verdict.file_count > 0)
     line += ": " + std::to_string(verdict.object_count) + " places in objects, " + std::to_string(verdict.file_count) +
@@ -93,16 +96,19 @@ Exit_Code sets_verify(const Options& options, std::ostream& out, std::ostream& e
   const Pool pool = Pool::of(options);
   pool.check();
   const std::vector<Pool_Key> keys = find_sets(pool.keys(options.host, options.resource), options.sets.sets);
-  std::map<std::string, std::set<std::string>> verified;  // by host and resource
-  for (const Pool_Key& key : keys) verified[key.host + '/' + key.resource].insert(key.set.dir());
+  std::map<std::string, std::set<std::string>> verified;  // by host and resource: those that came out whole
   bool all_whole = true;
   Array documents;
   {
     Run_View view(out, err, options.json);
     for (const Pool_Key& key : keys) {
       if (view.interrupted()) throw Failure(exit_interrupted, "Interrupted.");
-      Verdict verdict = verify(options, pool, key, verified[key.host + '/' + key.resource], view);
-      all_whole = all_whole && verdict.state == std::string("whole");
+      std::set<std::string>& verified_here = verified[key.host + '/' + key.resource];
+      Verdict verdict = verify(options, pool, key, verified_here, view);
+      if (verdict.whole)
+        verified_here.insert(key.set.dir());
+      else
+        all_whole = false;
       if (options.json) documents.emplace_back(verdict_document(key, verdict));
     }
     if (view.interrupted()) throw Failure(exit_interrupted, "Interrupted.");

@@ -76,9 +76,14 @@ TEST_F(Sets_Data, Verify_finds_damage_in_the_set_that_another_one_builds_on) {
   EXPECT_EQ(run({"sets", "verify", "--data", "data:2"}), exit_job_failed);
   EXPECT_THAT(out_.str(), HasSubstr("object data/0000000001.1/channel-000.mtf at offset 0"));
   EXPECT_THAT(out_.str(), HasSubstr("data:2.1  file " + source_ + "/old\n"));
-  // In one run the data is read once, in its own set.
+  // Also where the damaged set has had its turn.
   EXPECT_EQ(run({"sets", "verify", "--data"}), exit_job_failed);
-  EXPECT_THAT(out_.str(), HasSubstr("data:2.1  whole\n"));
+  EXPECT_THAT(out_.str(), ContainsRegex("data:1.1  damaged: "));
+  EXPECT_THAT(out_.str(), HasSubstr("data:2.1  file " + source_ + "/old\n"));
+  EXPECT_THAT(out_.str(), ContainsRegex("data:2.1  damaged: "));
+  EXPECT_EQ(run({"sets", "verify", "--data", "--json"}), exit_job_failed);
+  for (const json_spirit::Value& set : document().at("sets").get_array())
+    EXPECT_EQ(set.get_obj().at("state").get_str(), "damaged");
   std::filesystem::remove(set_dir("data/0000000001.1/channel-000.mtf"));
   EXPECT_EQ(run({"sets", "verify", "data:2"}), exit_job_failed);
   EXPECT_THAT(out_.str(), HasSubstr("object data/0000000001.1/channel-000.mtf at offset 0: it is missing\n"));
