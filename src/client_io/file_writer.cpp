@@ -12,6 +12,7 @@
 #include "client_io/file_tree.h"
 #include "client_io/object_key.h"
 #include "client_io/patience.h"
+#include "kolt/rename_new.h"
 
 namespace client_io {
 
@@ -26,14 +27,6 @@ std::string random_name() {
   std::string name(unfinished_mark);
   for (const unsigned char byte : bytes) name += "0123456789abcdefghijklmnopqrstuv"[byte % 32];
   return name;
-}
-
-// Gives the file its name unless one is there. Filesystems that do not know how to rename so can still link so.
-int rename_new(int dir, const char* from, const char* to) {
-  if (renameat2(dir, from, dir, to, RENAME_NOREPLACE) == 0) return 0;
-  if (errno != EINVAL && errno != ENOSYS) return -1;
-  if (linkat(dir, from, dir, to, 0) != 0) return -1;
-  return unlinkat(dir, from, 0);
 }
 
 }  // namespace
