@@ -14,7 +14,7 @@ enum Exit_Code {
   exit_refused = 4,       ///< the agent or API server answered with an error
   exit_pool = 5,          ///< the pool cannot be read, or the set is not in it
   exit_not_ended = 6,     ///< `status` of a job that is queued or running
-  exit_interrupted = 130  ///< interrupted a second time; the job goes on
+  exit_interrupted = 130  ///< interrupted; of a job: a second time, and it goes on
 };
 
 /// Ends the command: main() prints the text and exits with the code.

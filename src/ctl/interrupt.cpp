@@ -12,7 +12,7 @@ namespace ctl {
 
 namespace {
 
-volatile sig_atomic_t interrupts = 0;
+volatile sig_atomic_t interrupt_count = 0;
 // Changed only while the signals are blocked. Empty: no answer.
 std::string first_answer;
 std::string second_answer;
@@ -24,24 +24,25 @@ void say(const std::string& text) {
 
 void count_interrupt(int) {
   const int error = errno;
-  interrupts = interrupts + 1;
+  interrupt_count = interrupt_count + 1;
   if (!second_answer.empty()) {
-    say(interrupts == 1 ? first_answer : second_answer);
-    if (interrupts > 1) ::_exit(exit_interrupted);
+    say(interrupt_count == 1 ? first_answer : second_answer);
+    if (interrupt_count > 1) ::_exit(exit_interrupted);
   }
   errno = error;
 }
 
-sigset_t both_signals() {
+sigset_t all_signals() {
   sigset_t signals;
   sigemptyset(&signals);
   sigaddset(&signals, SIGINT);
   sigaddset(&signals, SIGTERM);
+  sigaddset(&signals, SIGHUP);
   return signals;
 }
 
 void set_answers(std::string first, std::string second) {
-  const sigset_t signals = both_signals();
+  const sigset_t signals = all_signals();
   sigset_t before;
   ::pthread_sigmask(SIG_BLOCK, &signals, &before);
   first_answer = std::move(first);
@@ -51,23 +52,30 @@ void set_answers(std::string first, std::string second) {
 
 }  // namespace
 
-Interrupt::Interrupt() {
-  interrupts = 0;
-  struct sigaction action {};
-  action.sa_handler = count_interrupt;
-  action.sa_mask = both_signals();
-  sigaction(SIGINT, &action, &previous_int_);
-  sigaction(SIGTERM, &action, &previous_term_);
+Interrupt::Interrupt(Signals signals) {
+  interrupt_count = 0;
+  count_signal(SIGINT);
+  count_signal(SIGTERM);
+  struct sigaction hang_up;
+  sigaction(SIGHUP, nullptr, &hang_up);
+  if (signals == interrupts_and_hang_up && hang_up.sa_handler != SIG_IGN) count_signal(SIGHUP);
 }
 
 Interrupt::~Interrupt() {
-  sigaction(SIGINT, &previous_int_, nullptr);
-  sigaction(SIGTERM, &previous_term_, nullptr);
+  for (const auto& [signal, action] : previous_) sigaction(signal, &action, nullptr);
   set_answers("", "");
 }
 
+void Interrupt::count_signal(int signal) {
+  struct sigaction action {};
+  action.sa_handler = count_interrupt;
+  action.sa_mask = all_signals();
+  previous_.emplace_back(signal, action);
+  sigaction(signal, &action, &previous_.back().second);
+}
+
 int Interrupt::count() const {
-  return interrupts;
+  return interrupt_count;
 }
 
 void Interrupt::sleep(std::chrono::milliseconds time) const {

@@ -4,14 +4,21 @@
 
 #include <chrono>
 #include <string>
+#include <utility>
+#include <vector>
 
 namespace ctl {
 
-/// Counts SIGINT and SIGTERM while it lives, in place of ending the program. One at a time in a process, which has one
-/// thread.
+/// Counts signals that are to end the program, in place of letting them do so while it lives. One at a time in a
+/// process, which has one thread.
 class Interrupt {
  public:
-  Interrupt();
+  enum Signals {
+    interrupts,             ///< SIGINT, SIGTERM
+    interrupts_and_hang_up  ///< SIGHUP as well, unless it is ignored as below nohup
+  };
+
+  explicit Interrupt(Signals signals = interrupts);
   ~Interrupt();
   Interrupt(const Interrupt&) = delete;
   Interrupt& operator=(const Interrupt&) = delete;
@@ -25,8 +32,9 @@ class Interrupt {
   void answer(std::string first, std::string second);
 
  private:
-  struct sigaction previous_int_;
-  struct sigaction previous_term_;
+  void count_signal(int signal);
+
+  std::vector<std::pair<int, struct sigaction>> previous_;
 };
 
 }  // namespace ctl

@@ -16,7 +16,7 @@ constexpr uint32_t max_seq = std::numeric_limits<uint32_t>::max();
 
 constexpr char footer[] =
     "Exit codes: 0 done, 1 the job, the check or the command in the pod failed, 2 wrong usage, 3 no agent or server\n"
-    "answers, 4 it refuses, 5 the pool cannot be read, 6 the job has not ended yet, 130 interrupted twice.\n"
+    "answers, 4 it refuses, 5 the pool cannot be read, 6 the job has not ended yet, 130 interrupted (a job: twice).\n"
     "exec ends with the exit code of the command that it runs.\n";
 
 std::string from_environment(const char* name, const char* otherwise = "") {

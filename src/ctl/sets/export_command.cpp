@@ -1,49 +1,18 @@
-#include <fcntl.h>
 #include <unistd.h>
-
-#include <cerrno>
-#include <cstring>
 
 #include "ctl/human.h"
 #include "ctl/print.h"
+#include "ctl/sets/export_file.h"
 #include "ctl/sets/pool.h"
 #include "ctl/sets/run_view.h"
 #include "ctl/sets/set_name.h"
 #include "ctl/sets/sets_commands.h"
 #include "json_spirit/assign.h"
-#include "kolt/posix_fd.h"
 #include "mtf_backup/mtf_export.h"
 
 namespace ctl {
 
 namespace {
-
-/// A new file, or the standard output; a file that was not finished is removed.
-class Export_File {
- public:
-  explicit Export_File(const std::string& path) : path_(path) {
-    if (path == "-") return;
-    file_ = Posix_Fd(::open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600));
-    if (!file_) throw Failure(exit_usage, "The file '" + path + "' cannot be made: " + std::strerror(errno) + ".");
-  }
-  ~Export_File() {
-    if (file_ && !finished_) ::unlink(path_.c_str());
-  }
-  Export_File(const Export_File&) = delete;
-  Export_File& operator=(const Export_File&) = delete;
-
-  int fd() const { return file_ ? file_.get() : STDOUT_FILENO; }
-  /// Whether all of it has reached the disk.
-  bool finish() {
-    finished_ = !file_ || fsync(file_.get()) == 0;
-    return finished_;
-  }
-
- private:
-  const std::string path_;
-  Posix_Fd file_;
-  bool finished_ = false;
-};
 
 const char* why_not(MTF::Error_Code code) {
   switch (code) {
@@ -67,9 +36,9 @@ Exit_Code sets_export(const Options& options, std::ostream& out, std::ostream& e
   const Pool pool = Pool::of(options);
   pool.check();
   const MTF_BACKUP::Pool_Key key = find_set(pool.keys(options.host, options.resource), given.sets.front());
-  Export_File file(given.file);
   // Nothing but the stream goes to the standard output.
   Run_View view(out, err, options.json);
+  Export_File file(given.file);
   view.begin("exporting " + set_label(key));
   MTF_Export run(view.handler());
   run.channel_factory(pool.channels(key));
@@ -78,7 +47,7 @@ Exit_Code sets_export(const Options& options, std::ostream& out, std::ostream& e
   const MTF::Error_Code code = run.run(key.set.dir());
   if (view.interrupted()) throw Failure(exit_interrupted, "Interrupted.");
   if (!run.complete()) throw Failure(code == MTF::E_OPEN_MEDIA ? exit_pool : exit_job_failed, why_not(code));
-  if (!file.finish()) throw Failure(exit_job_failed, why_not(MTF::E_WRITE_TO_STORAGE));
+  file.finish();
   if (options.json) {
     json_spirit::Object document;
     json_spirit::insert(document)("file", given.file)("format", given.format)("entries", run.entries())(

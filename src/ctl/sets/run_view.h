@@ -11,7 +11,8 @@
 
 namespace ctl {
 
-/// Shows how far a run of the data mover has got, prints what it finds meanwhile, and ends it at Ctrl-C. Threads: any.
+/// Shows how far a run of the data mover has got, prints what it finds meanwhile, and ends it at Ctrl-C and where
+/// the terminal goes away. Threads: any.
 class Run_View {
  public:
   /// @param json  there is no progress, and nothing but the document is printed.
@@ -35,7 +36,7 @@ class Run_View {
   const bool json_;
   std::string what_;    // guarded by lock_
   Progress_View view_;  // guarded by lock_
-  const Interrupt interrupt_;
+  const Interrupt interrupt_{Interrupt::interrupts_and_hang_up};
 };
 
 }  // namespace ctl

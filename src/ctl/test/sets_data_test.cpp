@@ -82,8 +82,8 @@ TEST_F(Sets_Data, Verify_finds_damage_in_the_set_that_another_one_builds_on) {
   EXPECT_THAT(out_.str(), HasSubstr("data:2.1  file " + source_ + "/old\n"));
   EXPECT_THAT(out_.str(), ContainsRegex("data:2.1  damaged: "));
   EXPECT_EQ(run({"sets", "verify", "--data", "--json"}), exit_job_failed);
-  for (const json_spirit::Value& set : document().at("sets").get_array())
-    EXPECT_EQ(set.get_obj().at("state").get_str(), "damaged");
+  const json_spirit::Array sets = document().at("sets").get_array();
+  for (const json_spirit::Value& set : sets) EXPECT_EQ(set.get_obj().at("state").get_str(), "damaged");
   std::filesystem::remove(set_dir("data/0000000001.1/channel-000.mtf"));
   EXPECT_EQ(run({"sets", "verify", "data:2"}), exit_job_failed);
   EXPECT_THAT(out_.str(), HasSubstr("object data/0000000001.1/channel-000.mtf at offset 0: it is missing\n"));
