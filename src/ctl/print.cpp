@@ -23,6 +23,28 @@ void print_json(std::ostream& out, const Object& document) {
   out << json_spirit::JSON_Dump(document, true).c_str() << std::endl;
 }
 
+void Array_Printer::begin() {
+  out_ << "{\n  \"" << name_ << "\": [";
+}
+
+void Array_Printer::add(const Object& element) {
+  if (empty_) begin();
+  std::string text = empty_ ? "\n    " : ",\n    ";
+  empty_ = false;
+  // No text in a document holds a line feed as it is.
+  const json_spirit::JSON_Dump dump(element, true);
+  for (const char c : dump.str()) {
+    text += c;
+    if (c == '\n') text += "    ";
+  }
+  out_ << text;
+}
+
+void Array_Printer::end() {
+  if (empty_) begin();
+  out_ << (empty_ ? "]\n}" : "\n  ]\n}") << std::endl;
+}
+
 Object Listing::document() const {
   Array array;
   for (const auto& row : rows_) {

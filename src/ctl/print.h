@@ -11,6 +11,24 @@ namespace ctl {
 
 void print_json(std::ostream& out, const json_spirit::Object& document);
 
+/// Prints a document of one array, which may be longer than memory, as print_json() would: each element as it comes.
+class Array_Printer {
+ public:
+  /// Nothing is printed before the first element. @param name  of the array in the document.
+  Array_Printer(std::ostream& out, std::string name) : out_(out), name_(std::move(name)) {}
+
+  void add(const json_spirit::Object& element);
+  /// Behind the last element.
+  void end();
+
+ private:
+  void begin();
+
+  std::ostream& out_;
+  const std::string name_;
+  bool empty_ = true;
+};
+
 /// Rows of texts and truths, for people a table, for scripts an array of objects.
 class Listing {
  public:

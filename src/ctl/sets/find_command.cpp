@@ -1,5 +1,7 @@
 #include <fnmatch.h>
 
+#include <functional>
+
 #include "ctl/human.h"
 #include "ctl/print.h"
 #include "ctl/progress_view.h"
@@ -45,27 +47,16 @@ std::string match_line(const Pool_Set& set, const Catalog_Entry& entry, const st
          human_size(entry.stat.size) + "  " + printable(path);
 }
 
-/// What is found in all sets.
-struct Matches {
-  json_spirit::Array documents;    ///< with --json,
-  std::vector<std::string> lines;  ///< and otherwise of the current set
-  bool any = false;
-};
-
-/// False where the set cannot be read, which is told.
-bool search(const Options& options, const Pool& pool, const Pool_Set& set, Matches& matches, std::ostream& err) {
+/// Calls @a each for what matches in a set. False where the set cannot be read, which is told.
+bool search(const std::string& pattern, const Pool& pool, const Pool_Set& set, std::ostream& err,
+            const std::function<void(const Catalog_Entry&, const std::string& path)>& each) {
   try {
-    const Path_Pattern pattern(options.sets.pattern);
+    const Path_Pattern matching(pattern);
     Set_Catalog catalog(pool, set);
     Catalog_Entry entry;
     while (catalog.next(entry)) {
       const std::string path = catalog.path(entry);
-      if (!pattern.matches(path)) continue;
-      matches.any = true;
-      if (options.json)
-        matches.documents.emplace_back(match_document(set, entry, path));
-      else
-        matches.lines.push_back(match_line(set, entry, path));
+      if (matching.matches(path)) each(entry, path);
     }
     return true;
   } catch (const Failure& failure) {
@@ -82,23 +73,25 @@ Exit_Code sets_find(const Options& options, std::ostream& out, std::ostream& err
   const Pool_Sets sets = pool.read(find_sets(pool.keys(options.host, options.resource), options.sets.sets));
   const std::string count = std::to_string(sets.sets.size());
   bool complete = sets.unreadable.empty();
-  Matches matches;
+  bool any = false;
+  Array_Printer matches(out, "matches");
   for (size_t i = 0; i < sets.sets.size(); ++i) {
-    {
-      const bool shown = !options.json && Progress_View::mode_for_stderr() == Progress_View::bar;
-      Progress_View view(err, shown ? Progress_View::bar : Progress_View::silent);
-      view.show({"searching set " + std::to_string(i + 1) + " of " + count, 0, 0, 0});
-      complete = search(options, pool, sets.sets[i], matches, err) && complete;
-    }
-    for (const std::string& line : matches.lines) out << line << '\n';
-    matches.lines.clear();
+    const Pool_Set& set = sets.sets[i];
+    const bool shown = !options.json && Progress_View::mode_for_stderr() == Progress_View::bar;
+    Progress_View view(err, shown ? Progress_View::bar : Progress_View::silent);
+    view.show({"searching set " + std::to_string(i + 1) + " of " + count, 0, 0, 0});
+    const auto tell = [&](const Catalog_Entry& entry, const std::string& path) {
+      any = true;
+      view.clear();
+      if (options.json)
+        matches.add(match_document(set, entry, path));
+      else
+        out << match_line(set, entry, path) << '\n';
+    };
+    complete = search(options.sets.pattern, pool, set, err, tell) && complete;
   }
-  if (options.json) {
-    json_spirit::Object document;
-    document["matches"] = std::move(matches.documents);
-    print_json(out, document);
-  }
-  return complete && matches.any ? exit_ok : exit_job_failed;
+  if (options.json) matches.end();
+  return complete && any ? exit_ok : exit_job_failed;
 }
 
 }  // namespace ctl

@@ -1,3 +1,5 @@
+#include <functional>
+
 #include "ctl/print.h"
 #include "ctl/sets/entry_view.h"
 #include "ctl/sets/record_view.h"
@@ -9,8 +11,6 @@
 
 namespace ctl {
 
-using json_spirit::Array;
-using json_spirit::Object;
 using MTF_BACKUP::Catalog_Entry;
 
 namespace {
@@ -40,13 +40,10 @@ Exit_Code show_path(const Options& options, const Pool& pool, const Pool_Set& se
     });
     return exit_ok;
   }
-  Array entries;
-  list_path(pool, set, options.sets.path, [&](const Catalog_Entry& entry, const std::string& path) {
-    entries.emplace_back(entry_document(entry, path));
-  });
-  Object document;
-  document["entries"] = std::move(entries);
-  print_json(out, document);
+  Array_Printer entries(out, "entries");
+  list_path(pool, set, options.sets.path,
+            [&](const Catalog_Entry& entry, const std::string& path) { entries.add(entry_document(entry, path)); });
+  entries.end();
   return exit_ok;
 }
 

@@ -6,6 +6,7 @@
 #include <sstream>
 
 #include "ctl/human.h"
+#include "ctl/print.h"
 #include "ctl/progress_view.h"
 #include "ctl/table.h"
 
@@ -157,6 +158,26 @@ TEST(Progress_View, A_remark_stands_on_a_line_of_its_own) {
   view.show(half());
   view.say("remark");
   EXPECT_NE(out.str().find("\r\033[Kremark\n"), std::string::npos);
+}
+
+TEST(Array_Printer_Test, Elements_are_printed_as_they_come_and_as_in_a_whole_document) {
+  using json_spirit::Array;
+  using json_spirit::Object;
+  const Object element{{"text", "line\nfeed"}, {"list", Array{uint64_t(1), Object{{"deep", true}}}}, {"none", Array()}};
+  for (const size_t count : {0, 1, 3}) {
+    std::ostringstream streamed;
+    Array_Printer printer(streamed, "elements");
+    EXPECT_EQ(streamed.str(), "");
+    for (size_t i = 0; i < count; ++i) {
+      const size_t before = streamed.str().size();
+      printer.add(element);
+      EXPECT_GT(streamed.str().size(), before);
+    }
+    printer.end();
+    std::ostringstream whole;
+    print_json(whole, {{"elements", Array(count, element)}});
+    EXPECT_EQ(streamed.str(), whole.str());
+  }
 }
 
 }  // namespace
