@@ -129,21 +129,28 @@ void print_verdicts(std::ostream& out, const std::vector<Pool_Set>& sets,
   table.print(out);
 }
 
-void print_verdicts_document(std::ostream& out, const std::vector<Pool_Set>& sets,
-                             const std::vector<Retention_Verdict>& verdicts, bool removed) {
+void print_verdicts_document(std::ostream& out, const Pool_Sets& sets, const std::vector<Retention_Verdict>& verdicts,
+                             bool removed) {
   Array documents;
-  for (size_t i = 0; i < sets.size(); ++i) {
+  for (size_t i = 0; i < sets.sets.size(); ++i) {
     Array reasons;
     for (const std::string& reason : verdicts[i].reasons) reasons.emplace_back(reason);
-    const MTF_BACKUP::Commit_Record& record = sets[i].record;
-    Object document = key_document(sets[i].key);
+    const MTF_BACKUP::Commit_Record& record = sets.sets[i].record;
+    Object document = key_document(sets.sets[i].key);
     json_spirit::insert(document)("time", record.begin_time)("stored_size", record.summary.storage_size)(
         "keep", verdicts[i].keep)("reasons", std::move(reasons));
     documents.emplace_back(std::move(document));
   }
   Object document;
-  json_spirit::insert(document)("sets", std::move(documents))("removed", removed);
+  json_spirit::insert(document)("sets", std::move(documents))("removed", removed)("unreadable",
+                                                                                  uint64_t(sets.unreadable.size()));
   print_json(out, document);
+}
+
+/// Rules that met no set they could judge have done nothing, whatever was to be ignored.
+Exit_Code prune_code(const Options& options, const Pool_Sets& sets) {
+  const bool ignored = options.sets.ignore_damaged && !sets.sets.empty();
+  return sets.unreadable.empty() || ignored ? exit_ok : exit_job_failed;
 }
 
 }  // namespace
@@ -187,8 +194,9 @@ Exit_Code sets_prune(const Options& options, std::ostream& out, std::ostream& er
     remove_sets(pool, sets, keys, options, out, err);
   else if (!options.json && !keys.empty())
     out << keys.size() << (keys.size() == 1 ? " set" : " sets") << " would be removed; --yes does it.\n";
-  if (options.json) print_verdicts_document(out, sets.sets, verdicts, given.yes);
-  return exit_ok;
+  if (options.json) print_verdicts_document(out, sets, verdicts, given.yes);
+  for (const Pool_Key& key : sets.unreadable) err << "Set " << set_label(key) << " cannot be read.\n";
+  return prune_code(options, sets);
 }
 
 }  // namespace ctl

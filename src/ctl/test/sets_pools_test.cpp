@@ -149,7 +149,8 @@ TEST_P(Encrypted_Pools, With_a_wrong_key_nothing_is_told_removed_or_lost) {
     EXPECT_EQ(run({"sets", "restore", "data", "--to", made("to")}), exit_pool);
     EXPECT_EQ(run({"sets", "export", "data", "--format", "tar", dir_ / "set.tar"}), exit_job_failed);
     EXPECT_FALSE(std::filesystem::exists(dir_ / "set.tar"));
-    EXPECT_EQ(run({"sets", "prune", "--keep-last", "1", "--yes"}), exit_ok) << failure_;
+    EXPECT_EQ(run({"sets", "prune", "--keep-last", "1", "--yes"}), exit_job_failed) << failure_;
+    EXPECT_EQ(run({"sets", "prune", "--keep-last", "1", "--yes", "--ignore-damaged"}), exit_job_failed) << failure_;
     EXPECT_EQ(run({"sets", "remove", "data:1"}), exit_pool);
     info_ = right;
   }

@@ -151,6 +151,10 @@ TEST_F(Sets_Remove, Beside_a_damaged_record_nothing_is_removed_unless_told) {
   EXPECT_EQ(run({"sets", "remove", "data:1"}), exit_pool);
   EXPECT_THAT(failure_, HasSubstr("What set data:2.1 needs is not known"));
   EXPECT_EQ(run({"sets", "prune", "--keep-last", "1", "--yes"}), exit_pool);
+  EXPECT_EQ(run({"sets", "prune", "--keep-last", "2", "--yes", "--json"}), exit_job_failed) << "nothing is too many";
+  EXPECT_EQ(err_.str(), "Set data:2.1 cannot be read.\n");
+  EXPECT_EQ(document().at("unreadable").get_int64(), 1);
+  EXPECT_EQ(run({"sets", "prune", "--keep-last", "2", "--yes", "--ignore-damaged"}), exit_ok);
   EXPECT_TRUE(is_there("data/0000000001.1"));
   EXPECT_EQ(run({"sets", "remove", "data:1", "--ignore-damaged"}), exit_ok);
   EXPECT_EQ(run({"sets", "remove", "data:2.1"}), exit_ok) << failure_;
