@@ -170,6 +170,22 @@ TEST_F(Sets_View, Show_tells_what_the_commit_record_holds) {
   EXPECT_THAT(document().at("objects").get_array(), SizeIs(5));
 }
 
+TEST_F(Sets_View, Show_tells_which_sets_a_set_needs) {
+  for (uint32_t seq = 1; seq <= 3; ++seq) {
+    write(std::to_string(seq), "x");
+    ASSERT_TRUE(back_up({.seq = seq, .incremental = seq > 1}));
+  }
+  EXPECT_EQ(run({"sets", "show", "data:3"}), exit_ok);
+  EXPECT_THAT(out_.str(), HasSubstr("\nNeeds        1.1, 2.1\n"));
+  EXPECT_EQ(run({"sets", "show", "data:3", "--json"}), exit_ok);
+  const json_spirit::Array chain = document().at("chain").get_array();
+  ASSERT_THAT(chain, SizeIs(2));
+  EXPECT_EQ(chain[1].get_obj().at("seq").get_int64(), 2);
+  EXPECT_EQ(chain[1].get_obj().at("incarnation").get_int64(), 1);
+  EXPECT_EQ(run({"sets", "show", "data:1"}), exit_ok);
+  EXPECT_THAT(out_.str(), Not(HasSubstr("Needs")));
+}
+
 TEST_F(Sets_View, Show_lists_a_directory_of_the_set) {
   write("b", "12345");
   write("dir/deep/file", "x");
@@ -192,6 +208,8 @@ TEST_F(Sets_View, Show_lists_a_directory_of_the_set) {
   EXPECT_THAT(out_.str(), ContainsRegex("^-.* 2 .* inside\n$"));
   EXPECT_EQ(run({"sets", "show", "data", "dir/none"}), exit_usage);
   EXPECT_EQ(failure_, "There is no 'dir/none' in set data:1.1, which was made from " + source_ + ".");
+  EXPECT_EQ(run({"sets", "show", "data", "dir/none", "--json"}), exit_usage);
+  EXPECT_EQ(out_.str(), "");
 }
 
 TEST_F(Sets_View, Names_of_any_bytes_are_printable_and_exact_in_json) {
@@ -230,6 +248,10 @@ TEST_F(Sets_View, A_damaged_catalog_spoils_the_search_in_one_set_only) {
   EXPECT_EQ(run({"sets", "find", "file"}), exit_job_failed);
   EXPECT_THAT(out_.str(), ContainsRegex("^data:2.1 "));
   EXPECT_EQ(err_.str(), "The catalog of set data:1.1 cannot be read.\n");
+  EXPECT_EQ(run({"sets", "find", "file", "--json"}), exit_job_failed);
+  EXPECT_THAT(document().at("matches").get_array(), SizeIs(1));
+  EXPECT_EQ(run({"sets", "find", "none", "data:2", "--json"}), exit_job_failed);
+  EXPECT_THAT(document().at("matches").get_array(), SizeIs(0));
 }
 
 }  // namespace
