@@ -26,7 +26,8 @@ typedef std::function<void(const Finding&)> Finding_Callback;
 struct Verify_Settings {
   Channel_Factory_var channel_factory;
   bool with_data = false;
-  std::set<std::string> verified;  ///< directories of sets whose data is known to be whole, so that chains need not read it
+  std::set<std::string>
+      verified;  ///< directories of sets whose data is known to be whole, so that chains need not read it
   Finding_Callback on_finding;
 };
 
