@@ -124,6 +124,7 @@ TEST_F(Backup, LastReportIsTheWholeSize) {
 TEST_F(Backup, ReportsComeFromTheCallersThread) {
   write("a", "one");
   ASSERT_TRUE(back_up({.channels = 4}));
+  ASSERT_FALSE(handler_->threads().empty());
   for (const std::thread::id id : handler_->threads()) EXPECT_EQ(std::this_thread::get_id(), id);
 }
 

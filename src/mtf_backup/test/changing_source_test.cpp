@@ -193,6 +193,7 @@ TEST_F(Changing_Source, DirectoryExchangedForALinkIsNotFollowed) {
                          ASSERT_EQ(0, rename((source_ + "/d").c_str(), (source_ + "/was").c_str()));
                          ASSERT_EQ(0, symlink((dir_ / "outside").c_str(), (source_ + "/d").c_str()));
                        })}));
+  EXPECT_TRUE(std::filesystem::is_symlink(source_ + "/d"));
   std::string all;
   for (const auto& [key, bytes] : pool_->objects) all += bytes;
   EXPECT_EQ(std::string::npos, all.find("not to be read"));
