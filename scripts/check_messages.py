@@ -15,8 +15,8 @@ FOLDERS = ["client_io", "host", "http", "json_rpc", "json_spirit", "k8s", "kolt"
 
 STRING = r'"(?:[^"\\]|\\.)*"'
 CALL = re.compile(rf"\((LM_WARNING|LM_ERROR|LM_CRITICAL|LM_ALERT|LM_EMERGENCY)\s*,\s*(?:ACE_TEXT\()?((?:\s*{STRING})+)")
-# Where the storage client says no to a pool: `what: "value".`
-REFUSAL = re.compile(rf"(?:\b|_)refuse\(({STRING})\s*,")
+# Where the storage client says no to a pool: `What: "value".`
+REFUSAL = re.compile(rf"(?:\b|_)refuse\((?=\"[A-Z])({STRING})\s*,")
 
 
 def plain(text):
