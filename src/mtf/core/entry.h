@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <string>
 
@@ -37,6 +38,10 @@ struct Entry_Stat {
 TESSARIN_API Entry_Stat entry_stat(const ACE_stat& st);
 /// With whole seconds (0 for a moment before the epoch); what a set does not keep is 0 or empty.
 TESSARIN_API Callback_Stat callback_stat(const Entry_Stat& st);
+
+/// What an entry of a medium may have: a writer refuses more, and a reader takes more for damage.
+constexpr size_t entry_text_max = 1 << 20;     ///< bytes of a path or the target of a link
+constexpr size_t entry_xattrs_max = 16 << 20;  ///< bytes of all extended attributes, as stored: see xattrs_size()
 
 /// A directory or file of a set. Texts are raw bytes: no encoding is presumed, and none holds a NUL.
 struct Entry {

@@ -79,6 +79,12 @@ bool get_unix_stat(std::string_view bytes, Entry_Stat& st) {
          get_time(at + 72, at + 88, st.ctime);
 }
 
+size_t xattrs_size(const Xattrs& attrs) {
+  size_t size = sizeof(uint32_t);
+  for (const auto& [name, value] : attrs) size += 2 * sizeof(uint32_t) + name.size() + value.size();
+  return size;
+}
+
 void put_xattrs(std::string& bytes, const Xattrs& attrs) {
   append_size(bytes, attrs.size());
   for (const auto& [name, value] : attrs) {

@@ -11,9 +11,8 @@ namespace MTF {
 
 namespace {
 
-/// Names, link targets and the like: far more than any system allows.
-constexpr size_t text_max = 1 << 20;
-constexpr size_t xattrs_max = 16 << 20;
+/// A path in UTF-16, with the NUL behind a directory's.
+constexpr size_t name_stream_max = 2 * (entry_text_max + 1);
 
 /// Forms of a data stream whose bytes are not the file's: in pieces, encrypted, compressed.
 constexpr uint16_t unread_media_attributes = 1u << 0 | 1u << 1 | 1u << 3 | 1u << 4;
@@ -146,7 +145,7 @@ bool Set_Reader::next_volume(Volume& volume) {
   if (!blocks_.text(56, volume.source_path) || !blocks_.text(64, volume.machine)) return false;
   Stream stream;
   if (!blocks_.stream(blocks_.streams_at(), stream)) return false;
-  if (stream.id == stream_unix_name && !blocks_.data(stream, text_max, volume.source_path)) return false;
+  if (stream.id == stream_unix_name && !blocks_.data(stream, entry_text_max, volume.source_path)) return false;
   return skip_streams(blocks_.streams_at());
 }
 
@@ -213,19 +212,19 @@ bool Set_Reader::parse_stream(const Stream& stream, Entry& entry) {
   switch (stream.id) {
     case stream_path_name:
     case stream_file_name:
-      if (!blocks_.data(stream, text_max, bytes)) return false;
+      if (!blocks_.data(stream, name_stream_max, bytes)) return false;
       entry.path = blocks_.decoded(std::move(bytes));
       return true;
     case stream_unix_stat:
-      if (!blocks_.data(stream, text_max, bytes)) return false;
+      if (!blocks_.data(stream, entry_text_max, bytes)) return false;
       entry.has_stat = get_unix_stat(bytes, entry.stat);
       return entry.has_stat || blocks_.fail(stream.offset, "no stat record");
     case stream_unix_link:
-      return blocks_.data(stream, text_max, entry.link_target);
+      return blocks_.data(stream, entry_text_max, entry.link_target);
     case stream_unix_hard_link:
-      return blocks_.data(stream, text_max, entry.hard_link_target);
+      return blocks_.data(stream, entry_text_max, entry.hard_link_target);
     case stream_unix_xattrs:
-      if (!blocks_.data(stream, xattrs_max, bytes)) return false;
+      if (!blocks_.data(stream, entry_xattrs_max, bytes)) return false;
       return get_xattrs(bytes, entry.xattrs) || blocks_.fail(stream.offset, "no list of attributes");
     default:
       return true;

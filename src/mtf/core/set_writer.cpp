@@ -65,6 +65,11 @@ bool Set_Writer::in_order(bool allowed, const char* call) {
   return false;
 }
 
+bool Set_Writer::in_limits(const Entry& entry) {
+  const size_t text = std::max({entry.path.size(), entry.link_target.size(), entry.hard_link_target.size()});
+  return in_order(text <= entry_text_max && xattrs_size(entry.xattrs) <= entry_xattrs_max, "an entry of that size");
+}
+
 bool Set_Writer::begin_block(Block& block) {
   if (!in_order(control_block_id_ < std::numeric_limits<uint32_t>::max(), "one more block")) return false;
   offset_ = out_.offset();
@@ -107,7 +112,8 @@ bool Set_Writer::begin(const Set_Header& header) {
 }
 
 bool Set_Writer::volume(const Volume& volume) {
-  if (!in_order(state_ == BEGUN || state_ == IN_VOLUME, "volume")) return false;
+  if (!in_order((state_ == BEGUN || state_ == IN_VOLUME) && volume.source_path.size() <= entry_text_max, "volume"))
+    return false;
   state_ = IN_VOLUME;
   has_directory_ = false;
 
@@ -125,7 +131,7 @@ bool Set_Writer::volume(const Volume& volume) {
 }
 
 bool Set_Writer::directory(const Entry& entry) {
-  return in_order(state_ == IN_VOLUME, "directory") && put_directory(entry.path, &entry);
+  return in_order(state_ == IN_VOLUME, "directory") && in_limits(entry) && put_directory(entry.path, &entry);
 }
 
 bool Set_Writer::put_directory(std::string_view path, const Entry* entry) {
@@ -174,6 +180,7 @@ bool Set_Writer::put_own_streams(const Entry& entry) {
 
 /// The block of a file, with all streams but the data.
 bool Set_Writer::put_file_block(const Entry& entry, uint64_t size) {
+  if (!in_limits(entry)) return false;
   const std::string_view directory = parent_path(entry.path);
   if ((!has_directory_ || directory_ != directory) && !put_directory(directory, nullptr)) return false;
   state_ = IN_FILE;

@@ -25,8 +25,9 @@ class Byte_Sink;
  *                    begin_sparse_file (begin_extent (room filled)*)* end_file)*)* end
  *
  * Every operation returns false when the sink did (errno is the sink's, which logged) or when the call makes no sense
- * (EINVAL, one LM_ERROR line); the writer is of no use after that. One thread at a time. Keeps no list of what it has
- * written: memory does not grow with the set.
+ * (EINVAL, one LM_ERROR line), which is so as well for an entry that is larger than entry_text_max and entry_xattrs_max
+ * allow; the writer is of no use after that. One thread at a time. Keeps no list of what it has written: memory does
+ * not grow with the set.
  */
 class TESSARIN_API Set_Writer {
  public:
@@ -70,6 +71,7 @@ class TESSARIN_API Set_Writer {
   enum State { NEW, BEGUN, IN_VOLUME, IN_FILE, ENDED };
 
   bool in_order(bool allowed, const char* call);
+  bool in_limits(const Entry& entry);
   bool begin_block(Block& block);
   bool put_file_block(const Entry& entry, uint64_t size);
   bool put_directory(std::string_view path, const Entry* entry);

@@ -7,6 +7,7 @@
 #include "mtf/core/block_reader.h"
 #include "mtf/core/checksum.h"
 #include "mtf/core/layout.h"
+#include "mtf/core/own_streams.h"
 #include "mtf/core/set_reader.h"
 #include "mtf/core/set_writer.h"
 #include "set_builder.h"
@@ -198,6 +199,41 @@ TEST(SetRoundTrip, NamesOfEveryLengthComeBack) {
     expect_all_read_back(
         build({{make_entry("\xff" + std::string(size, 'd'), S_IFDIR), ""},
                {make_entry("\xff" + std::string(size, 'd') + "/\xff" + std::string(size, 'f')), "x"}}));
+}
+
+TEST(SetRoundTrip, EntriesAsLargeAsTheyMayBeComeBack) {
+  const std::string longest(entry_text_max, 'l');
+  Entry target = make_entry("link", S_IFLNK);
+  target.link_target = longest;
+  Entry other = make_entry("other");
+  other.hard_link_target = longest;
+  Entry attributes = make_entry("attributes");
+  attributes.xattrs = {{"user.a", ""}};
+  attributes.xattrs[0].second.assign(entry_xattrs_max - xattrs_size(attributes.xattrs), 'v');
+  expect_all_read_back(build({{make_entry("", S_IFDIR), ""},
+                              {attributes, "x"},
+                              {target, ""},
+                              {make_entry(longest), "x"},
+                              {other, ""},
+                              {make_entry(longest, S_IFDIR), ""}}));
+}
+
+TEST(SetRoundTrip, LargerEntriesAreRefusedByTheWriter) {
+  const std::string longer(entry_text_max + 1, 'l');
+  std::vector<Entry> entries{make_entry(longer), make_entry(longer, S_IFDIR), make_entry("link", S_IFLNK),
+                             make_entry("other"), make_entry("attributes")};
+  entries[2].link_target = longer;
+  entries[3].hard_link_target = longer;
+  entries[4].xattrs = {{"user.a", std::string(entry_xattrs_max, 'v')}};
+  for (const Entry& entry : entries) {
+    Memory_Sink sink;
+    Set_Writer writer(sink);
+    ASSERT_TRUE(writer.begin(make_header()) && writer.volume({"/srv", "host", 0}));
+    test_support::Log_Capture log;
+    EXPECT_FALSE(put_entry(writer, entry, ""));
+    EXPECT_EQ(errno, EINVAL);
+    EXPECT_TRUE(log.has(LM_ERROR, "Set writer: an entry of that size makes no sense here.\n")) << log.all();
+  }
 }
 
 /// The data ends at every distance from a block boundary.

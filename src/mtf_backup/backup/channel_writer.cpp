@@ -8,6 +8,7 @@
 
 #include "ace/Log_Msg.h"
 #include "kolt/printable.h"
+#include "mtf/core/own_streams.h"
 
 namespace MTF_BACKUP {
 
@@ -133,11 +134,13 @@ bool Channel_Writer::read_link(const Work_Item& item, std::string& target) {
 }
 
 void Channel_Writer::read_xattrs(const Work_Item& item, MTF::Xattrs& attrs, Catalog_Entry& entry) {
-  if (callback_->read_xattrs(dir_.path(item.name), attrs) || errno == ENOENT) return;
-  ACE_ERROR((LM_ERROR, ACE_TEXT("Failed to read the extended attributes of %C: %m\n"), shown(item).c_str()));
+  const bool read = callback_->read_xattrs(dir_.path(item.name), attrs);
+  if (read ? MTF::xattrs_size(attrs) <= MTF::entry_xattrs_max : errno == ENOENT) return;
+  const char* why = read ? "they are too large" : std::strerror(errno);
+  ACE_ERROR((LM_ERROR, ACE_TEXT("Failed to read the extended attributes of %C: %C\n"), shown(item).c_str(), why));
   attrs.clear();
   entry.flags = CAT_BARE;
-  entry.reason = "its extended attributes could not be read";
+  entry.reason = read ? "its extended attributes are too large" : "its extended attributes could not be read";
 }
 
 Channel_Writer::Outcome Channel_Writer::put_file(const Work_Item& item, const MTF::Entry& on_medium,
