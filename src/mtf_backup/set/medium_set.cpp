@@ -101,13 +101,14 @@ Medium_Reader_var Medium_Set::drop_oldest() {
   return std::exchange(oldest->reader, nullptr);
 }
 
-/// Null with errno; logged once.
+/// Null with errno; logged once, but for a cancel.
 const Commit_Record* Medium_Set::record_of(Member& member) {
   std::lock_guard<std::mutex> guard(member.lock);
   if (!member.record && member.error == 0 && !read_record(member)) {
     const char* why = errno == ENOENT ? "is missing" : "cannot be read";
     member.error = error_of_set(errno);
-    ACE_ERROR((LM_ERROR, ACE_TEXT("Set %C, which this one builds on, %C.\n"), printable(member.dir).c_str(), why));
+    if (member.error != ECANCELED)
+      ACE_ERROR((LM_ERROR, ACE_TEXT("Set %C, which this one builds on, %C.\n"), printable(member.dir).c_str(), why));
   }
   errno = member.error;
   return member.record;

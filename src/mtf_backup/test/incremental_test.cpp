@@ -543,6 +543,52 @@ TEST_F(Incremental, ChainNamesOnlySetsThatAreStillNeeded) {
   EXPECT_EQ(dependents[1].seq, 3u);
 }
 
+/// A client that is cancelled while it opens one object.
+class Cancelled_Client : public Client_IO_Base {
+ public:
+  Cancelled_Client(std::unique_ptr<Client_IO_Base> next, const std::string& key, std::atomic<bool>& reached)
+      : next_(std::move(next)), key_(key), reached_(reached) {}
+  std::unique_ptr<Writer> create(const std::string& key) override { return next_->create(key); }
+  std::unique_ptr<Reader> open(const std::string& key) override {
+    if (key != key_) return next_->open(key);
+    reached_ = true;
+    cancelled_.wait(false);
+    errno = ECANCELED;
+    return nullptr;
+  }
+  bool list(const std::string& prefix, const List_Callback& each) override { return next_->list(prefix, each); }
+  bool remove(const std::string& key) override { return next_->remove(key); }
+  bool sweep(const std::string& prefix) override { return next_->sweep(prefix); }
+  void cancel() override {
+    cancelled_ = true;
+    cancelled_.notify_all();
+    next_->cancel();
+  }
+
+ private:
+  const std::unique_ptr<Client_IO_Base> next_;
+  const std::string key_;
+  std::atomic<bool>& reached_;
+  std::atomic<bool> cancelled_{false};
+};
+
+TEST_F(Incremental, CancelledRestoreCallsNoSetUnreadable) {
+  write("a", "text");
+  ASSERT_TRUE(step());
+  ASSERT_TRUE(aged_step());
+  ASSERT_EQ(home("a"), 1u);
+  std::atomic<bool> reached{false};
+  wrap = [&](std::unique_ptr<Client_IO_Base> next) {
+    return std::make_shared<Cancelled_Client>(std::move(next), set_dir(1) + "/commit", reached);
+  };
+  prepare = [&](Test_Handler& handler) { handler.cancel_when = [&] { return reached.load(); }; };
+  Log_Capture log;
+  EXPECT_FALSE(restore({.seq = 2}));
+  EXPECT_EQ(code_, MTF::E_FAILED);
+  EXPECT_TRUE(reached);
+  EXPECT_EQ(log.all(), "");
+}
+
 TEST_F(Incremental, CancelledRunLeavesTheOlderSets) {
   write("a", "text");
   ASSERT_TRUE(step());
