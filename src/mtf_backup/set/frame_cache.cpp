@@ -148,7 +148,8 @@ void Frame_Cache::read_ahead(uint64_t number) {
 void Frame_Cache::load(const Slot_var& slot, Frame_Codec& codec) {
   Damage damage;
   const bool loaded = without_bad_alloc([&] { return fill(*slot, codec, damage); });
-  finish(slot, loaded ? 0 : errno, damage);
+  const int error = errno != 0 ? errno : EIO;
+  finish(slot, loaded ? 0 : error, damage);
 }
 
 bool Frame_Cache::fill(Slot& slot, Frame_Codec& codec, Damage& damage) {

@@ -374,6 +374,21 @@ TEST_F(Stored_Medium, MethodsAndLevelsThatDoNotExistAreRefused) {
   }
 }
 
+TEST_F(Stored_Medium, AReadThatFailsWithoutAReasonIsAFailure) {
+  const Medium_Id id = medium_id(COMPR_NONE);
+  const std::string bytes = some_bytes(3 * frame_size);
+  ASSERT_TRUE(write_medium(id, bytes));
+  for (int nth = 0;; ++nth) {
+    Log_Capture log;
+    Fault_Plan plan(Fault_Plan::READ, nth, 0, true);
+    Faulty_Client_IO faulty(client_, plan);
+    const auto reader = open_medium(id, &faulty);
+    const std::string read = read_all(reader.get());
+    if (!plan.struck()) break;
+    EXPECT_EQ(read, "(failed)") << nth;
+  }
+}
+
 TEST_F(Stored_Medium, AFrameThatUnpacksToMoreThanItsPlaceIsRefused) {
   const Medium_Id id = medium_id(COMPR_ZSTD);
   MTF_BACKUP::Stored_Object object;
