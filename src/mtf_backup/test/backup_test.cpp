@@ -163,8 +163,6 @@ TEST_F(Backup, FileAsASourceIsRefused) {
   EXPECT_EQ(MTF::E_GET_SOURCE_DATA, code_);
 }
 
-TEST_F(Backup, IncrementalIsRefused) {}
-
 TEST_F(Backup, ALevelThatTheMethodDoesNotHaveIsRefused) {
   const std::pair<unsigned, int> wrong[] = {{COMPR_AUTO, -1}, {COMPR_AUTO, 23}, {COMPR_ZSTD, -1},
                                             {COMPR_ZSTD, 23}, {COMPR_LZOP, -1}, {COMPR_LZOP, 10}};
