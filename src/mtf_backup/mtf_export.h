@@ -26,10 +26,10 @@ struct Export_Settings {
 /**
  * Writes a whole set, with what of it lies in older sets, as one stream that other programs read.
  *
- * Left out, with a line at LM_WARNING, is what the set does not hold (skipped entries), what the form has no place for
- * (sockets in tar), and what would lead whoever unpacks the stream elsewhere (names with ".."). Damaged entries are
- * left out too, with the line at LM_ERROR of whoever found the damage; where it is found when a part of a file is
- * written already the export ends.
+ * An entry whose attributes the set lacks is written with a line at LM_WARNING. Left out, with a line at LM_WARNING, is
+ * what the set does not hold (skipped entries), what the form has no place for (sockets in tar), and what would lead
+ * whoever unpacks the stream elsewhere (names with ".."). Damaged entries are left out too, with the line at LM_ERROR
+ * of whoever found the damage; where it is found when a part of a file is written already the export ends.
  *
  * Ownership: borrows the descriptor. Threads: one at a time; the event handler is called by the caller's.
  */
@@ -44,9 +44,10 @@ class TESSARIN_API MTF_Export {
 
   /**
    * @param dir  of the set, as Set_Id::dir().
-   * @return E_OK. E_END_WITH_SKIPPED_FILES: all is written but what was left out. E_CORRUPT: likewise, some of it for
-   *   damage; or the export has ended early, see complete(). E_NOT_FOUND: there is no such set. E_OPEN_MEDIA: the
-   *   storage failed. E_WRITE_TO_STORAGE: the output failed. E_FAILED: cancelled, or out of memory or threads.
+   * @return E_OK. E_END_WITH_SKIPPED_FILES: all is written but what was left out. E_CORRUPT: likewise,
+   * some of it for damage; or the export has ended early, see complete(). E_NOT_FOUND: there is no such set.
+   * E_OPEN_MEDIA: the storage failed. E_WRITE_TO_STORAGE: the output failed. E_FAILED: cancelled, or out of memory or
+   * threads.
    */
   [[nodiscard]] MTF::Error_Code run(const std::string& dir);
 

@@ -43,6 +43,14 @@ ACE_UINT64 MTF_Restore::size() const {
   return restore_->summary().total_size;
 }
 
+ACE_UINT64 MTF_Restore::restored_size() const {
+  return restore_ ? restore_->tally().restored_size() : 0;
+}
+
+ACE_UINT64 MTF_Restore::missing_count() const {
+  return restore_ ? restore_->tally().missing_count() : 0;
+}
+
 ACE_UINT64 MTF_Restore::set_size() const {
   KOLT_RETURN_IF_NULL(restore_, static_cast<ACE_UINT64>(-1));
   return restore_->summary().inc_size;

@@ -20,8 +20,15 @@ struct Finding {
   std::string path;     ///< of a file, in the set, raw bytes; empty for an object
 };
 
+/// An entry that is as it was written, but which the backup could not read in all: no damage.
+struct Verify_Note {
+  std::string path;  ///< in the set, raw bytes
+  std::string what;  ///< as missing_text()
+};
+
 /// Called for each finding, from any thread, one call at a time.
 typedef std::function<void(const Finding&)> Finding_Callback;
+typedef std::function<void(const Verify_Note&)> Note_Callback;  ///< likewise
 
 struct Verify_Settings {
   Channel_Factory_var channel_factory;
@@ -29,6 +36,7 @@ struct Verify_Settings {
   std::set<std::string>
       verified;  ///< directories of sets whose data is known to be whole, so that chains need not read it
   Finding_Callback on_finding;
+  Note_Callback on_note;
 };
 
 }  // namespace MTF_BACKUP
@@ -52,6 +60,8 @@ class TESSARIN_API MTF_Verify {
   /// Sets of the same resource whose data was just found whole: entries in them are not read again.
   void verified(const std::set<std::string>& dirs) { settings_.verified = dirs; }
   void on_finding(MTF_BACKUP::Finding_Callback value) { settings_.on_finding = value; }
+  /// Told of a set that is whole as well.
+  void on_note(MTF_BACKUP::Note_Callback value) { settings_.on_note = value; }
 
   /**
    * @param dir  of the set, as Set_Id::dir().

@@ -70,6 +70,7 @@ json_spirit::Array flag_names(uint32_t flags) {
   if (flags & MTF_BACKUP::CAT_CORRUPT) names.emplace_back("corrupt");
   if (flags & MTF_BACKUP::CAT_CHANGED) names.emplace_back("changed");
   if (flags & MTF_BACKUP::CAT_SKIPPED) names.emplace_back("skipped");
+  if (flags & MTF_BACKUP::CAT_BARE) names.emplace_back("bare");
   return names;
 }
 

@@ -61,7 +61,7 @@ const char* why_not(MTF::Error_Code code) {
     case MTF::E_CORRUPT:
       return "Some of the data in the set is damaged; what it hits is left out.";
     case MTF::E_END_WITH_SKIPPED_FILES:
-      return "Some files could not be put in place.";
+      return "Some files could not be put in place, or not as they were.";
     case MTF::E_NO_FILES_RESTORED:
       return "There was nothing to restore.";
     default:
@@ -104,15 +104,18 @@ Exit_Code sets_restore(const Options& options, std::ostream& out, std::ostream& 
   restore.channel_factory(pool.channels(key));
   const bool restored = restore.restore(set.record.name);
   if (view.interrupted()) throw Failure(exit_interrupted, "Interrupted: what was restored stays.");
+  const uint64_t missing = restore.missing_count();
+  const bool complete = restored && missing == 0;
   if (options.json) {
     json_spirit::Object document;
-    json_spirit::insert(document)("size", restore.size())("complete", restored);
+    json_spirit::insert(document)("size", restore.restored_size())("missing", missing)("complete", complete);
     print_json(out, document);
   } else {
-    view.line("Restored " + human_size(restore.size()));
+    view.line("Restored " + human_size(restore.restored_size()));
   }
   if (!restored) err << why_not(restore.err_code()) << '\n';
-  return restored ? exit_ok : exit_job_failed;
+  if (missing > 0) err << missing << " entries are not in the set: the backup could not read them.\n";
+  return complete ? exit_ok : exit_job_failed;
 }
 
 }  // namespace ctl

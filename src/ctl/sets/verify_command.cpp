@@ -17,6 +17,7 @@ using json_spirit::Array;
 using json_spirit::Object;
 using MTF_BACKUP::Finding;
 using MTF_BACKUP::Pool_Key;
+using MTF_BACKUP::Verify_Note;
 
 namespace {
 
@@ -28,6 +29,7 @@ struct Verdict {
   uint64_t file_count = 0;
   Array objects;  ///< with --json
   Array files;
+  Array notes;
 };
 
 std::string finding_line(const std::string& label, const Finding& finding) {
@@ -45,6 +47,13 @@ void note(const Finding& finding, bool json, Verdict& verdict) {
   json_spirit::insert(document)("object", finding.object)("offset", finding.offset)("reason", finding.reason,
                                                                                     json_spirit::skip_empty);
   (file ? verdict.files : verdict.objects).emplace_back(std::move(document));
+}
+
+json_spirit::Object note_document(const Verify_Note& note) {
+  Object document;
+  insert_bytes(document, "path", note.path);
+  document["reason"] = note.what;
+  return document;
 }
 
 const char* state_of(MTF::Error_Code code) {
@@ -71,6 +80,10 @@ Verdict verify(const Options& options, const Pool& pool, const Pool_Key& key, co
     note(finding, options.json, verdict);
     view.line(finding_line(label, finding));
   });
+  verify.on_note([&](const Verify_Note& note) {
+    if (options.json) verdict.notes.emplace_back(note_document(note));
+    view.line(label + "  note " + printable(note.path) + ": " + note.what);
+  });
   const MTF::Error_Code code = verify.verify(key.set.dir());
   verdict.whole = code == MTF::E_OK;
   verdict.state = state_of(code);
@@ -86,7 +99,7 @@ Object verdict_document(const Pool_Key& key, Verdict& verdict) {
   Object document;
   json_spirit::insert(document)("name", key.set.name)("seq", key.set.seq)("incarnation", key.set.incarnation)(
       "resource", key.resource)("host_uuid", key.host)("state", verdict.state)("objects", std::move(verdict.objects))(
-      "files", std::move(verdict.files));
+      "files", std::move(verdict.files))("notes", std::move(verdict.notes));
   return document;
 }
 

@@ -27,6 +27,23 @@ class Sets_Data : public Sets_Fixture {
     file.seekp(at, at < 0 ? std::ios::end : std::ios::beg);
     file.put(byte);
   }
+
+  /// A set of which the backup could not read all: "bad" is not in it, the end of "cut" and the attributes of "bare"
+  /// are not either.
+  void back_up_with_losses() {
+    write("bad", "secret");
+    write("bare", "text");
+    const std::string cut = write("cut", "some text");
+    const test_support::Log_Capture log;
+    EXPECT_FALSE(back_up({.hook = [cut](const char* what, const std::string& path) {
+      const std::string operation = what + (" " + mover_test::name_of(path));
+      if (operation == "read cut") {
+        EXPECT_EQ(truncate(cut.c_str(), 4), 0);
+      }
+      errno = EACCES;
+      return operation == "open bad" || operation == "read_xattrs bare";
+    }}));
+  }
 };
 
 TEST_F(Sets_Data, Verify_tells_what_is_whole) {
@@ -116,6 +133,72 @@ TEST_F(Sets_Data, Restore_without_a_path_is_all_of_it) {
   EXPECT_EQ(run({"sets", "restore", "data", "--to", to, "--json"}), exit_ok) << failure_ << err_.str();
   EXPECT_TRUE(document().at("complete").get_bool());
   EXPECT_EQ(differences(source_, to + "/source"), "");
+}
+
+TEST_F(Sets_Data, Verify_notes_what_the_set_lacks_and_calls_it_whole) {
+  back_up_with_losses();
+  EXPECT_EQ(run({"sets", "verify"}), exit_ok) << out_.str();
+  EXPECT_THAT(out_.str(), HasSubstr("data:1.1  note " + source_ + "/bad: it is not in the set (Permission denied)\n"));
+  EXPECT_THAT(out_.str(), HasSubstr("data:1.1  note " + source_ +
+                                    "/cut: some of its data is not in the set (became "
+                                    "shorter while it was read)\n"));
+  EXPECT_THAT(out_.str(), HasSubstr("\ndata:1.1  whole\n"));
+  EXPECT_EQ(run({"sets", "verify", "--json"}), exit_ok);
+  const json_spirit::Object set = document().at("sets").get_array().at(0).get_obj();
+  EXPECT_EQ(set.at("state").get_str(), "whole");
+  ASSERT_THAT(set.at("notes").get_array(), SizeIs(3));
+  EXPECT_EQ(set.at("notes").get_array()[0].get_obj().at("path").get_str(), source_ + "/bad");
+  EXPECT_EQ(set.at("notes").get_array()[0].get_obj().at("reason").get_str(),
+            "it is not in the set (Permission denied)");
+}
+
+TEST_F(Sets_Data, Restore_tells_what_the_set_lacks) {
+  back_up_with_losses();
+  const std::string to = made("to");
+  test_support::Log_Capture log;
+  EXPECT_EQ(run({"sets", "restore", "data", "--to", to}), exit_job_failed);
+  EXPECT_TRUE(log.has(LM_WARNING, source_ + "/bad is not in the set: Permission denied\n")) << log.all();
+  EXPECT_TRUE(log.has_containing(LM_ERROR, "/source/cut, but not as it was: some of its data is not in the set"));
+  EXPECT_TRUE(log.has_containing(LM_ERROR, "/source/bare, but not as it was: its extended attributes are not in the"));
+  EXPECT_EQ(out_.str(), "Restored 13 B\n");
+  EXPECT_EQ(err_.str(),
+            "Some files could not be put in place, or not as they were.\n"
+            "1 entries are not in the set: the backup could not read them.\n");
+  EXPECT_EQ(test_support::read_file(to + "/source/bare"), "text");
+}
+
+TEST_F(Sets_Data, Restore_is_not_complete_without_what_is_not_in_the_set) {
+  back_up_with_losses();
+  test_support::Log_Capture log;
+  EXPECT_EQ(run({"sets", "restore", "data", "--path", "bad", "--to", made("to"), "--json"}), exit_job_failed);
+  EXPECT_FALSE(document().at("complete").get_bool());
+  EXPECT_EQ(document().at("missing").get_int64(), 1);
+  EXPECT_EQ(document().at("size").get_int64(), 0);
+  EXPECT_EQ(err_.str(), "1 entries are not in the set: the backup could not read them.\n");
+}
+
+TEST_F(Sets_Data, Restore_tells_the_size_of_what_was_restored) {
+  write("hit", noise(100000));
+  ASSERT_TRUE(back_up({.channels = 1, .compression = COMPR_NONE}));
+  write("later", "text");
+  ASSERT_TRUE(back_up({.seq = 2, .channels = 1, .compression = COMPR_NONE, .incremental = true}));
+  flip(set_dir("data/0000000001.1/channel-000.mtf"), 50000);
+  test_support::Log_Capture log;
+  EXPECT_EQ(run({"sets", "restore", "data:2", "--path", "hit", "--path", "later", "--to", made("to")}),
+            exit_job_failed);
+  EXPECT_EQ(out_.str(), "Restored 4 B\n");
+}
+
+TEST_F(Sets_Data, Export_tells_what_the_set_lacks) {
+  back_up_with_losses();
+  for (const char* format : {"tar", "mtf"}) {
+    test_support::Log_Capture log;
+    EXPECT_EQ(run({"sets", "export", "data", "--format", format, dir_ / format, "--json"}), exit_job_failed);
+    EXPECT_TRUE(log.has(LM_WARNING, source_ + "/bad is left out: Permission denied.\n")) << log.all();
+    EXPECT_TRUE(log.has_containing(LM_WARNING, "/bare is incomplete: its extended attributes are not in the set"));
+    EXPECT_EQ(document().at("left_out").get_int64(), 1);
+    EXPECT_EQ(err_.str(), "1 entries are left out.\n");
+  }
 }
 
 TEST_F(Sets_Data, Restore_refuses_two_paths_of_one_name) {

@@ -56,6 +56,7 @@ class Sets_Fixture : public ::testing::Test {
     Compression_Method compression = COMPR_ZSTD;
     bool incremental = false;
     std::vector<std::string> sources = {};
+    mover_test::Hook hook = {};
   };
 
   bool back_up() { return back_up(Backup()); }
@@ -94,7 +95,7 @@ class Sets_Fixture : public ::testing::Test {
     backup.channel_num(args.channels);
     backup.incremental(args.incremental);
     backup.seq(args.seq - 1);
-    backup.callback_factory(MTF::IBackup_Callback_Factory_var(new mover_test::Posix_Backup_Factory));
+    backup.callback_factory(MTF::IBackup_Callback_Factory_var(new mover_test::Posix_Backup_Factory(args.hook)));
     backup.channel_factory(MTF_BACKUP::make_channel_factory(info_, args.host + "/" + args.resource, {}));
     for (const std::string& source : args.sources.empty() ? std::vector<std::string>{source_} : args.sources)
       backup.add_source(source);

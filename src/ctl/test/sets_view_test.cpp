@@ -18,6 +18,15 @@ using ::testing::HasSubstr;
 using ::testing::Not;
 using ::testing::SizeIs;
 
+TEST(Entry_View, Every_flag_has_a_name) {
+  MTF_BACKUP::Catalog_Entry entry;
+  entry.flags = MTF_BACKUP::CAT_CORRUPT | MTF_BACKUP::CAT_CHANGED | MTF_BACKUP::CAT_SKIPPED | MTF_BACKUP::CAT_BARE;
+  std::string names;
+  for (const json_spirit::Value& name : entry_document(entry, "a").at("flags").get_array())
+    names += name.get_str() + " ";
+  EXPECT_EQ(names, "corrupt changed skipped bare ");
+}
+
 class Set_Names : public ::testing::Test {
  protected:
   void add(const std::string& host, const std::string& resource, const std::string& dir) {

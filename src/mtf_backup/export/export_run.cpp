@@ -117,6 +117,8 @@ bool Export_Run::write_entry(const Catalog_Entry& entry, Entry_Reader& reader) {
   if (got < 0) return leave_out_damaged(entry);
   if (!put(format_->entry(exported))) return false;
   ++entries_;
+  if (entry.flags & CAT_BARE)
+    ACE_ERROR((LM_WARNING, ACE_TEXT("%C is incomplete: %C.\n"), shown(entry).c_str(), missing_text(entry).c_str()));
   for (; got > 0; got = reader.next(at, piece)) {
     if (state_.stopping() || !put(format_->data(at, {piece.data(), piece.size()}))) return false;
     state_.processed += piece.size();

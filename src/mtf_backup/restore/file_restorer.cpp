@@ -36,10 +36,12 @@ void File_Restorer::run() {
   while (queue_.pop(batch)) {
     for (const Restore_Item& item : batch) {
       if (job_.state.stopping()) return;
-      if (restore(item))
-        ++job_.state.files;
-      else
+      if (!restore(item)) {
         failed(item, errno);
+        continue;
+      }
+      ++job_.state.files;
+      job_.tally.restored(item.entry, item.target);
     }
   }
 }

@@ -21,6 +21,8 @@ Link_Plan::Kind Link_Plan::plan(Restore_Item& item) {
   if (is_restored || !others.empty()) job_.tally.splits_link();
   others.push_back({item.path, item.target});
   item.entry.hard_link_target.clear();
+  item.entry.flags = first.flags;
+  item.entry.reason = first.reason;
   item.entry.link_target = first.link_target;
   item.entry.xattr_hash = first.xattr_hash;
   item.entry.set = first.set;

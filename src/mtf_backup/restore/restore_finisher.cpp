@@ -46,6 +46,8 @@ void Restore_Finisher::leave() {
   if (!dir.open(item.target.root->fd.get(), item.target.below) ||
       !dresser_.dress(dir, "", item.entry.stat, attrs, item.target.shown()))
     failed(item, std::strerror(errno));
+  else
+    job_.tally.restored(item.entry, item.target);
 }
 
 void Restore_Finisher::attributes_lost(const Restore_Item& item, int error) {
@@ -63,6 +65,8 @@ void Restore_Finisher::link(const Restore_Item& item) {
     failed(item, "its other name could not be restored");
   else if (!make_link(old, item.target, item.entry.stat.mode))
     failed(item, std::strerror(errno));
+  else
+    job_.tally.restored(item.entry, item.target);
 }
 
 /// False with errno. Both ends are reached without passing through a link, and the old one is what was restored there.

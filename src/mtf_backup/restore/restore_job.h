@@ -25,7 +25,7 @@ struct Restore_Job {
   Target_Tree& targets;  ///< one stage at a time
   Medium_Set& media;
   Run_State& state;
-  Restore_Tally tally{};
+  Restore_Tally& tally;
   std::set<std::pair<uint32_t, std::string>> blocked;  ///< directories that could not be made; one stage at a time
 };
 

@@ -33,18 +33,24 @@ void Restore_Planner::run() {
 }
 
 bool Restore_Planner::put(Restore_Item& item) {
+  const bool skipped = item.entry.flags & CAT_SKIPPED;
+  if (skipped) tell_missing(item);
   if (item.entry.is_directory()) return put_directory(item);
   const uint64_t size = item.entry.stat.size;
   total_size_ += size;
-  if (!(item.entry.flags & CAT_SKIPPED)) {
-    if (item.entry.set == 0) held_size_ += size;
-    return put_file(item);
+  if (skipped) {
+    job_.state.processed += size;
+    return true;
   }
-  // It failed the backup, too.
+  if (item.entry.set == 0) held_size_ += size;
+  return put_file(item);
+}
+
+/// It failed the backup, too.
+void Restore_Planner::tell_missing(const Restore_Item& item) {
   ACE_ERROR((LM_WARNING, ACE_TEXT("%C is not in the set: %C\n"), printable(item.path).c_str(),
              printable(item.entry.reason).c_str()));
-  job_.state.processed += size;
-  return true;
+  job_.tally.missing();
 }
 
 bool Restore_Planner::put_directory(const Restore_Item& item) {

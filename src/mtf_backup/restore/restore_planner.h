@@ -27,6 +27,7 @@ class Restore_Planner {
 
  private:
   bool put(Restore_Item& item);
+  void tell_missing(const Restore_Item& item);
   bool put_directory(const Restore_Item& item);
   bool put_file(Restore_Item& item);
   bool make_parent(const Restore_Item& item);

@@ -88,7 +88,7 @@ MTF::Error_Code Restore_Run::move_data() {
   if (!workers.open()) return MTF::E_FAILED;
   Medium_Set media(*settings_.channel_factory, record_, id_.dir(), workers);
   Target_Tree targets(settings_.path_converter, settings_.target_location, callback);
-  Restore_Job job{settings_, record_, selection_, targets, media, state_, {}, {}};
+  Restore_Job job{settings_, record_, selection_, targets, media, state_, tally_, {}};
   Catalog_Reader catalog(*storage_, id_.dir(), record_.set_uuid, catalog_size());
   Catalog_Reader lookup(*storage_, id_.dir(), record_.set_uuid, catalog_size());
   Bounded_Queue_T<Restore_Batch> queue(2 * thread_count() + 2);
@@ -120,7 +120,7 @@ MTF::Error_Code Restore_Run::move_data() {
   summary_.total_size = planner.total_size();
   summary_.inc_size = planner.held_size();
   state_.total = summary_.total_size;
-  if (planner.planned_count() == 0 && job.tally.failed_count() == 0) {
+  if (planner.planned_count() == 0 && tally_.failed_count() == 0) {
     progress.finish();
     return MTF::E_NO_FILES_RESTORED;
   }
@@ -132,9 +132,9 @@ MTF::Error_Code Restore_Run::move_data() {
   };
   if (!run_threads({finish})) return state_.code();
   progress.finish();
-  job.tally.tell_rest();
-  if (job.tally.damaged_count() > 0) return MTF::E_CORRUPT;
-  return job.tally.failed_count() + job.tally.lossy_count() > 0 ? MTF::E_END_WITH_SKIPPED_FILES : MTF::E_OK;
+  tally_.tell_rest();
+  if (tally_.damaged_count() > 0) return MTF::E_CORRUPT;
+  return tally_.failed_count() + tally_.lossy_count() > 0 ? MTF::E_END_WITH_SKIPPED_FILES : MTF::E_OK;
 }
 
 /// Where the whole set is wanted, its record tells the sum; otherwise the catalog has to be read for it.

@@ -28,6 +28,7 @@ class Restore_Run {
 
   MTF::Error_Code err_code() const { return err_code_; }
   const MTF::Cat_Summary& summary() const { return summary_; }
+  const Restore_Tally& tally() const { return tally_; }
   bool canceled() const { return state_.canceled(); }
 
  private:
@@ -43,6 +44,7 @@ class Restore_Run {
   MTF::Event_Handler_var handler_;
   ACE_Log_Msg_Callback* const log_callback_;
   Run_State state_;
+  Restore_Tally tally_;
   Selection selection_;
   std::shared_ptr<Client_IO_Base> storage_;
   Set_Id id_;

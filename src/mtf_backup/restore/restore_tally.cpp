@@ -6,7 +6,12 @@ namespace MTF_BACKUP {
 
 namespace {
 
-constexpr uint64_t max_lines = 1000;  // about entries that differ
+constexpr uint64_t max_lines = 1000;        // about entries that differ
+constexpr uint64_t max_loss_lines = 10000;  // about those that lack some of their content
+
+uint64_t above(uint64_t count, uint64_t max) {
+  return count > max ? count - max : 0;
+}
 
 }  // namespace
 
@@ -22,15 +27,21 @@ bool Restore_Tally::has_failed(const std::string& path) const {
   return linked_.contains(path);
 }
 
+void Restore_Tally::restored(const Catalog_Entry& entry, const Target& target) {
+  if (!entry.is_directory()) restored_size_ += entry.stat.size;
+  if (entry.flags & CAT_SKIPPED) return;  // a directory, which was told
+  const std::string missing = missing_text(entry);
+  if (!missing.empty()) differs(target.shown(), missing, true);
+}
+
 void Restore_Tally::differs(const std::string& shown, const std::string& what, bool loss) {
-  if (loss) ++lossy_;
-  if (++differing_ <= max_lines)
+  if (loss ? ++lossy_ <= max_loss_lines : ++differing_ <= max_lines)
     ACE_ERROR((LM_ERROR, ACE_TEXT("Restored %C, but not as it was: %C\n"), shown.c_str(), what.c_str()));
 }
 
 void Restore_Tally::tell_rest() const {
-  if (differing_ > max_lines)
-    ACE_ERROR((LM_ERROR, ACE_TEXT("Restored %Q more entries, but not as they were.\n"), differing_ - max_lines));
+  const uint64_t untold = above(differing_, max_lines) + above(lossy_, max_loss_lines);
+  if (untold > 0) ACE_ERROR((LM_ERROR, ACE_TEXT("Restored %Q more entries, but not as they were.\n"), untold));
   if (split_ > 0)
     ACE_ERROR((LM_ERROR, ACE_TEXT("Restored %Q hard links as files of their own: their other names went elsewhere.\n"),
                split_.load()));

@@ -6,6 +6,7 @@
 #include <string>
 #include <unordered_set>
 
+#include "mtf_backup/restore/target_tree.h"
 #include "mtf_backup/set/catalog_entry.h"
 
 namespace MTF_BACKUP {
@@ -18,7 +19,12 @@ class Restore_Tally {
   void failed(const Catalog_Entry& entry, const std::string& path, bool damaged);
   /// Whether the entry of this path, which has further names, has failed.
   bool has_failed(const std::string& path) const;
-  /// An entry that is in place, but not in all as it was. Logs it at LM_ERROR; from the 1,001st on it is only counted.
+  /// An entry that is in place. What the set lacks of it is a loss, told as by differs().
+  void restored(const Catalog_Entry& entry, const Target& target);
+  /// An entry that the set does not have. Its line has been logged.
+  void missing() { ++missing_; }
+  /// An entry that is in place, but not in all as it was. Logs it at LM_ERROR; from the 1,001st on it is only counted,
+  /// if it is a loss from the 10,001st on: what is lost is not hidden by what merely differs.
   /// @param shown  its path, for log lines.  @param what  the differences.  @param loss  content is missing.
   void differs(const std::string& shown, const std::string& what, bool loss);
   /// Names of one file go to several targets, so that it became one more file.
@@ -31,12 +37,17 @@ class Restore_Tally {
   uint64_t damaged_count() const { return damaged_; }
   /// How many entries lack some of their content.
   uint64_t lossy_count() const { return lossy_; }
+  uint64_t missing_count() const { return missing_; }
+  /// Bytes of the entries that are in place.
+  uint64_t restored_size() const { return restored_size_; }
 
  private:
   std::atomic<uint64_t> failed_{0};
   std::atomic<uint64_t> damaged_{0};
   std::atomic<uint64_t> differing_{0};
   std::atomic<uint64_t> lossy_{0};
+  std::atomic<uint64_t> missing_{0};
+  std::atomic<uint64_t> restored_size_{0};
   std::atomic<uint64_t> split_{0};
   mutable std::mutex lock_;
   std::unordered_set<std::string> linked_;  // guarded by lock_: paths of failed entries with several names

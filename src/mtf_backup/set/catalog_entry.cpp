@@ -2,6 +2,8 @@
 
 #include <string_view>
 
+#include "kolt/printable.h"
+
 namespace MTF_BACKUP {
 
 namespace {
@@ -19,7 +21,20 @@ Component first_component(std::string_view& path, bool directory) {
   return component;
 }
 
+const char* missing_part(uint32_t flags) {
+  if (flags & CAT_SKIPPED) return "it is";
+  if (!(flags & CAT_BARE)) return "some of its data is";
+  return flags & CAT_CORRUPT ? "some of its data and its extended attributes are" : "its extended attributes are";
+}
+
 }  // namespace
+
+std::string missing_text(const Catalog_Entry& entry) {
+  if (!(entry.flags & (CAT_SKIPPED | CAT_CORRUPT | CAT_BARE))) return "";
+  std::string text = std::string(missing_part(entry.flags)) + " not in the set";
+  if (!entry.reason.empty()) text += " (" + printable(entry.reason) + ")";
+  return text;
+}
 
 int catalog_order(uint32_t source_a, const std::string& path_a, bool directory_a, uint32_t source_b,
                   const std::string& path_b, bool directory_b) {

@@ -37,6 +37,11 @@ struct Catalog_Entry {
   bool operator==(const Catalog_Entry&) const = default;
 };
 
+/// What of an entry the set does not have, and why, as a text for people, printable: "some of its data is not in the
+/// set
+/// (...)". Empty where nothing is missing.
+TESSARIN_API std::string missing_text(const Catalog_Entry& entry);
+
 /**
  * The order of walks, media and catalogs: by source; in a directory its own entry, then its non-directories by name,
  * then its subdirectories by name, each with all below it. Names are compared as bytes.

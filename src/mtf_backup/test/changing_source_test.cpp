@@ -20,6 +20,10 @@ class Changing_Source : public Mover_Fixture {
       return true;
     };
   }
+
+  static std::string lacks(const std::string& path, const std::string& what) {
+    return "Restored " + path + ", but not as it was: " + what + "\n";
+  }
 };
 
 TEST_F(Changing_Source, FileThatCannotBeOpenedIsSkippedAndTheRestIsSaved) {
@@ -49,6 +53,9 @@ TEST_F(Changing_Source, SkippedFileIsToldAgainAtTheRestore) {
   Log_Capture log;
   ASSERT_TRUE(restore());
   EXPECT_TRUE(log.has(LM_WARNING, source_ + "/bad is not in the set: Permission denied\n")) << log.all();
+  EXPECT_EQ(1u, missing_count_);
+  EXPECT_EQ(10u, size_);
+  EXPECT_EQ(4u, restored_size_);
 }
 
 TEST_F(Changing_Source, FileThatFailsInTheMiddleIsSkipped) {
@@ -120,8 +127,29 @@ TEST_F(Changing_Source, FileThatShrinksIsPaddedWithZerosAndFlagged) {
   EXPECT_TRUE(log.has(LM_WARNING, "File " + path + " became shorter while it was read.\n")) << log.all();
   EXPECT_EQ(unsigned(MTF_BACKUP::CAT_CHANGED | MTF_BACKUP::CAT_CORRUPT), entry("a").flags);
   EXPECT_EQ(1u, sets().at(0).summary.corrupt_count);
-  ASSERT_TRUE(restore());
+  log.clear();
+  EXPECT_FALSE(restore());
+  EXPECT_EQ(MTF::E_END_WITH_SKIPPED_FILES, code_);
+  EXPECT_TRUE(log.has(LM_ERROR, lacks(target_ + "/a",
+                                      "some of its data is not in the set (became shorter while it was "
+                                      "read)")))
+      << log.all();
+  EXPECT_EQ(1u, log.lines().size()) << log.all();
   EXPECT_EQ(std::string("some\0\0\0\0\0", 9), test_support::read_file(target_ + "/a"));
+}
+
+TEST_F(Changing_Source, ShrunkFileIsToldUnderAnyNameThatItIsRestoredBy) {
+  const std::string path = write("a", "some text");
+  std::filesystem::create_hard_link(path, source_ + "/b");
+  Log_Capture log;
+  EXPECT_TRUE(back_up({.hook = once("read", "a", [&] { ASSERT_EQ(0, truncate(path.c_str(), 4)); })}));
+  log.clear();
+  EXPECT_FALSE(restore({.select = {source_ + "/b"}}));
+  EXPECT_EQ(MTF::E_END_WITH_SKIPPED_FILES, code_);
+  EXPECT_TRUE(log.has(LM_ERROR, lacks(target_ + "/b",
+                                      "some of its data is not in the set (became shorter while it was "
+                                      "read)")))
+      << log.all();
 }
 
 TEST_F(Changing_Source, RewriteOfTheSameSizeWithItsTimePutBackIsFlagged) {
@@ -152,7 +180,11 @@ TEST_F(Changing_Source, DirectoryThatCannotBeListedIsSkipped) {
   EXPECT_EQ(MTF::E_END_WITH_SKIPPED_FILES, code_);
   EXPECT_TRUE(log.has(LM_ERROR, "Failed to list directory " + source_ + "/bad: Permission denied\n")) << log.all();
   EXPECT_TRUE(entry("bad").flags & MTF_BACKUP::CAT_SKIPPED);
+  log.clear();
   ASSERT_TRUE(restore());
+  EXPECT_TRUE(log.has(LM_WARNING, source_ + "/bad is not in the set: Permission denied\n")) << log.all();
+  EXPECT_EQ(1u, log.lines().size()) << log.all();
+  EXPECT_EQ(1u, missing_count_);
   EXPECT_TRUE(std::filesystem::is_directory(target_ + "/bad"));
   EXPECT_TRUE(std::filesystem::exists(target_ + "/good/b"));
 }
@@ -229,6 +261,50 @@ TEST_F(Changing_Source, UnreadableExtendedAttributesAreToldAndTheFileIsSaved) {
   EXPECT_EQ(0u, sets().at(0).summary.skipped_count);
   EXPECT_TRUE(log.has(LM_ERROR, "Failed to read the extended attributes of " + source_ + "/a: Input/output error\n"))
       << log.all();
+}
+
+TEST_F(Changing_Source, UnreadableExtendedAttributesAreToldAgainAtTheRestore) {
+  write("a", "text");
+  write("d/b", "text");
+  Log_Capture log;
+  EXPECT_FALSE(back_up({.hook = [](const char* what, const std::string& path) {
+    errno = EIO;
+    return std::string(what) == "read_xattrs" && name_of(path) != "b";
+  }}));
+  log.clear();
+  EXPECT_FALSE(restore({.select = {source_ + "/a", source_ + "/d"}}));
+  EXPECT_EQ(MTF::E_END_WITH_SKIPPED_FILES, code_);
+  for (const char* name : {"/a", "/d"})
+    EXPECT_TRUE(log.has(LM_ERROR, lacks(target_ + name,
+                                        "its extended attributes are not in the set (its extended "
+                                        "attributes could not be read)")))
+        << log.all();
+  EXPECT_EQ(2u, log.lines().size()) << log.all();
+  EXPECT_EQ("text", test_support::read_file(target_ + "/a"));
+}
+
+TEST_F(Changing_Source, ExtendedAttributesThatNoSetHasRoomForAreToldAndTheFileIsSaved) {
+  struct Callback : Posix_Backup_Callback {
+    using Posix_Backup_Callback::Posix_Backup_Callback;
+    bool read_xattrs(const char* path, MTF::Xattrs& attrs) override {
+      if (name_of(path) == "a") attrs = {{"user.large", std::string(MTF::entry_xattrs_max, 'v')}};
+      return true;
+    }
+  };
+  struct Factory : MTF::IBackup_Callback_Factory {
+    MTF::IBackup_Callback_var make() override { return held<MTF::IBackup_Callback>(new Callback(hook)); }
+    const Hook hook;
+  };
+  write("a", "text");
+  Log_Capture log;
+  EXPECT_FALSE(back_up({.callbacks = new Factory}));
+  EXPECT_EQ(MTF::E_END_WITH_SKIPPED_FILES, code_);
+  EXPECT_TRUE(log.has(LM_ERROR, "Failed to read the extended attributes of " + source_ + "/a: they are too large\n"))
+      << log.all();
+  EXPECT_EQ(unsigned(MTF_BACKUP::CAT_BARE), entry("a").flags);
+  EXPECT_EQ("its extended attributes are too large", entry("a").reason);
+  EXPECT_FALSE(restore());
+  EXPECT_EQ("text", test_support::read_file(target_ + "/a"));
 }
 
 TEST_F(Changing_Source, RunWithoutDescriptorsFailsAsAWhole) {

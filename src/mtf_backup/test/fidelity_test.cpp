@@ -245,6 +245,23 @@ TEST_F(Told, OneLinePerEntryUpToAThousandAndThenTheirNumber) {
   EXPECT_TRUE(log.has(LM_ERROR, "Restored 6 more entries, but not as they were.\n")) << log.texts(LM_ERROR).back();
 }
 
+TEST_F(Told, ALossIsNotHiddenByAThousandDifferencesBeforeIt) {
+  for (int i = 0; i < 1005; ++i) write("f" + std::to_string(i), "text");
+  write("last", "text");
+  Log_Capture log;
+  EXPECT_FALSE(back_up({.hook = [](const char* what, const std::string& path) {
+    errno = EIO;
+    return std::string(what) == "read_xattrs" && name_of(path) == "last";
+  }}));
+  log.clear();
+  EXPECT_FALSE(restore({.threads = 1, .hook = broken("set_times", 0)}));
+  EXPECT_EQ(MTF::E_END_WITH_SKIPPED_FILES, code_);
+  EXPECT_TRUE(
+      log.has_containing(LM_ERROR, "Restored " + target_ + "/last, but not as it was: its extended attributes "))
+      << log.texts(LM_ERROR).back();
+  EXPECT_TRUE(log.has(LM_ERROR, "Restored 7 more entries, but not as they were.\n")) << log.texts(LM_ERROR).back();
+}
+
 /// Restores by somebody who may not give files away. The place for temporary files may be root's alone.
 class Ordinary_Restore : public Told {
  protected:

@@ -103,7 +103,8 @@ class Mover_Fixture : public ::testing::Test {
     std::string name = "volume";
     Hook hook = Hook();
     test_support::Fault_Plan* plan = nullptr;
-    std::vector<std::string> sources = {};  ///< none: source_
+    std::vector<std::string> sources = {};               ///< none: source_
+    MTF::IBackup_Callback_Factory* callbacks = nullptr;  ///< handed over; none: plain ones with the hook
     bool incremental = false;
     bool read_ahead = false;
   };
@@ -142,7 +143,8 @@ class Mover_Fixture : public ::testing::Test {
     backup.seq(args.seq);
     backup.incremental(args.incremental);
     backup.read_ahead_always(args.read_ahead);
-    backup.callback_factory(MTF::IBackup_Callback_Factory_var(new Posix_Backup_Factory(args.hook)));
+    backup.callback_factory(MTF::IBackup_Callback_Factory_var(
+        args.callbacks != nullptr ? args.callbacks : new Posix_Backup_Factory(args.hook)));
     backup.channel_factory(make_channels(args.plan));
     for (const std::string& source : args.sources.empty() ? std::vector<std::string>{source_} : args.sources)
       backup.add_source(source);
@@ -179,6 +181,8 @@ class Mover_Fixture : public ::testing::Test {
     restore.channel_factory(make_channels(args.plan));
     const bool ok = restore.restore(args.name);
     keep(restore.err_code(), restore.size(), restore.set_size());
+    restored_size_ = restore.restored_size();
+    missing_count_ = restore.missing_count();
     return ok;
   }
 
@@ -250,6 +254,8 @@ class Mover_Fixture : public ::testing::Test {
   ACE_UINT64 size_ = 0;
   ACE_UINT64 set_size_ = 0;
   ACE_UINT64 storage_size_ = 0;
+  ACE_UINT64 restored_size_ = 0;
+  ACE_UINT64 missing_count_ = 0;
 
  private:
   void make_handler() {

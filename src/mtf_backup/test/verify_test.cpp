@@ -20,6 +20,7 @@ class Verify : public mover_test::Mover_Fixture {
  protected:
   MTF::Error_Code verify(bool with_data, const std::string& dir = verify_dir, Fault_Plan* plan = nullptr) {
     findings_.clear();
+    notes_.clear();
     handler_ = new mover_test::Test_Handler;
     kept_handler_ = MTF::Event_Handler_var(handler_);
     prepare(*handler_);
@@ -27,6 +28,7 @@ class Verify : public mover_test::Mover_Fixture {
     verify.channel_factory(std::make_shared<Memory_Channel_Factory>(pool_, plan));
     verify.with_data(with_data);
     verify.on_finding([this](const Finding& finding) { findings_.push_back(finding); });
+    verify.on_note([this](const MTF_BACKUP::Verify_Note& note) { notes_.insert(note.path + ": " + note.what); });
     return verify.verify(dir);
   }
 
@@ -56,6 +58,7 @@ class Verify : public mover_test::Mover_Fixture {
 
   typedef std::set<std::string> Names;
   std::vector<Finding> findings_;
+  Names notes_;
 };
 
 TEST_F(Verify, A_set_as_it_was_written_has_no_findings) {
@@ -66,6 +69,31 @@ TEST_F(Verify, A_set_as_it_was_written_has_no_findings) {
       EXPECT_EQ(verify(with_data), MTF::E_OK) << compression << with_data;
       EXPECT_EQ(findings_.size(), 0u);
     }
+  }
+}
+
+TEST_F(Verify, What_the_backup_could_not_read_is_noted_and_no_damage) {
+  write("bad", "secret");
+  write("bare", "text");
+  write("good", "text");
+  const std::string cut = write("cut", "some text");
+  Log_Capture log;
+  EXPECT_FALSE(back_up({.hook = [&](const char* what, const std::string& path) {
+    const std::string operation = what + (" " + mover_test::name_of(path));
+    if (operation == "read cut") {
+      EXPECT_EQ(0, truncate(cut.c_str(), 4));
+    }
+    errno = EACCES;
+    return operation == "open bad" || operation == "read_xattrs bare";
+  }}));
+  for (const bool with_data : {false, true}) {
+    EXPECT_EQ(verify(with_data), MTF::E_OK);
+    EXPECT_EQ(findings_.size(), 0u);
+    EXPECT_EQ(notes_,
+              (Names{source_ + "/bad: it is not in the set (Permission denied)",
+                     source_ + "/bare: its extended attributes are not in the set (its extended attributes could not "
+                               "be read)",
+                     source_ + "/cut: some of its data is not in the set (became shorter while it was read)"}));
   }
 }
 

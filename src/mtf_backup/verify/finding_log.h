@@ -13,7 +13,8 @@ namespace MTF_BACKUP {
 /// Passes each finding on, once. Threads: any.
 class Finding_Log : public Damage_Listener {
  public:
-  explicit Finding_Log(const Finding_Callback& callback) : callback_(callback) {}
+  Finding_Log(const Finding_Callback& callback, const Note_Callback& note_callback)
+      : callback_(callback), note_callback_(note_callback) {}
 
   void damaged(const Damage& damage) override {
     std::lock_guard<std::mutex> guard(lock_);
@@ -25,6 +26,11 @@ class Finding_Log : public Damage_Listener {
     std::lock_guard<std::mutex> guard(lock_);
     hits_ = true;
     if (callback_) callback_({medium, offset, {}, path});
+  }
+  /// @param path  of an entry that the set does not have in all; @a what: as missing_text().
+  void note(const std::string& path, const std::string& what) {
+    std::lock_guard<std::mutex> guard(lock_);
+    if (note_callback_) note_callback_({path, what});
   }
 
   bool empty() const {
@@ -40,6 +46,7 @@ class Finding_Log : public Damage_Listener {
 
  private:
   const Finding_Callback& callback_;
+  const Note_Callback& note_callback_;
   mutable std::mutex lock_;
   std::set<std::pair<std::string, uint64_t>> objects_;  // guarded by lock_, as all below
   bool hits_ = false;

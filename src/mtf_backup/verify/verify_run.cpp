@@ -107,6 +107,8 @@ bool Verify_Run::check_structure(Set_Check& set, Queues& queues) {
   if (!set.check_objects() || !set.check_chain() || !set.check_indexes(state_)) return false;
   std::vector<Entry_Batch> batches(queues.size());
   const bool checked = set.check_catalog(state_, [&](const Catalog_Entry& entry) {
+    const std::string missing = missing_text(entry);
+    if (!missing.empty()) findings_.note(shown_path(record_, entry), missing);
     if (queues.empty() || !is_read(entry)) return true;
     // One thread for all entries of a medium.
     const size_t reader = (entry.channel + size_t(record_.channels) * entry.set) % queues.size();

@@ -22,7 +22,7 @@ namespace MTF_BACKUP {
 class Verify_Run {
  public:
   Verify_Run(const Verify_Settings& settings, MTF::Event_Handler_var handler)
-      : settings_(settings), handler_(handler), findings_(settings.on_finding) {}
+      : settings_(settings), handler_(handler), findings_(settings.on_finding, settings.on_note) {}
 
   /// As MTF_Verify::verify().
   [[nodiscard]] MTF::Error_Code run(const std::string& dir);
