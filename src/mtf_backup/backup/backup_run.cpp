@@ -100,7 +100,8 @@ bool Backup_Run::make_clients() {
 
 MTF::Error_Code Backup_Run::open_storage(const std::string& name) {
   store_ = std::make_unique<Set_Store>(clients_.front());
-  if (!store_->sweep() || !store_->begin(name, settings_.seq + 1, id_)) return MTF::E_OPEN_MEDIA;
+  // In this order: the directory that is written is none that the sweep clears.
+  if (!store_->begin(name, settings_.seq + 1, id_) || !store_->sweep()) return MTF::E_OPEN_MEDIA;
 
   record_.set_uuid = settings_.uuid;
   record_.pool_uuid = settings_.pool_uuid;
@@ -197,7 +198,7 @@ bool Backup_Run::run_channel(Channel_Writer& channel, Bounded_Queue_T<Work_Batch
   return !state_.stopping() && channel.finish();
 }
 
-/// A cancel that does not keep the commit record from being written is too late.
+/// A cancel that does not keep the commit record from being written, and from standing, is too late.
 bool Backup_Run::commit() {
   Run_Threads threads(state_, log_callback_, [&] {
     (void)threads.wait(answer_time);
@@ -213,9 +214,7 @@ bool Backup_Run::commit() {
 
 MTF::Error_Code Backup_Run::write_record() {
   if (!catalog_->finish()) return MTF::E_ADD_TO_CATALOG;
-  for (const auto& channel : channels_)
-    record_.objects.insert(record_.objects.end(), channel->objects().begin(), channel->objects().end());
-  record_.objects.push_back(catalog_->object());
+  record_.objects = finished_objects();
   for (const Stored_Object& object : record_.objects) record_.summary.storage_size += object.size;
   record_.end_time = std::time(nullptr);
   committed_ = store_->commit(id_, record_);
@@ -232,13 +231,22 @@ void Backup_Run::cancel_clients() {
   for (const auto& client : clients_) client->cancel();
 }
 
+std::vector<Stored_Object> Backup_Run::finished_objects() const {
+  std::vector<Stored_Object> objects;
+  for (const auto& channel : channels_)
+    objects.insert(objects.end(), channel->objects().begin(), channel->objects().end());
+  if (catalog_ && !catalog_->object().name.empty()) objects.push_back(catalog_->object());
+  return objects;
+}
+
 /// Takes away what a run that failed has left in the pool.
 void Backup_Run::clean_up() {
+  const std::vector<Stored_Object> objects = finished_objects();
   channels_.clear();
   catalog_.reset();
   record_.summary = MTF::Cat_Summary();
   // A failure has its line, and the next run sweeps again.
-  (void)store_->discard(id_);
+  (void)store_->discard(id_, objects);
 }
 
 MTF::Error_Code Backup_Run::result() const {

@@ -51,6 +51,7 @@ class Backup_Run {
                    Entry_Collector& collector);
   bool commit();
   MTF::Error_Code write_record();
+  std::vector<Stored_Object> finished_objects() const;
   bool step(const std::function<MTF::Error_Code()>& body);
   void cancel_clients();
   void clean_up();

@@ -15,8 +15,8 @@ struct Base_Set {
 
 /**
  * Looks for the newest set of a name and number, and makes sure that one can build on it: it has the same sources, and
- * all objects of it and of the sets of its chain are there in their sizes. Nothing of their content is read but the
- * commit records.
+ * all objects of it and of the sets of its chain are there in their sizes, and none of these sets is being removed.
+ * Nothing of their content is read but the commit records.
  *
  * @param why  on failure what is wrong, for a log line.
  * @retval false  @a base is unchanged. What is damaged or could not be read has a line at LM_ERROR.

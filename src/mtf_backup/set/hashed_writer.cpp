@@ -3,6 +3,7 @@
 #include <xxhash.h>
 
 #include <new>
+#include <utility>
 
 #include "mtf_backup/set/hash.h"
 
@@ -32,8 +33,10 @@ bool Hashed_Writer::write(const void* data, size_t n) {
 }
 
 bool Hashed_Writer::commit(Stored_Object& object) {
+  // Before the commit: once the object is there, nothing may keep the caller from knowing.
+  Stored_Object made{name_, size_, hash_text(XXH3_128bits_digest(state_.get()))};
   if (!writer_->commit()) return false;
-  object = {name_, size_, hash_text(XXH3_128bits_digest(state_.get()))};
+  object = std::move(made);
   return true;
 }
 

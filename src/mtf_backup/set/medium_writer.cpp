@@ -4,6 +4,7 @@
 #include <memory>
 
 #include "ace/Log_Msg.h"
+#include "kolt/without_bad_alloc.h"
 #include "mtf_backup/set/frame_output.h"
 
 namespace MTF_BACKUP {
@@ -70,7 +71,7 @@ bool Medium_Writer::finish() {
   if (filled_ > 0) hand_over();
   std::vector<Stored_Object> objects(2);
   if (!state_->output.finish() || !state_->medium.commit(objects[0])) return false;
-  if (!state_->index.finish(objects[1])) {
+  if (!without_bad_alloc([&] { return state_->index.finish(objects[1]); })) {
     const int error = errno;
     (void)storage_.remove(id_.set_dir + "/" + medium_name(id_));  // what stays is no set and is swept later
     errno = error;

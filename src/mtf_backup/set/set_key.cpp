@@ -1,8 +1,12 @@
 #include "mtf_backup/set/set_key.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <charconv>
 #include <utility>
+
+#include "ace/Log_Msg.h"
+#include "kolt/printable.h"
 
 namespace MTF_BACKUP {
 
@@ -65,8 +69,21 @@ bool parse_set_key(std::string_view key, Set_Key& parts) {
          parts.object.find('/') == std::string::npos && key.starts_with(parts.dir() + "/");
 }
 
+bool list_below(Client_IO_Base& storage, const std::string& prefix, const Client_IO_Base::List_Callback& each) {
+  bool strayed = false;
+  const bool listed = storage.list(prefix, [&](const Client_IO_Base::Object_Info& info) {
+    strayed = !info.key.starts_with(prefix);
+    if (!strayed) return each(info);
+    ACE_ERROR((LM_ERROR, ACE_TEXT("The storage lists \"%C\" where \"%C\" was asked for.\n"),
+               printable(info.key).c_str(), printable(prefix).c_str()));
+    return false;
+  });
+  if (strayed) errno = EIO;
+  return listed;
+}
+
 bool list_set_keys(Client_IO_Base& storage, const std::string& prefix, std::vector<Set_Key>& keys) {
-  return storage.list(prefix, [&](const Client_IO_Base::Object_Info& info) {
+  return list_below(storage, prefix, [&](const Client_IO_Base::Object_Info& info) {
     Set_Key parts;
     if (parse_set_key(info.key, parts)) keys.push_back(std::move(parts));
     return true;

@@ -29,6 +29,10 @@ struct TESSARIN_API Set_Key {
 /// @retval false  it is not the key of a set's object; @a parts is undefined.
 TESSARIN_API bool parse_set_key(std::string_view key, Set_Key& parts);
 
+/// As Client_IO_Base::list(), and a storage that lists other keys than it was asked for is an error: EIO, logged.
+[[nodiscard]] bool list_below(Client_IO_Base& storage, const std::string& prefix,
+                              const Client_IO_Base::List_Callback& each);
+
 /// Adds the keys of all objects of sets that begin with @a prefix. False with errno; logged.
 [[nodiscard]] bool list_set_keys(Client_IO_Base& storage, const std::string& prefix, std::vector<Set_Key>& keys);
 

@@ -9,6 +9,7 @@
 
 #include "ace/Log_Msg.h"
 #include "kolt/printable.h"
+#include "mtf_backup/set/removal_marks.h"
 #include "mtf_backup/set/set_key.h"
 #include "mtf_backup/set/set_store.h"
 
@@ -22,10 +23,8 @@ struct Known_Set {
 };
 typedef std::map<std::string, Known_Set> Known_Sets;  // by directory
 
-/// All sets below a prefix whose record can be read: a damaged set needs none, since nothing brings it back.
-bool read_needs(Set_Store& store, Client_IO_Base& storage, const std::string& prefix, Known_Sets& sets) {
-  std::vector<Set_Key> keys;
-  if (!list_set_keys(storage, prefix, keys)) return false;
+/// All sets among the keys whose record can be read: a damaged set needs none, since nothing brings it back.
+bool read_needs(Set_Store& store, const std::vector<Set_Key>& keys, Known_Sets& sets) {
   for (const Set_Key& key : keys) {
     if (key.object != commit_name) continue;
     Commit_Record record;
@@ -38,6 +37,11 @@ bool read_needs(Set_Store& store, Client_IO_Base& storage, const std::string& pr
     for (Chain_Link& link : record.chain) known.needs.push_back(std::move(link.dir));
   }
   return true;
+}
+
+bool read_needs(Set_Store& store, Client_IO_Base& storage, const std::string& prefix, Known_Sets& sets) {
+  std::vector<Set_Key> keys;
+  return list_set_keys(storage, prefix, keys) && read_needs(store, keys, sets);
 }
 
 bool needs(const Known_Set& set, const std::string& dir) {
@@ -70,21 +74,15 @@ std::string next_to_go(const Known_Sets& sets, const std::set<std::string>& goin
   return *going.begin();
 }
 
-bool list_objects(Client_IO_Base& storage, const std::string& prefix, std::vector<std::string>& keys) {
-  return storage.list(prefix, [&](const Client_IO_Base::Object_Info& info) {
-    keys.push_back(info.key);
-    return true;
-  });
-}
-
-bool remove_all(Client_IO_Base& storage, const std::vector<std::string>& keys) {
-  return std::all_of(keys.begin(), keys.end(), [&](const std::string& key) { return storage.remove(key); });
-}
-
-bool remove_set(Client_IO_Base& storage, const std::string& dir) {
-  const std::string prefix = dir + "/";
-  std::vector<std::string> keys;
-  return storage.remove(prefix + commit_name) && list_objects(storage, prefix, keys) && remove_all(storage, keys);
+/// Adds the directories that hold objects, and of these the ones with a commit record.
+bool list_dirs(Client_IO_Base& storage, std::set<std::string>& dirs, std::vector<Set_Key>& commits) {
+  std::vector<Set_Key> keys;
+  if (!list_set_keys(storage, "", keys)) return false;
+  for (Set_Key& key : keys) {
+    dirs.insert(key.dir());
+    if (key.object == commit_name) commits.push_back(std::move(key));
+  }
+  return true;
 }
 
 }  // namespace
@@ -107,6 +105,10 @@ bool Set_Store::remove(const std::vector<Set_Id>& sets, const std::function<bool
     going.insert(id.dir());
     ids.emplace(id.dir(), id);
   }
+  Removal_Marks marks(*storage_);
+  for (const std::string& dir : going)
+    if (!marks.put(dir)) return false;
+  // Read behind the marks: of a set that is committed later the writer sees them.
   Known_Sets known;
   for (const std::string& name : names)
     if (!read_needs(*this, *storage_, name + "/", known)) return false;
@@ -116,7 +118,7 @@ bool Set_Store::remove(const std::vector<Set_Id>& sets, const std::function<bool
   }
   while (!going.empty()) {
     const std::string dir = next_to_go(known, going);
-    if (!remove_set(*storage_, dir)) return false;
+    if (!marks.remove_set(dir)) return false;
     going.erase(dir);
     if (!on_removed(ids.at(dir)) && !going.empty()) {
       errno = ECANCELED;
@@ -126,30 +128,49 @@ bool Set_Store::remove(const std::vector<Set_Id>& sets, const std::function<bool
   return true;
 }
 
-bool Set_Store::discard(const Set_Id& id) {
+bool Set_Store::discard(const Set_Id& id, const std::vector<Stored_Object>& objects) {
   const std::string prefix = id.dir() + "/";
-  std::vector<std::string> keys;
-  if (!list_objects(*storage_, prefix, keys)) return false;
+  std::vector<Set_Key> keys;
+  if (!list_set_keys(*storage_, prefix, keys)) return false;
   // Then it is somebody else's, who has won.
-  if (std::find(keys.begin(), keys.end(), prefix + commit_name) != keys.end()) return true;
-  return remove_all(*storage_, keys) && storage_->sweep(prefix);
+  if (std::any_of(keys.begin(), keys.end(), [](const Set_Key& key) { return key.object == commit_name; })) return true;
+  return std::all_of(objects.begin(), objects.end(),
+                     [&](const Stored_Object& object) { return storage_->remove(prefix + object.name); }) &&
+         storage_->sweep(prefix);
 }
 
 bool Set_Store::sweep() {
-  std::vector<Set_Key> keys;
-  if (!list_set_keys(*storage_, "", keys)) return false;
+  std::set<std::string> leftovers;
+  std::vector<Set_Key> commits;
+  if (!list_dirs(*storage_, leftovers, commits)) return false;
+  for (const Set_Key& key : commits) leftovers.erase(key.dir());
+  return (leftovers.empty() || sweep(leftovers)) && storage_->sweep("");
+}
+
+bool Set_Store::sweep(const std::set<std::string>& leftovers) {
+  Removal_Marks marks(*storage_);
+  for (const std::string& dir : leftovers)
+    if (!marks.put(dir)) return false;
+  // Listed behind the marks: of a set that is committed later the writer sees them.
+  std::set<std::string> dirs;
+  std::vector<Set_Key> commits;
+  Known_Sets known;
+  if (!list_dirs(*storage_, dirs, commits) || !read_needs(*this, commits, known)) return false;
   std::set<std::string> staying;
-  for (const Set_Key& key : keys)
-    if (key.object == commit_name) staying.insert(key.dir());
-  std::erase_if(keys, [&](const Set_Key& key) { return staying.contains(key.dir()); });
-  if (!keys.empty()) {
-    Known_Sets known;
-    if (!read_needs(*this, *storage_, "", known)) return false;
-    for (const auto& [dir, set] : known) staying.insert(set.needs.begin(), set.needs.end());
+  for (const auto& [dir, set] : known) staying.insert(set.needs.begin(), set.needs.end());
+  for (const Set_Key& key : commits) {
+    const std::string dir = key.dir();
+    staying.insert(dir);
+    if (leftovers.contains(dir))
+      ACE_ERROR((LM_WARNING, ACE_TEXT("Set %C was committed meanwhile and is not swept.\n"), printable(dir).c_str()));
   }
-  for (const Set_Key& key : keys)
-    if (!staying.contains(key.dir()) && !storage_->remove(key.dir() + "/" + key.object)) return false;
-  return storage_->sweep("");
+  for (const std::string& dir : leftovers) {
+    if (staying.contains(dir))
+      marks.lift(dir);
+    else if (!marks.remove_set(dir))
+      return false;
+  }
+  return true;
 }
 
 }  // namespace MTF_BACKUP

@@ -9,10 +9,12 @@
 #include "ace/Log_Msg.h"
 #include "client_io/encrypted_layout.h"
 #include "kolt/printable.h"
+#include "kolt/without_bad_alloc.h"
 #include "mtf_backup/set/damage.h"
 #include "mtf_backup/set/hash.h"
 #include "mtf_backup/set/open_object.h"
 #include "mtf_backup/set/percent.h"
+#include "mtf_backup/set/removal_marks.h"
 #include "mtf_backup/set/set_key.h"
 
 namespace MTF_BACKUP {
@@ -93,6 +95,13 @@ std::string encode_name(const std::string& name) {
   return encoded.substr(0, max_component - 1 - hash.size()) + "%" + hash;
 }
 
+std::string why_no_record(int error) {
+  if (error == ENOENT) return "is missing";
+  if (error == EBADMSG) return "has a damaged commit record";
+  if (error == ENOTSUP) return "was written by a newer program";
+  return std::string("cannot be read (") + std::strerror(error) + ")";
+}
+
 Set_Store::Set_Store(std::shared_ptr<Client_IO_Base> storage) : storage_(std::move(storage)) {}
 
 bool Set_Store::list(const Callback& each) {
@@ -157,22 +166,52 @@ bool Set_Store::begin(const std::string& name, uint32_t seq, Set_Id& id) {
 bool Set_Store::has_objects(const std::string& dir, const Commit_Record& record, std::string& problem) {
   std::map<std::string, uint64_t> sizes;
   const std::string prefix = dir + "/";
+  bool marked = false;
   const auto keep = [&](const Client_IO_Base::Object_Info& info) {
-    sizes[info.key.substr(prefix.size())] = info.size;
+    const std::string name = info.key.substr(prefix.size());
+    sizes[name] = info.size;
+    marked = marked || is_mark(name);
     return true;
   };
-  if (!storage_->list(prefix, keep)) {
+  if (!list_below(*storage_, prefix, keep)) {
     problem = std::string("the objects cannot be listed (") + std::strerror(errno) + ")";
     return false;
   }
+  if (marked) return being_removed(dir, problem);
   for (const Stored_Object& object : record.objects) {
     const auto found = sizes.find(object.name);
     if (found != sizes.end() && found->second == object.size) continue;
     problem =
         "object " + printable(prefix + object.name) + (found == sizes.end() ? " is missing" : " has another size");
+    errno = found == sizes.end() ? ENOENT : EBADMSG;
     return false;
   }
   return true;
+}
+
+bool Set_Store::read_member(const Chain_Link& link, Commit_Record& record, std::string& problem) {
+  const std::string set = "set " + printable(link.dir) + ", on which it builds,";
+  Commit_Record found;
+  if (!read(link.dir, found)) {
+    problem = set + ' ' + why_no_record(errno);
+    return false;
+  }
+  if (found.set_uuid != link.set_uuid) {
+    problem = set + " was replaced by another one";
+    errno = EBADMSG;
+    return false;
+  }
+  record = std::move(found);
+  return true;
+}
+
+/// Marks are looked for before what they protect: once a removal is through its mark is gone, and so is the rest.
+bool Set_Store::stands(const std::string& dir, const Commit_Record& record, std::string& problem) {
+  Commit_Record member;
+  return has_no_mark(*storage_, dir, problem) && has_objects(dir, record, problem) &&
+         std::all_of(record.chain.begin(), record.chain.end(), [&](const Chain_Link& link) {
+           return has_no_mark(*storage_, link.dir, problem) && read_member(link, member, problem);
+         });
 }
 
 bool Set_Store::commit(const Set_Id& id, const Commit_Record& record) {
@@ -185,7 +224,15 @@ bool Set_Store::commit(const Set_Id& id, const Commit_Record& record) {
   stored.incarnation = id.incarnation;
   const std::string text = stored.to_text();
   const std::unique_ptr<Client_IO_Base::Writer> writer = storage_->create(key);
-  return writer && writer->write(text.data(), text.size()) && writer->commit();
+  if (!writer || !writer->write(text.data(), text.size()) || !writer->commit()) return false;
+  std::string problem;
+  if (without_bad_alloc([&] { return stands(id.dir(), stored, problem); })) return true;
+  const int error = errno;
+  (void)storage_->remove(key);  // a failure has its line
+  if (error != ECANCELED && error != ENOMEM)
+    ACE_ERROR((LM_ERROR, ACE_TEXT("Set %C is given up: %C.\n"), printable(id.dir()).c_str(), problem.c_str()));
+  errno = error;
+  return false;
 }
 
 }  // namespace MTF_BACKUP

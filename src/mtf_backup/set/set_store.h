@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -29,7 +30,10 @@ TESSARIN_API std::string encode_name(const std::string& name);
 /**
  * The sets of one resource: <pool>/<host_uuid>/<minor_resource_id>. A set is what has a valid commit record.
  *
- * Writing: begin(), the media, the catalog, commit(). One writer per resource at a time; readers at any time.
+ * Writing: begin(), the media, the catalog, commit(). One writer per resource at a time; readers at any time. Where
+ * others write or remove all the same, in this process or another, somebody fails and no set that stands loses
+ * anything (doc/write-order.md).
+ *
  * Errors: false with errno, after one line at LM_ERROR, unless told otherwise.
  * Ownership: shares the storage. Threads: any, under the rule above.
  */
@@ -65,22 +69,29 @@ class TESSARIN_API Set_Store {
   /**
    * Writes the commit record, with the name and the numbers of @a id, which makes the set. All objects it names are
    * finished by then; one that is missing or has another size is a failure, and so is a set of its chain that is gone.
-   * @retval false  the set does not exist; errno EEXIST when a set of this id does.
+   * Afterwards it looks whether somebody has begun to remove the set or one of its chain, and then takes the record
+   * back.
+   * @retval false  the set does not exist; errno EEXIST when a set of this id does, EBUSY when one is being removed.
    */
   [[nodiscard]] bool commit(const Set_Id& id, const Commit_Record& record);
 
   /**
-   * Whether all objects that the record of the set in @a dir names are there in their sizes. Nothing of them is read.
+   * Whether all objects that the record of the set in @a dir names are there in their sizes, and nobody has begun to
+   * remove it. Nothing of them is read.
    * @param problem  on failure what is wrong, for a log line.
    */
   [[nodiscard]] bool has_objects(const std::string& dir, const Commit_Record& record, std::string& problem);
+
+  /// The record of a set of a chain. @param problem  on failure what is wrong, for a log line.
+  [[nodiscard]] bool read_member(const Chain_Link& link, Commit_Record& record, std::string& problem);
 
   /// The sets whose chain names this one: they cannot be restored without it. Records that are damaged have no say.
   [[nodiscard]] bool dependents(const Set_Id& id, std::vector<Set_Id>& sets);
 
   /**
    * Removes sets, those that build on others before these. Of each the commit record goes first, so that a crash leaves
-   * leftovers and never a set with holes. True as well where there was none. As a writer: one at a time.
+   * leftovers and never a set with holes. True as well where there was none. Before anything goes each is marked; a set
+   * that bears a mark can be read, but none builds on it any more. Removing it again finishes what was interrupted.
    *
    * @param on_removed  told of each that is gone; where it gives false the others stay.
    * @retval false  errno EBUSY: another set, which is not to be removed, needs one of them; then nothing is removed.
@@ -91,17 +102,23 @@ class TESSARIN_API Set_Store {
       const std::function<bool(const Set_Id&)>& on_removed = [](const Set_Id&) { return true; });
   [[nodiscard]] bool remove(const Set_Id& id) { return remove(std::vector<Set_Id>{id}); }
 
-  /// Removes what a writer that gave up has left of a set, unless a set of this id was committed after all. Reads
-  /// nothing, so that it works with a client that was cancelled.
-  [[nodiscard]] bool discard(const Set_Id& id);
+  /// Removes what a writer that gave up has left of a set: the objects that it finished, and those it did not. Nothing
+  /// where a set of this id was committed after all. Reads nothing, so that it works with a client that was cancelled.
+  [[nodiscard]] bool discard(const Set_Id& id, const std::vector<Stored_Object>& objects);
 
   /// Removes all that no commit record stands for: unfinished objects and whole directories of sets that were never
-  /// committed, but for directories that the chain of a set names. Not while another writer of the resource is at work.
-  /// Foreign objects stay.
+  /// committed, but for directories that the chain of a set names. A writer that is at work there fails. Foreign
+  /// objects stay.
   [[nodiscard]] bool sweep();
 
  private:
+  bool sweep(const std::set<std::string>& leftovers);
+  bool stands(const std::string& dir, const Commit_Record& record, std::string& problem);
+
   const std::shared_ptr<Client_IO_Base> storage_;
 };
+
+/// What errno says about a record that could not be had, for a log line.
+std::string why_no_record(int error);
 
 }  // namespace MTF_BACKUP

@@ -21,12 +21,16 @@ class Removal : public Store_Fixture {
   Set_Id make_set(uint32_t seq, const Dirs& chain = {}, const std::string& name = "a") {
     const Set_Id id{name, seq, 1};
     put(id.dir() + "/catalog");
-    Commit_Record record;
-    record.objects = {{"catalog", 5, std::string(32, '0')}};
-    if (!chain.empty()) record.base = chain.back();
-    for (const std::string& dir : chain) record.chain.push_back({dir, "uuid"});
-    EXPECT_TRUE(store_.commit(id, record));
+    EXPECT_TRUE(store_.commit(id, record(chain)));
     return id;
+  }
+  static Commit_Record record(const Dirs& chain = {}) {
+    Commit_Record made;
+    made.set_uuid = "uuid";
+    made.objects = {{"catalog", 5, std::string(32, '0')}};
+    if (!chain.empty()) made.base = chain.back();
+    for (const std::string& dir : chain) made.chain.push_back({dir, "uuid"});
+    return made;
   }
   void put(const std::string& key) { pool_->objects[key] = "bytes"; }
 
@@ -176,12 +180,8 @@ TEST_F(Removal, ASweepLeavesWhatAChainNames) {
 
 TEST_F(Removal, ASetIsNotCommittedWithoutTheSetsOfItsChain) {
   put("a/0000000002.1/catalog");
-  Commit_Record record;
-  record.objects = {{"catalog", 5, std::string(32, '0')}};
-  record.base = "a/0000000001.1";
-  record.chain = {{"a/0000000001.1", "uuid"}};
   Log_Capture log;
-  EXPECT_FALSE(store_.commit({"a", 2, 1}, record));
+  EXPECT_FALSE(store_.commit({"a", 2, 1}, record({"a/0000000001.1"})));
   EXPECT_EQ(errno, ENOENT);
   EXPECT_EQ(log.all(), error_line("Object \"a/0000000001.1/commit\" is missing.\n"));
   EXPECT_EQ(left(), Dirs{});
@@ -213,7 +213,7 @@ TEST_F(Removal, WhatWasGivenUpGoesWithAClientThatWasCancelled) {
   put(given_up.dir() + "/catalog");
   put("b/0000000002.1/catalog");
   storage_->cancel();
-  EXPECT_TRUE(store_.discard(given_up));
+  EXPECT_TRUE(store_.discard(given_up, {{"catalog", 5, ""}}));
   EXPECT_FALSE(pool_->objects.contains(given_up.dir() + "/catalog"));
   EXPECT_TRUE(pool_->objects.contains(whole.dir() + "/catalog"));
   EXPECT_TRUE(pool_->objects.contains("b/0000000002.1/catalog"));
@@ -221,9 +221,141 @@ TEST_F(Removal, WhatWasGivenUpGoesWithAClientThatWasCancelled) {
 
 TEST_F(Removal, ASetThatWasCommittedIsNotDiscarded) {
   const Set_Id whole = make_set(1);
-  EXPECT_TRUE(store_.discard(whole));
+  EXPECT_TRUE(store_.discard(whole, {{"catalog", 5, ""}}));
   EXPECT_EQ(left(), Dirs{whole.dir()});
   EXPECT_TRUE(pool_->objects.contains(whole.dir() + "/catalog"));
+}
+
+TEST_F(Removal, WhoGivesUpLeavesTheObjectsOfAnotherWriter) {
+  const Set_Id shared{"a", 1, 1};
+  put(shared.dir() + "/channel-000.mtf");
+  put(shared.dir() + "/channel-001.mtf");
+  EXPECT_TRUE(store_.discard(shared, {{"channel-001.mtf", 5, ""}}));
+  EXPECT_TRUE(pool_->objects.contains(shared.dir() + "/channel-000.mtf"));
+  EXPECT_FALSE(pool_->objects.contains(shared.dir() + "/channel-001.mtf"));
+}
+
+TEST_F(Removal, MarksBeforeItRemovesAndTakesTheMarkLast) {
+  const Set_Id one = make_set(1);
+  put(one.dir() + "/zzz");
+  const std::string mark = one.dir() + "/condemned-";
+  const auto marked = [&] { return pool_->objects.lower_bound(mark)->first.starts_with(mark); };
+  std::vector<size_t> sizes;
+  for (int nth = 0; nth < 3; ++nth) {
+    Fault_Plan plan(Fault_Plan::REMOVE, nth, EIO, true);
+    Set_Store failing(std::make_shared<Faulty_Client_IO>(*storage_, plan));
+    Log_Capture log;
+    EXPECT_FALSE(failing.remove(one));
+    EXPECT_TRUE(marked());
+    sizes.push_back(pool_->objects.size());
+  }
+  // Each time with a mark more: of "catalog", "commit" and "zzz" the record goes first.
+  EXPECT_EQ(sizes, (std::vector<size_t>{4, 4, 4}));
+  EXPECT_FALSE(pool_->objects.contains(one.dir() + "/commit"));
+  EXPECT_TRUE(store_.remove(one));
+  EXPECT_TRUE(pool_->objects.empty());
+}
+
+TEST_F(Removal, WhatARemoverThatWasKilledHasMarkedIsRemovedWhenItIsRunAgain) {
+  const Set_Id one = make_set(1);
+  put(one.dir() + "/condemned-0123456789abcdef");
+  EXPECT_EQ(left(), Dirs{one.dir()}) << "it is listed and read as before";
+  EXPECT_TRUE(store_.remove(one));
+  EXPECT_TRUE(pool_->objects.empty());
+}
+
+TEST_F(Removal, AMarkWithoutASetIsSwept) {
+  put("a/0000000001.1/condemned-0123456789abcdef");
+  EXPECT_TRUE(store_.sweep());
+  EXPECT_TRUE(pool_->objects.empty());
+}
+
+TEST_F(Removal, WhoGivesUpTakesTheOwnMarkAwayAndNoOther) {
+  const Set_Id one = make_set(1);
+  make_set(2, {one.dir()});
+  put(one.dir() + "/condemned-0123456789abcdef");
+  const auto before = pool_->objects;
+  Log_Capture log;
+  EXPECT_FALSE(store_.remove(one));
+  EXPECT_EQ(pool_->objects, before);
+}
+
+TEST_F(Removal, NoSetBuildsOnOneThatIsMarked) {
+  const Set_Id one = make_set(1);
+  put(one.dir() + "/condemned-0123456789abcdef");
+  put("a/0000000002.1/catalog");
+  std::string problem;
+  EXPECT_FALSE(store_.has_objects(one.dir(), record(), problem));
+  EXPECT_EQ(problem, "the removal of set a/0000000001.1 has begun");
+  Log_Capture log;
+  EXPECT_FALSE(store_.commit({"a", 2, 1}, record({one.dir()})));
+  EXPECT_EQ(errno, EBUSY);
+  EXPECT_EQ(log.all(), error_line("Set a/0000000002.1 is given up: the removal of set a/0000000001.1 has begun.\n"));
+  EXPECT_EQ(left(), Dirs{one.dir()});
+}
+
+TEST_F(Removal, NoSetBuildsOnOneThatTookThePlaceOfItsBase) {
+  const Set_Id one = make_set(1);
+  put("a/0000000002.1/catalog");
+  Commit_Record other = record({one.dir()});
+  other.chain[0].set_uuid = "that of the one before";
+  Log_Capture log;
+  EXPECT_FALSE(store_.commit({"a", 2, 1}, other));
+  EXPECT_EQ(log.all(),
+            error_line("Set a/0000000002.1 is given up: set a/0000000001.1, on which it builds, was replaced "
+                       "by another one.\n"));
+  EXPECT_EQ(left(), Dirs{one.dir()});
+}
+
+TEST_F(Removal, AFullPoolCanBeEmptied) {
+  for (const int error : {ENOSPC, EDQUOT}) {
+    const Set_Id one = make_set(1);
+    put("a/0000000002.1/catalog");
+    Fault_Plan plan(Fault_Plan::CREATE | Fault_Plan::COMMIT, 0, error, true);
+    Set_Store full(std::make_shared<Faulty_Client_IO>(*storage_, plan));
+    Log_Capture log;
+    EXPECT_TRUE(full.remove(one));
+    EXPECT_TRUE(full.sweep());
+    EXPECT_TRUE(pool_->objects.empty());
+    EXPECT_TRUE(log.has(LM_WARNING, "Set a/0000000001.1 is removed without a mark, for want of space.\n")) << log.all();
+  }
+}
+
+TEST_F(Removal, NothingIsRemovedWhereNoMarkCanBeMade) {
+  const Set_Id one = make_set(1);
+  const auto before = pool_->objects;
+  Fault_Plan plan(Fault_Plan::COMMIT, 0, EACCES);
+  Set_Store failing(std::make_shared<Faulty_Client_IO>(*storage_, plan));
+  Log_Capture log;
+  EXPECT_FALSE(failing.remove(one));
+  EXPECT_EQ(errno, EACCES);
+  EXPECT_EQ(pool_->objects, before);
+}
+
+/// Lists all that there is, whatever is asked for.
+struct Straying_Client_IO : Memory_Client_IO {
+  using Memory_Client_IO::Memory_Client_IO;
+  bool list(const std::string&, const List_Callback& each) override { return Memory_Client_IO::list("", each); }
+};
+
+TEST_F(Removal, AStorageThatListsWhatWasNotAskedForIsAnError) {
+  const Set_Id one = make_set(1);
+  const Set_Id two = make_set(2);
+  const auto before = pool_->objects;
+  pool_->objects["a"] = "";
+  Set_Store straying(std::make_shared<Straying_Client_IO>(pool_));
+  std::string problem;
+  Log_Capture log;
+  EXPECT_FALSE(straying.has_objects(one.dir(), record(), problem));
+  EXPECT_EQ(problem, "the objects cannot be listed (Input/output error)");
+  EXPECT_EQ(log.all(), error_line("The storage lists \"a\" where \"a/0000000001.1/\" was asked for.\n"));
+  pool_->objects.erase("a");
+  EXPECT_FALSE(straying.discard(one, {}));
+  EXPECT_EQ(errno, EIO);
+  EXPECT_FALSE(straying.remove(two));
+  EXPECT_EQ(errno, EIO);
+  for (const auto& [key, bytes] : before)
+    EXPECT_TRUE(pool_->objects.contains(key) || key.starts_with(two.dir())) << key;
 }
 
 }  // namespace

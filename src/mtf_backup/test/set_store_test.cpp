@@ -332,7 +332,9 @@ TEST_F(Sets, RemovingTakesTheRecordFirst) {
   Set_Store failing(std::make_shared<Faulty_Client_IO>(*storage_, plan));
   Log_Capture log;
   EXPECT_FALSE(failing.remove(id));
-  EXPECT_EQ(keys(), (Strings{"a/0000000001.1/catalog", "b/0000000001.1/catalog", "b/0000000001.1/commit"}));
+  EXPECT_THAT(keys(),
+              ::testing::ElementsAre("a/0000000001.1/catalog", ::testing::StartsWith("a/0000000001.1/condemned-"),
+                                     "b/0000000001.1/catalog", "b/0000000001.1/commit"));
   EXPECT_TRUE(store_.remove(id));
   EXPECT_TRUE(store_.remove(id));
   EXPECT_EQ(keys(), (Strings{"b/0000000001.1/catalog", "b/0000000001.1/commit"}));
@@ -369,7 +371,8 @@ TEST_F(Sets, EveryFailureOfTheStorageMakesNoSetOrAWholeOne) {
     }
     EXPECT_FALSE(committed) << nth;
     EXPECT_EQ(errno, EIO);
-    EXPECT_EQ(log.lines().size(), 1u) << log.all();
+    EXPECT_TRUE(log.lines().size() == 1 || log.has_containing(LM_ERROR, "Set a/0000000001.1 is given up: "))
+        << log.all();
     EXPECT_EQ(listed(), Strings{});
     EXPECT_TRUE(store_.sweep());
     EXPECT_TRUE(pool_->objects.empty());
