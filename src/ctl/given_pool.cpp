@@ -1,5 +1,7 @@
 #include "ctl/given_pool.h"
 
+#include <cerrno>
+#include <cstring>
 #include <filesystem>
 
 #include "ctl/failure.h"
@@ -12,8 +14,10 @@ namespace {
 
 Pool_Info read_pool_file(const std::string& file) {
   json_spirit::Value document;
-  if (!json_spirit::load_json(file.c_str(), document, json_spirit::LOAD_STRICT) ||
-      document.type() != json_spirit::obj_type)
+  const bool loaded = json_spirit::load_json(file.c_str(), document, json_spirit::LOAD_STRICT);
+  if (!loaded && errno != EBADMSG)
+    throw Failure(exit_usage, "The file '" + file + "' cannot be read: " + std::strerror(errno) + ".");
+  if (!loaded || document.type() != json_spirit::obj_type)
     throw Failure(exit_usage, "The file '" + file + "' is no JSON object.");
   Pool_Info info;
   info << document.get_obj();

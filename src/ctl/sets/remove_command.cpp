@@ -115,15 +115,22 @@ void take_dependents(const Options& options, const Pool_Sets& sets, std::vector<
                                   "\nGive --with-dependents to remove those too.");
 }
 
+/// All rules, and of the sets that need it the first one.
+std::string reasons_text(const Retention_Verdict& verdict) {
+  std::string text;
+  const size_t shown = std::min(verdict.reasons.size(), verdict.by_rules + 1);
+  for (size_t i = 0; i < shown; ++i) text += (text.empty() ? "" : ", ") + verdict.reasons[i];
+  const size_t more = verdict.reasons.size() - shown;
+  return more == 0 ? text : text + " and " + std::to_string(more) + " more";
+}
+
 void print_verdicts(std::ostream& out, const std::vector<Pool_Set>& sets,
                     const std::vector<Retention_Verdict>& verdicts) {
   Table table({"SET", "TIME", ">STORED", "RESULT", "REASON", "RESOURCE", "HOST"});
   for (size_t i = 0; i < sets.size(); ++i) {
-    std::string reasons;
-    for (const std::string& reason : verdicts[i].reasons) reasons += (reasons.empty() ? "" : ", ") + reason;
     const MTF_BACKUP::Commit_Record& record = sets[i].record;
     table.add({set_label(sets[i].key), human_time(record.begin_time), human_size(record.summary.storage_size),
-               verdicts[i].keep ? "keep" : "remove", reasons, printable(sets[i].key.resource),
+               verdicts[i].keep ? "keep" : "remove", reasons_text(verdicts[i]), printable(sets[i].key.resource),
                printable(sets[i].key.host)});
   }
   table.print(out);
@@ -179,7 +186,7 @@ Exit_Code sets_remove(const Options& options, std::ostream& out, std::ostream& e
 
 Exit_Code sets_prune(const Options& options, std::ostream& out, std::ostream& err) {
   const Sets_Options& given = options.sets;
-  if (given.keep.last + given.keep.daily + given.keep.weekly == 0)
+  if (given.keep.last == 0 && given.keep.daily == 0 && given.keep.weekly == 0)
     throw Failure(exit_usage, "Give --keep-last, --keep-daily or --keep-weekly: at least one set has to be kept.");
   const Pool pool = Pool::of(options);
   pool.check();

@@ -59,8 +59,9 @@ std::vector<Retention_Verdict> judge(const std::vector<Pool_Set>& sets, const Re
     if (name.empty() || sets[i].record.name == name)
       names[{sets[i].key.host, sets[i].key.resource, sets[i].key.set.name}].push_back(i);
     else
-      verdicts[i] = {true, {"another name"}};
+      verdicts[i] = {true, {"another name"}, 0};
   for (auto& [place, numbers] : names) judge_name(sets, numbers, rules, verdicts);
+  for (Retention_Verdict& verdict : verdicts) verdict.by_rules = verdict.reasons.size();
 
   // A chain names all sets that it needs, so nothing that is kept for another one needs more.
   const std::vector<Retention_Verdict> by_rules = verdicts;

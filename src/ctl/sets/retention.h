@@ -12,6 +12,7 @@ namespace ctl {
 struct Retention_Verdict {
   bool keep = false;
   std::vector<std::string> reasons;  ///< to keep it: "last 1", "day 2024-05-31", "week 2024-W22", "needed by data:3.1"
+  size_t by_rules = 0;               ///< so many of these are rules; the others name sets that need it
 };
 
 /**

@@ -58,11 +58,17 @@ void add_changes(CLI::App* group, Options& options) {
 }  // namespace
 
 void add_pool_options(CLI::App* command, Options& options) {
-  CLI::Option* const url = command->add_option(
-      "--pool", options.pool, "URL of the storage pool, or a directory; default: TESSARIN_POOL, or the agent's pool");
+  // An empty one may be a variable that was not set: another pool is none that was meant.
+  const CLI::Validator not_empty([](std::string& text) { return text.empty() ? "it is empty" : ""; }, "");
+  CLI::Option* const url =
+      command
+          ->add_option("--pool", options.pool,
+                       "URL of the storage pool, or a directory; default: TESSARIN_POOL, or the agent's pool")
+          ->check(not_empty);
   command
       ->add_option("--pool-file", options.pool_file,
                    "JSON file that describes the pool: url, and for some pools credentials, cipher and key")
+      ->check(not_empty)
       ->excludes(url);
 }
 

@@ -34,11 +34,21 @@ TEST(Given_Pool, The_file_goes_before_the_url) {
 TEST(Given_Pool, A_file_that_describes_no_pool_is_refused) {
   test_support::Temp_Dir dir;
   Options options;
-  options.pool_file = dir / "missing";
-  EXPECT_THROW(given_pool(options), Failure);
   for (const char* text : {"", "[]", "{}", "{\"url\": 1}", "{\"url\": \"/p\""}) {
     options.pool_file = dir.write("pool.json", text);
     EXPECT_THROW(given_pool(options), Failure) << text;
+  }
+}
+
+TEST(Given_Pool, A_file_that_cannot_be_read_is_refused_with_the_reason) {
+  test_support::Temp_Dir dir;
+  Options options;
+  options.pool_file = dir / "missing";
+  try {
+    given_pool(options);
+    FAIL() << "it was taken";
+  } catch (const Failure& failure) {
+    EXPECT_EQ(failure.what(), "The file '" + options.pool_file + "' cannot be read: No such file or directory.");
   }
 }
 

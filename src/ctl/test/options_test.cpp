@@ -311,4 +311,13 @@ TEST_F(Options_Test, Secret_needs_to_know_what_to_do_and_with_which_key) {
   EXPECT_EQ(exit_code_, 2);
 }
 
+TEST_F(Options_Test, An_empty_pool_is_refused_and_not_taken_for_the_agents_own) {
+  for (const char* option : {"--pool", "--pool-file"}) {
+    EXPECT_FALSE(parse({"sets", "list", option, ""})) << option;
+    EXPECT_EQ(exit_code_, 2);
+    EXPECT_THAT(err_.str(), HasSubstr(option));
+  }
+  EXPECT_FALSE(parse({"backup", "--pool=", "/data"}));
+}
+
 }  // namespace

@@ -32,7 +32,7 @@ TEST_F(Sets_Program, What_an_export_leaves_out_is_named) {
   write("file", "x");
   make_socket("socket");
   ASSERT_TRUE(back_up());
-  EXPECT_THAT(shell(program("export data --format tar '" + (dir_ / "set.tar") + "'") + "; test $? = 1"),
+  EXPECT_THAT(shell("(" + program("export data --format tar '" + (dir_ / "set.tar") + "'") + ") 2>&1; test $? = 1"),
               HasSubstr(source_ + "/socket is left out: there is no place for a socket.\n"));
 }
 

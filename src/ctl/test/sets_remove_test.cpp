@@ -167,6 +167,7 @@ TEST_F(Sets_Remove, Prune_tells_first_and_does_it_when_told) {
   write("file", "x");
   ASSERT_TRUE(back_up({.seq = 4}) && back_up({.name = "other"}));
   EXPECT_EQ(run({"sets", "prune"}), exit_usage);
+  EXPECT_EQ(run({"sets", "prune", "--keep-last", "4294967295", "--keep-daily", "1"}), exit_ok) << failure_;
   EXPECT_EQ(run({"sets", "prune", "--keep-last", "1"}), exit_ok);
   EXPECT_THAT(out_.str(), ContainsRegex("data:1.1 .* remove .*\ndata:2.1 .* remove .*\ndata:3.1 .* remove .*\n"
                                         "data:4.1 .* keep  +last 1 "));
