@@ -77,11 +77,14 @@ void Export_Run::write_entries(Catalog_Reader& catalog, Entry_Reader& reader) {
   Catalog_Entry entry;
   int got = 0;
   while (!state_.stopping() && (got = catalog.next(entry)) > 0) {
+    const uint64_t before = state_.processed;
     if (entry.source >= record_.sources.size()) {
       if (!leave_out(entry, "it lies in no source of the set")) return;
     } else if (!write_entry(entry, reader)) {
       return;
     }
+    // The total counts files with their holes, and each of their names.
+    if (!entry.is_directory()) state_.processed = before + entry.stat.size;
   }
   if (got < 0 && !state_.stopping()) state_.fail(errno == EBADMSG ? MTF::E_CORRUPT : MTF::E_OPEN_MEDIA);
 }
@@ -119,9 +122,10 @@ bool Export_Run::write_entry(const Catalog_Entry& entry, Entry_Reader& reader) {
   ++entries_;
   if (entry.flags & CAT_BARE)
     ACE_ERROR((LM_WARNING, ACE_TEXT("%C is incomplete: %C.\n"), shown(entry).c_str(), missing_text(entry).c_str()));
+  const uint64_t before = state_.processed;
   for (; got > 0; got = reader.next(at, piece)) {
     if (state_.stopping() || !put(format_->data(at, {piece.data(), piece.size()}))) return false;
-    state_.processed += piece.size();
+    state_.processed = before + at + piece.size();
   }
   if (got == 0) return put(format_->end_entry());
   if (state_.stopping()) return false;
