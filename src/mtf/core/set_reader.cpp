@@ -87,6 +87,22 @@ bool Set_Reader::read_end(const File_Data& data, File_End& end) {
   return true;
 }
 
+bool Set_Reader::read_damage(const File_End& end, File_Damage& damage, uint64_t& valid_size) {
+  damage = FD_NONE;
+  valid_size = 0;
+  if (!end.corrupt) return true;
+  if (!blocks_.block(end.next_offset)) return false;
+  if (blocks_.type() != block_cfil) return blocks_.fail(end.next_offset, "no note about the damaged file before");
+  parse_damage(damage, valid_size);
+  return true;
+}
+
+/// Of the current block.
+void Set_Reader::parse_damage(File_Damage& damage, uint64_t& valid_size) const {
+  damage = (blocks_.get32(52) & damage_length_changed) != 0 ? FD_LENGTH_CHANGED : FD_UNREADABLE;
+  valid_size = blocks_.get64(64);
+}
+
 bool Set_Reader::read_extent(const File_Data& data, File_Extent& extent) {
   Stream stream;
   uint64_t at = extent.offset == 0 ? data.offset : extent.offset + extent.size;
@@ -125,8 +141,7 @@ bool Set_Reader::next(Set_Item& item) {
         return reading_ = next_entry(item);
       case block_cfil:
         item.type = Set_Item::DAMAGE;
-        item.damage = (blocks_.get32(52) & damage_length_changed) != 0 ? FD_LENGTH_CHANGED : FD_UNREADABLE;
-        item.valid_size = blocks_.get64(64);
+        parse_damage(item.damage, item.valid_size);
         return reading_ = skip_streams(blocks_.streams_at());
       case block_eset:
         item.type = Set_Item::END;

@@ -86,6 +86,8 @@ class TESSARIN_API Set_Reader {
   bool read_extent(const File_Data& data, File_Extent& extent);
   /// Reads on behind the data of a file (or a directory's streams) that read_entry() or next() gave.
   bool read_end(const File_Data& data, File_End& end);
+  /// Reads the note behind a file whose data is marked as damaged. FD_NONE where it is not.
+  bool read_damage(const File_End& end, File_Damage& damage, uint64_t& valid_size);
 
   const std::string& error() const { return blocks_.error(); }
 
@@ -94,6 +96,7 @@ class TESSARIN_API Set_Reader {
   bool parse_stream(const Stream& stream, Entry& entry);
   bool next_volume(Volume& volume);
   bool next_entry(Set_Item& item);
+  void parse_damage(File_Damage& damage, uint64_t& valid_size) const;
   bool skip_streams(uint64_t at);
 
   Block_Reader blocks_;

@@ -384,8 +384,17 @@ TEST(SetRoundTrip, ADamagedFileKeepsItsLengthAndIsFollowedByANote) {
   File_End end;
   ASSERT_TRUE(reader.read_entry(short_offset, entry, data) && reader.read_end(data, end)) << reader.error();
   EXPECT_TRUE(end.corrupt);
+  File_Damage damage = FD_NONE;
+  uint64_t valid_size = 0;
+  ASSERT_TRUE(reader.read_damage(end, damage, valid_size)) << reader.error();
+  EXPECT_EQ(damage, FD_LENGTH_CHANGED);
+  EXPECT_EQ(valid_size, 4u);
   ASSERT_TRUE(reader.read_end(items[6].data, end)) << reader.error();
   EXPECT_FALSE(end.corrupt);
+  ASSERT_TRUE(reader.read_damage(end, damage, valid_size)) << reader.error();
+  EXPECT_EQ(damage, FD_NONE);
+  end.corrupt = true;
+  EXPECT_FALSE(reader.read_damage(end, damage, valid_size)) << "no note follows";
 }
 
 TEST(SetRoundTrip, BlocksAreNumberedAsTheFormatAsks) {
