@@ -140,6 +140,19 @@ TEST_F(Verify, A_damaged_frame_is_told_with_its_offset_and_the_files_in_it) {
     }
 }
 
+TEST_F(Verify, Further_names_of_a_file_that_is_hit_are_hit) {
+  write("bad", noise(1000));
+  write("c", noise(3 << 20));  // what is below lies in another frame
+  write("sub/good", "good");
+  std::filesystem::create_hard_link(source_ + "/bad", source_ + "/sub/other");
+  ASSERT_TRUE(back_up());
+  flip(object("channel-000.mtf"), 1000);
+  EXPECT_EQ(verify(true), MTF::E_CORRUPT);
+  EXPECT_EQ(files(), (Names{"", "/bad", "/c", "/sub/other"}));
+  const auto named = [](const Finding& finding) { return !finding.path.empty(); };
+  EXPECT_EQ(std::count_if(findings_.begin(), findings_.end(), named), 4) << "each is told once";
+}
+
 TEST_F(Verify, Every_damaged_object_is_named_not_only_the_first) {
   make_set();
   flip(object("channel-000.mtf.zst"), 100);

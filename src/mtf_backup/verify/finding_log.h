@@ -24,7 +24,7 @@ class Finding_Log : public Damage_Listener {
   /// @param path  in the set; @a medium, @a offset: where it lies.
   void hit(const std::string& path, const std::string& medium, uint64_t offset) {
     std::lock_guard<std::mutex> guard(lock_);
-    hits_ = true;
+    hits_.insert(path);
     if (callback_) callback_({medium, offset, {}, path});
   }
   /// @param path  of an entry that the set does not have in all; @a what: as missing_text().
@@ -35,7 +35,15 @@ class Finding_Log : public Damage_Listener {
 
   bool empty() const {
     std::lock_guard<std::mutex> guard(lock_);
-    return objects_.empty() && !hits_;
+    return objects_.empty() && hits_.empty();
+  }
+  bool has_hits() const {
+    std::lock_guard<std::mutex> guard(lock_);
+    return !hits_.empty();
+  }
+  bool is_hit(const std::string& path) const {
+    std::lock_guard<std::mutex> guard(lock_);
+    return hits_.contains(path);
   }
   /// Whether something was found in this object.
   bool knows(const std::string& key) const {
@@ -49,7 +57,7 @@ class Finding_Log : public Damage_Listener {
   const Note_Callback& note_callback_;
   mutable std::mutex lock_;
   std::set<std::pair<std::string, uint64_t>> objects_;  // guarded by lock_, as all below
-  bool hits_ = false;
+  std::set<std::string> hits_;                          // paths in the set
 };
 
 }  // namespace MTF_BACKUP

@@ -98,7 +98,10 @@ void Verify_Run::check(const std::string& dir) {
     for (auto& queue : queues) queue->close();
   });
   if (!run_threads(bodies, progress, stop)) return;
-  if (settings_.with_data && !run_threads({[&] { check_hashes(dir, set); }}, progress, stop)) return;
+  const auto finish = [&] {
+    if (check_links(dir, media)) check_hashes(dir, set);
+  };
+  if (settings_.with_data && !run_threads({finish}, progress, stop)) return;
   progress.finish();
 }
 
@@ -124,6 +127,20 @@ bool Verify_Run::check_structure(Set_Check& set, Queues& queues) {
 bool Verify_Run::is_read(const Catalog_Entry& entry) const {
   if (entry.flags & CAT_SKIPPED) return false;
   return entry.set == 0 || !settings_.verified.contains(record_.chain[entry.set - 1].dir);
+}
+
+/// Further names of a file that is hit have no data of their own.
+bool Verify_Run::check_links(const std::string& dir, Medium_Set& media) {
+  if (!findings_.has_hits()) return true;
+  Set_Check set(*plain_storage_, record_, dir, findings_);
+  const bool checked = set.check_catalog(state_, [&](const Catalog_Entry& entry) {
+    const std::string path = shown_path(record_, entry);
+    if (findings_.is_hit(entry.hard_link_target) && !findings_.is_hit(path))
+      findings_.hit(path, media.name(entry.set, entry.channel), entry.offset);
+    return true;
+  });
+  if (!checked && !state_.stopping()) state_.fail(MTF::E_OPEN_MEDIA);
+  return checked;
 }
 
 void Verify_Run::check_hashes(const std::string& dir, Set_Check& set) {

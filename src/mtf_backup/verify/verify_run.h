@@ -37,6 +37,7 @@ class Verify_Run {
   bool run_threads(const std::vector<std::function<void()>>& bodies, Progress_Reporter& progress,
                    const std::function<void()>& stop);
   bool check_structure(Set_Check& set, Queues& queues);
+  bool check_links(const std::string& dir, Medium_Set& media);
   void check_hashes(const std::string& dir, Set_Check& set);
   bool is_read(const Catalog_Entry& entry) const;
 
