@@ -26,10 +26,12 @@ struct Export_Settings {
 /**
  * Writes a whole set, with what of it lies in older sets, as one stream that other programs read.
  *
- * An entry whose attributes the set lacks is written with a line at LM_WARNING. Left out, with a line at LM_WARNING, is
- * what the set does not hold (skipped entries), what the form has no place for (sockets in tar), and what would lead
- * whoever unpacks the stream elsewhere (names with ".."). Damaged entries are left out too, with the line at LM_ERROR
- * of whoever found the damage; where it is found when a part of a file is written already the export ends.
+ * Left out, with a line at LM_WARNING, is what the set does not hold (skipped entries), what the form has no place for
+ * (sockets in tar), and what would lead whoever unpacks the stream elsewhere (names with ".."). Damaged entries are
+ * left out too, with the line at LM_ERROR of whoever found the damage; where it is found when a part of a file is
+ * written already the export ends. Further names of what is left out go with it. Written as the set holds it, with a
+ * line at LM_WARNING, is a file that became shorter while it was backed up, and an entry whose attributes the set
+ * lacks.
  *
  * Ownership: borrows the descriptor. Threads: one at a time; the event handler is called by the caller's.
  */

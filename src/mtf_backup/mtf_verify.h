@@ -33,8 +33,7 @@ typedef std::function<void(const Verify_Note&)> Note_Callback;  ///< likewise
 struct Verify_Settings {
   Channel_Factory_var channel_factory;
   bool with_data = false;
-  std::set<std::string>
-      verified;  ///< directories of sets whose data is known to be whole, so that chains need not read it
+  std::set<std::string> verified;  ///< directories of sets that were found whole: chains need not read them
   Finding_Callback on_finding;
   Note_Callback on_note;
 };

@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "mtf/core/entry.h"
+#include "mtf/core/set_info.h"
 #include "mtf_backup/set/commit_record.h"
 
 namespace MTF_BACKUP {
@@ -18,10 +19,12 @@ struct Extent {
 
 /// An entry as an export writes it.
 struct Export_Entry {
-  MTF::Entry entry;             ///< path relative to its source
-  uint64_t size = 0;            ///< of a regular file that is no further name: with its holes
-  std::vector<Extent> extents;  ///< where a file with holes has data
-  bool sparse = false;          ///< the extents count; otherwise there are `size` bytes
+  MTF::Entry entry;                        ///< path relative to its source
+  uint64_t size = 0;                       ///< of a regular file that is no further name: with its holes
+  std::vector<Extent> extents;             ///< where a file with holes has data
+  bool sparse = false;                     ///< the extents count; otherwise there are `size` bytes
+  MTF::File_Damage damage = MTF::FD_NONE;  ///< of a file that could not be backed up whole:
+  uint64_t valid_size = 0;                 ///< from here on its data is filling
 };
 
 /**

@@ -96,6 +96,8 @@ bool Export_Run::write_entry(const Catalog_Entry& entry, Entry_Reader& reader) {
   if (!has_plain_names(entry.path) || leads_elsewhere(record_.sources[entry.source]))
     return leave_out(entry, "not a plain path");
   if (leads_elsewhere(entry.hard_link_target)) return leave_out(entry, "its other name is not a plain path");
+  if (lost_names_.contains(entry.hard_link_target))
+    return leave_out(entry, "the file that it is a name of is left out");
   if (!reader.open(entry)) return leave_out_damaged(entry);
   Export_Entry exported;
   exported.entry = reader.block();
@@ -106,6 +108,7 @@ bool Export_Run::write_entry(const Catalog_Entry& entry, Entry_Reader& reader) {
   if (!format_->takes(exported.entry)) return leave_out(entry, "there is no place for a socket");
   if (S_ISREG(entry.stat.mode) && entry.hard_link_target.empty()) {
     exported.size = reader.file_size();
+    if (!find_damage(entry, reader, exported)) return leave_out_damaged(entry);
     if (entry.data_size < exported.size && !find_extents(entry, reader, exported)) return leave_out_damaged(entry);
   }
   if (!has_source_ || source_ != entry.source) {
@@ -134,6 +137,15 @@ bool Export_Run::write_entry(const Catalog_Entry& entry, Entry_Reader& reader) {
   return false;
 }
 
+/// Takes over what the medium notes of a file that could not be backed up whole, and names it.
+bool Export_Run::find_damage(const Catalog_Entry& entry, Entry_Reader& reader, Export_Entry& exported) {
+  if (!(entry.flags & CAT_CORRUPT)) return true;
+  if (!reader.damage(exported.damage, exported.valid_size)) return false;
+  ACE_ERROR((LM_WARNING, ACE_TEXT("%C %C: from byte %Q on it is filled with zeros.\n"), shown(entry).c_str(),
+             printable(entry.reason).c_str(), exported.valid_size));
+  return true;
+}
+
 /// Reads a file with holes once to see where it has data, since that is told in front of the data; then opens it again.
 bool Export_Run::find_extents(const Catalog_Entry& entry, Entry_Reader& reader, Export_Entry& exported) {
   exported.sparse = true;
@@ -159,7 +171,7 @@ bool Export_Run::put(bool written) {
 }
 
 bool Export_Run::leave_out(const Catalog_Entry& entry, const char* why) {
-  ++left_out_;
+  note_left_out(entry);
   ACE_ERROR((LM_WARNING, ACE_TEXT("%C is left out: %C.\n"), shown(entry).c_str(), printable(why).c_str()));
   return true;
 }
@@ -173,9 +185,16 @@ bool Export_Run::leave_out_damaged(const Catalog_Entry& entry) {
     return false;
   }
   damaged_ = true;
-  ++left_out_;
+  note_left_out(entry);
   ACE_ERROR((LM_ERROR, ACE_TEXT("%C is left out: its data in the set is damaged.\n"), shown(entry).c_str()));
   return true;
+}
+
+/// Its further names, which come later, are left out too.
+void Export_Run::note_left_out(const Catalog_Entry& entry) {
+  ++left_out_;
+  if (entry.stat.nlink > 1 && entry.hard_link_target.empty() && entry.source < record_.sources.size())
+    lost_names_.insert(path_in_set(record_.sources[entry.source], entry.path));
 }
 
 std::string Export_Run::shown(const Catalog_Entry& entry) const {

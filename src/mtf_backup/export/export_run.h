@@ -1,6 +1,7 @@
 #pragma once
 
 #include <memory>
+#include <set>
 #include <string>
 
 #include "mtf/core/error_code.h"
@@ -36,10 +37,12 @@ class Export_Run {
   void write(Catalog_Reader& catalog, Medium_Set& media);
   void write_entries(Catalog_Reader& catalog, Entry_Reader& reader);
   bool write_entry(const Catalog_Entry& entry, Entry_Reader& reader);
+  bool find_damage(const Catalog_Entry& entry, Entry_Reader& reader, Export_Entry& exported);
   bool find_extents(const Catalog_Entry& entry, Entry_Reader& reader, Export_Entry& exported);
   bool put(bool written);
   bool leave_out(const Catalog_Entry& entry, const char* why);
   bool leave_out_damaged(const Catalog_Entry& entry);
+  void note_left_out(const Catalog_Entry& entry);
   std::string shown(const Catalog_Entry& entry) const;
 
   const Export_Settings& settings_;
@@ -55,6 +58,7 @@ class Export_Run {
   bool damaged_ = false;
   uint64_t entries_ = 0;
   uint64_t left_out_ = 0;
+  std::set<std::string> lost_names_;  // paths in the set of entries that were left out and have further names
 };
 
 }  // namespace MTF_BACKUP

@@ -27,6 +27,8 @@ bool MTF_Format::entry(const Export_Entry& entry) {
   directory_ = S_ISDIR(entry.entry.stat.mode);
   extents_ = entry.extents;
   next_extent_ = 0;
+  damage_ = entry.damage;
+  valid_size_ = entry.valid_size;
   if (directory_) return writer_.directory(entry.entry);
   return entry.sparse ? writer_.begin_sparse_file(entry.entry, entry.size)
                       : writer_.begin_file(entry.entry, entry.size);
@@ -52,7 +54,7 @@ bool MTF_Format::put(std::string_view bytes) {
 }
 
 bool MTF_Format::end_entry() {
-  return directory_ || writer_.end_file();
+  return directory_ || writer_.end_file(damage_, valid_size_);
 }
 
 }  // namespace MTF_BACKUP

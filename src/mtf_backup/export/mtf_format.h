@@ -28,6 +28,8 @@ class MTF_Format : public Export_Format {
   bool directory_ = false;  // the current entry is one
   std::vector<Extent> extents_;
   size_t next_extent_ = 0;
+  MTF::File_Damage damage_ = MTF::FD_NONE;
+  uint64_t valid_size_ = 0;
 };
 
 }  // namespace MTF_BACKUP

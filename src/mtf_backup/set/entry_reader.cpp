@@ -70,6 +70,12 @@ const char* Entry_Reader::end_of_data() const {
   return has_hash && hash_.value() != entry_->data_hash ? "the data is not what was backed up" : nullptr;
 }
 
+bool Entry_Reader::damage(MTF::File_Damage& damage, uint64_t& valid_size) {
+  MTF::File_End end;
+  if (reader_->read_end(data_, end) && reader_->read_damage(end, damage, valid_size)) return true;
+  return failed(entry_->offset, reader_->error().c_str());
+}
+
 int Entry_Reader::next(uint64_t& at, Frame_View& bytes) {
   bytes = Frame_View();
   if (left_ == 0) {

@@ -31,6 +31,9 @@ class TESSARIN_API Entry_Reader {
   /// Length of the file, with its holes.
   uint64_t file_size() const { return data_.sparse ? data_.file_size : data_.size; }
 
+  /// What the writer noted of the file's data: from @a valid_size on it is filling unless that is FD_NONE.
+  [[nodiscard]] bool damage(MTF::File_Damage& damage, uint64_t& valid_size);
+
   /**
    * The next piece of data, in the order of the file. What no piece covers is a hole.
    *
