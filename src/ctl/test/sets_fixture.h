@@ -62,7 +62,7 @@ class Sets_Fixture : public ::testing::Test {
   bool back_up() { return back_up(Backup()); }
   bool back_up(const Backup& args) {
     // What is younger than the set before is read again, so that is made younger than all files.
-    if (args.incremental) date_sets([](uint32_t) { return std::time(nullptr) + 10; });
+    if (args.incremental) date_sets([](uint32_t) { return std::time(nullptr) + 100; });
     const bool ok = make_set(args);
     date_sets([](uint32_t seq) { return 1717372800 + seq * 86400; });
     return ok;

@@ -11,8 +11,11 @@ namespace MTF_BACKUP {
 
 namespace {
 
-/// Filesystems tell times in steps of up to this many seconds.
-constexpr uint64_t clock_step = 2;
+/// What had changed within so many seconds before the older set was begun may have changed again with the same times. A
+/// store to memory that a file is mapped to moves them only where its page is clean: those that follow move nothing
+/// until the page was written back, which by default is at most 35 seconds later. Steps of clocks, of up to two
+/// seconds, are less. A filesystem in memory never writes back: there such stores are not found.
+constexpr uint64_t young_age = 60;
 
 uint64_t catalog_size(const Commit_Record& record) {
   const Stored_Object* catalog = record.find(catalog_name);
@@ -20,7 +23,7 @@ uint64_t catalog_size(const Commit_Record& record) {
 }
 
 bool is_before(const MTF::Timestamp& time, int64_t moment) {
-  return time.sec<moment&& static_cast<uint64_t>(moment) - static_cast<uint64_t>(time.sec)> clock_step;
+  return time.sec<moment&& static_cast<uint64_t>(moment) - static_cast<uint64_t>(time.sec)> young_age;
 }
 
 }  // namespace

@@ -19,7 +19,7 @@ namespace MTF_BACKUP {
  * An entry is as it was when all that a change of it would change is the same: type, mode, owner, device number, inode,
  * size, and the times of the last modification and change to the nanosecond. The number of its filesystem may differ:
  * that is another one after a restart. Read again is as well what the older set holds not as it was, and what had
- * changed so shortly before that set was begun that a later change may have left the same times.
+ * changed less than a minute before that set was begun, so that a later change may have left the same times.
  *
  * Where the catalog is damaged, what follows is taken as changed, after a line at LM_WARNING.
  * Memory: one block of the catalog. Threads: one at a time.

@@ -111,12 +111,13 @@ TEST_F(Base_Merge_Test, WhatIsFlaggedIsRead) {
   }
 }
 
-TEST_F(Base_Merge_Test, TimesHaveToBeMoreThanTwoSecondsOlderThanTheSet) {
+TEST_F(Base_Merge_Test, TimesHaveToBeMoreThanAMinuteOlderThanTheSet) {
   for (MTF::Timestamp MTF::Entry_Stat::*time : {&MTF::Entry_Stat::mtime, &MTF::Entry_Stat::ctime}) {
     const MTF::Timestamp before = file_.stat.*time;
-    file_.stat.*time = {997, 999'999'999};
+    file_.stat.*time = {939, 999'999'999};
     EXPECT_TRUE(keep(file_.stat));
-    for (const int64_t second : {int64_t(998), int64_t(1000), int64_t(5000), std::numeric_limits<int64_t>::max()}) {
+    for (const int64_t second :
+         {int64_t(940), int64_t(965), int64_t(1000), int64_t(5000), std::numeric_limits<int64_t>::max()}) {
       file_.stat.*time = {second, 0};
       EXPECT_FALSE(keep(file_.stat)) << second;
     }

@@ -33,7 +33,7 @@ class Chain_Fixture : public Mover_Fixture {
   /// Makes the files older than all sets: what is younger is never kept, and nobody can set its change time. So the
   /// sets are made younger. What is changed afterwards gets another time than before.
   void age() {
-    change_records([](MTF_BACKUP::Commit_Record& record) { record.begin_time = std::time(nullptr) + 10; });
+    change_records([](MTF_BACKUP::Commit_Record& record) { record.begin_time = std::time(nullptr) + 100; });
     std::this_thread::sleep_for(std::chrono::milliseconds(10));
   }
   /// As step(), with all sets so far younger than the files.

@@ -244,8 +244,8 @@ class Golden_Maker : public Golden_Sets {
   }
 
   void write_set(unsigned seq) {
-    // What is as young as a set is read again by the next one.
-    std::this_thread::sleep_for(std::chrono::milliseconds(2500));
+    // What changed less than a minute before a set is read again by the next one.
+    std::this_thread::sleep_for(std::chrono::seconds(62));
     Log_Capture log;
     ASSERT_TRUE(back_up({.compression = GetParam().compression,
                          .channels = 2,

@@ -28,7 +28,7 @@ class Incremental_Model : public mover_test::Chain_Fixture {
   void age_newest() {
     Commit_Record record;
     ASSERT_TRUE(store_.read(set_dir(last_seq_), record));
-    record.begin_time = std::time(nullptr) + 10;
+    record.begin_time = std::time(nullptr) + 100;
     pool_->objects[set_dir(last_seq_) + "/commit"] = record.to_text();
   }
 

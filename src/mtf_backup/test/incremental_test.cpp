@@ -1,4 +1,7 @@
+#include <fcntl.h>
+#include <sys/mman.h>
 #include <sys/xattr.h>
+#include <unistd.h>
 
 #include "mtf_backup/set/medium_set.h"
 #include "mtf_backup/test/chain_fixture.h"
@@ -143,19 +146,37 @@ TEST_F(Incremental, ChangeThatIsDatedBackIsFound) {
 TEST_F(Incremental, WhatWasYoungAtTheLastSetIsReadAgain) {
   const std::string old = write("a", "text");
   ASSERT_TRUE(step());
-  ASSERT_TRUE(step());  // nothing has changed, but the file is younger than two seconds
+  ASSERT_TRUE(step());  // nothing has changed, but the file is younger than a minute
   EXPECT_EQ(home("a"), 2u);
   const auto begun = [&](int64_t after) {
     const int64_t changed = catalog().at("a").stat.ctime.sec;
     change_records([&](Commit_Record& record) { record.begin_time = changed + after; });
   };
-  begun(2);
+  begun(60);
   ASSERT_TRUE(step());
   EXPECT_EQ(home("a"), 3u);
-  begun(3);
+  begun(61);
   ASSERT_TRUE(step());
   EXPECT_EQ(home("a"), 3u);
   EXPECT_EQ(home(""), 3u);
+}
+
+TEST_F(Incremental, StoreToMappedMemoryThatMovesNoTimeIsFound) {
+  const std::string a = write("a", std::string(4096, 'a'));
+  const int file = ::open(a.c_str(), O_RDWR);
+  void* const memory = ::mmap(nullptr, 4096, PROT_READ | PROT_WRITE, MAP_SHARED, file, 0);
+  ::close(file);
+  ASSERT_NE(memory, MAP_FAILED);
+  const auto page = static_cast<volatile char*>(memory);
+  page[0] = 'b';  // from now on the page is dirty
+  ASSERT_TRUE(step());
+  const int64_t changed = catalog().at("a").stat.mtime.sec;
+  change_records([&](Commit_Record& record) { record.begin_time = changed + 35; });
+  page[0] = 'c';
+  ASSERT_TRUE(step());
+  EXPECT_EQ(home("a"), 2u);
+  EXPECT_EQ(restored_differences(), "");
+  ::munmap(memory, 4096);
 }
 
 TEST_F(Incremental, FileFromTheFutureIsReadEveryTime) {
