@@ -20,6 +20,8 @@ constexpr size_t check_size = sizeof(uint64_t);
 constexpr size_t block_size = 256 * 1024;
 /// No entry of a catalog is longer, so no block is longer than block_size + max_entry_size.
 constexpr size_t max_entry_size = 1024 * 1024;
+/// No index of blocks is longer: enough for some billions of entries with paths of ordinary length.
+constexpr uint64_t max_index_size = uint64_t(256) << 20;
 
 /// Seeds of the checks: of header and trailer the identity itself, of block n this one.
 inline uint64_t block_seed(uint64_t identity, uint64_t number) {

@@ -39,7 +39,6 @@ struct Free_Context {
 };
 
 constexpr size_t max_plain_block = block_size + max_entry_size;
-constexpr uint64_t max_index_size = uint64_t(256) << 20;  // for some billions of entries
 
 }  // namespace
 

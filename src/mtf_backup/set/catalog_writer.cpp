@@ -43,7 +43,8 @@ class Catalog_Writer::Impl {
     const size_t before = block_.size();
     if (before == 0) first_ = entry;
     put_entry(block_, entry, before == 0 ? std::string_view() : std::string_view(last_.path));
-    if (block_.size() - before > max_entry_size) return refuse(entry, "it is too long");
+    if (block_.size() - before > max_entry_size || entry.path.size() > max_entry_size)
+      return refuse(entry, "it is too long");
     last_ = entry;
     ++entries_;
     ++block_entries_;
@@ -73,6 +74,7 @@ class Catalog_Writer::Impl {
 
   bool close_block() {
     add_to_index();
+    if (index_.size() + check_size > max_index_size) return refuse(first_, "its index of blocks is full");
     if (!compress(block_)) return false;
     std::string header;
     put(header, static_cast<uint32_t>(packed_.size()));

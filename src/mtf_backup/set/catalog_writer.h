@@ -24,8 +24,8 @@ class TESSARIN_API Catalog_Writer {
   ~Catalog_Writer();
 
   [[nodiscard]] bool open();
-  /// Adds an entry, which comes behind all others in catalog order; otherwise false, errno EINVAL, one line at
-  /// LM_ERROR.
+  /// Adds an entry, which comes behind all others in catalog order. False, errno EINVAL, one line at LM_ERROR, where it
+  /// does not, or where no reader would take the catalog with it: it is too long, or there are too many long paths.
   [[nodiscard]] bool append(const Catalog_Entry& entry);
   /// Makes the catalog durable and visible. Called once.
   [[nodiscard]] bool finish();

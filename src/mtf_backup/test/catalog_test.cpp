@@ -206,6 +206,28 @@ TEST_F(Catalog, AnEntryThatIsTooLongIsRefused) {
   EXPECT_TRUE(log.has_containing(LM_ERROR, "Failed to add an entry to the catalog, it is too long: \"xxx"));
 }
 
+TEST_F(Catalog, PathThatIsTooLongIsRefusedAlsoWhereItGoesOnFromTheOneBefore) {
+  const std::string longest((1 << 20) - 1000, 'x');
+  Log_Capture log;
+  EXPECT_FALSE(write({entry(longest, true), entry(longest + "/" + std::string(2000, 'y'), false)}));
+  EXPECT_TRUE(log.has_containing(LM_ERROR, "Failed to add an entry to the catalog, it is too long: \"xxx"));
+}
+
+TEST_F(Catalog, IndexOfBlocksThatNoReaderWouldTakeIsRefused) {
+  Catalog_Writer writer(client_, dir_key, "uuid");
+  ASSERT_TRUE(writer.open());
+  Log_Capture log;
+  Catalog_Entry next = entry(std::string((1 << 20) - 1000, 'x'), false);
+  int blocks = 0;
+  for (; blocks < 300; ++blocks) {
+    next.path.replace(0, 3, std::to_string(100 + blocks));
+    if (!writer.append(next)) break;
+  }
+  EXPECT_EQ(blocks, 256);
+  EXPECT_TRUE(log.has_containing(LM_ERROR, "Failed to add an entry to the catalog, its index of blocks is full: "));
+  EXPECT_FALSE(writer.finish());
+}
+
 TEST_F(Catalog, TheLongestPathsAreKept) {
   std::string path;
   for (int i = 0; i < 300; ++i) path += (i == 0 ? "" : "/") + std::string(255, 'x');
