@@ -25,6 +25,7 @@ bool Directory_Reader::open(const char* path, const char* pattern, bool, reparse
 }
 
 bool Directory_Reader::read(Directory_Entry& entry) {
+  entry.name.clear();
   if (!dir_) return false;
   for (;;) {
     errno = 0;
@@ -40,6 +41,7 @@ bool Directory_Reader::read(Directory_Entry& entry) {
     }
     if (errno != ENOENT) {
       last_error_ = errno;
+      entry.name = found->d_name;
       return false;
     }
   }

@@ -26,7 +26,8 @@ class TESSARIN_API Directory_Reader {
 
   /// The next entry, without "." and "..", its own status filled in (a link is not followed). An entry that vanished
   /// since its name was read is left out.
-  /// @return false at the end or on an error, which last_error() tells apart; @a entry is then undefined.
+  /// @return false at the end or on an error, which last_error() tells apart; of @a entry then only the name is
+  /// defined: of the one whose status cannot be read, behind which the next call goes on; otherwise empty.
   bool read(Directory_Entry& entry);
 
   /// 0 after a clean end, else the error of the last open() or read().

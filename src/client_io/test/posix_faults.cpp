@@ -5,10 +5,12 @@
 #include <errno.h>
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
 #include <atomic>
+#include <cstring>
 
 namespace {
 
@@ -17,6 +19,8 @@ std::atomic<int> left{0};
 std::atomic<int> made{0};
 std::atomic<int> planned_error{0};
 std::atomic<bool> struck{false};
+std::atomic<const char*> bad_name{nullptr};
+std::atomic<int> bad_name_error{0};
 
 bool strikes(posix_faults::Call call) {
   if (planned != call) return false;
@@ -42,6 +46,11 @@ void fail(Call call, int nth, int error) {
 bool stop() {
   planned = CALLS;
   return struck;
+}
+
+void fail_status_of(const char* name, int error) {
+  bad_name_error = error;
+  bad_name = name;
 }
 
 void count(Call call) {
@@ -111,6 +120,14 @@ dirent* readdir(DIR* dir) {
   typedef dirent* Call(DIR*);
   static Call* const next = reinterpret_cast<Call*>(dlsym(RTLD_NEXT, "readdir"));
   return strikes(posix_faults::READDIR) ? nullptr : next(dir);
+}
+
+int fstatat(int dir, const char* name, struct stat* st, int flags) noexcept {
+  const char* const bad = bad_name;
+  if (bad == nullptr || std::strcmp(name, bad) != 0)
+    return static_cast<int>(syscall(SYS_newfstatat, dir, name, st, flags));
+  errno = bad_name_error;
+  return -1;
 }
 
 ssize_t pread(int fd, void* to, size_t n, off_t offset) {

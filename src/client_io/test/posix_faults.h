@@ -21,6 +21,8 @@ enum Call {
 void fail(Call call, int nth, int error);
 /// All calls work again. Whether the planned failure came up.
 bool stop();
+/// From now on every fstatat() of this name fails with @a error; of none where it is null.
+void fail_status_of(const char* name, int error);
 /// How often @a call was made since fail() or count() was called last.
 void count(Call call);
 int calls();

@@ -9,6 +9,7 @@
 #include "ace/Log_Msg.h"
 #include "kolt/printable.h"
 #include "mtf/core/own_streams.h"
+#include "mtf_backup/backup/link_table.h"
 
 namespace MTF_BACKUP {
 
@@ -69,7 +70,8 @@ bool Channel_Writer::write(Work_Batch& batch, Batch_Result& result) {
     if (outcome == STOPPED) return false;
     const bool saved = outcome == SAVED && !(entry.flags & CAT_SKIPPED) && !moved_;
     job_.state.files += saved && !S_ISDIR(item.stat.mode);
-    if (!saved && item.stat.nlink > 1 && item.hard_link_target.empty()) result.lost.push_back(inode_of(item.stat));
+    if (!saved && item.stat.nlink > 1 && item.hard_link_target.empty())
+      result.lost.push_back(path_in_set(job_.sources[item.source].path, item.path()));
     if (outcome == SAVED) result.entries.push_back(std::move(entry));
   }
   return true;

@@ -10,22 +10,29 @@ namespace MTF_BACKUP {
 
 namespace {
 
-constexpr size_t max_waiting_entries = 16384;
+constexpr size_t max_waiting_size = size_t(8) << 20;
+
+/// Of the entries in memory.
+size_t size_of(const Batch_Result& result) {
+  size_t size = 0;
+  for (const Catalog_Entry& entry : result.entries)
+    size += sizeof entry + entry.path.size() + entry.link_target.size() + entry.hard_link_target.size();
+  return size;
+}
 
 }  // namespace
 
 bool Entry_Collector::deliver(Batch_Result result) {
+  const size_t size = size_of(result);
   std::unique_lock<std::mutex> guard(lock_);
-  advanced_.wait(guard, [&] {
-    return aborted_ || result.number == next_ || waiting_entries_ + result.entries.size() <= max_waiting_entries;
-  });
+  advanced_.wait(guard, [&] { return aborted_ || result.number == next_ || waiting_size_ + size <= max_waiting_size; });
   if (aborted_) return false;
-  waiting_entries_ += result.entries.size();
+  waiting_size_ += size;
   waiting_.emplace(result.number, std::move(result));
   while (!waiting_.empty() && waiting_.begin()->first == next_) {
     Batch_Result& first = waiting_.begin()->second;
     if (!append(first)) return false;
-    waiting_entries_ -= first.entries.size();
+    waiting_size_ -= size_of(first);
     waiting_.erase(waiting_.begin());
     ++next_;
     advanced_.notify_all();
@@ -54,7 +61,7 @@ bool Entry_Collector::append(Batch_Result& result) {
 
 /// A further name of a file is worth nothing where the data under its first name is missing.
 void Entry_Collector::check_link(Catalog_Entry& entry) {
-  if (!lost_.contains(inode_of(entry.stat))) return;
+  if (!lost_.contains(entry.hard_link_target)) return;
   entry.flags |= CAT_SKIPPED;
   entry.reason = "no data under its other name";
   ACE_ERROR((LM_ERROR, ACE_TEXT("Failed to back up %C: %C, %C\n"),

@@ -9,7 +9,6 @@
 #include <vector>
 
 #include "mtf/core/cat_summary.h"
-#include "mtf_backup/backup/link_table.h"
 #include "mtf_backup/run/run_state.h"
 #include "mtf_backup/set/catalog_writer.h"
 
@@ -19,7 +18,8 @@ namespace MTF_BACKUP {
 struct Batch_Result {
   uint64_t number = 0;
   std::vector<Catalog_Entry> entries;
-  std::vector<Inode> lost;  ///< files with several names whose data is not in the set under the first one
+  std::vector<std::string> lost;  ///< paths in the set of files with several names, as Catalog_Entry::hard_link_target,
+                                  ///< whose data is not there
 };
 
 /**
@@ -58,13 +58,13 @@ class Entry_Collector {
 
   std::mutex lock_;
   std::condition_variable advanced_;
-  std::map<uint64_t, Batch_Result> waiting_;    // guarded by lock_
-  size_t waiting_entries_ = 0;                  // guarded by lock_
-  uint64_t next_ = 0;                           // guarded by lock_
-  bool aborted_ = false;                        // guarded by lock_
-  std::unordered_set<Inode, Inode_Hash> lost_;  // guarded by lock_
-  MTF::Cat_Summary summary_;                    // guarded by lock_
-  bool has_losses_ = false;                     // guarded by lock_
+  std::map<uint64_t, Batch_Result> waiting_;  // guarded by lock_
+  size_t waiting_size_ = 0;                   // guarded by lock_
+  uint64_t next_ = 0;                         // guarded by lock_
+  bool aborted_ = false;                      // guarded by lock_
+  std::unordered_set<std::string> lost_;      // guarded by lock_
+  MTF::Cat_Summary summary_;                  // guarded by lock_
+  bool has_losses_ = false;                   // guarded by lock_
 };
 
 }  // namespace MTF_BACKUP

@@ -74,7 +74,7 @@ bool Source_Meter::add_up(const Source& source, uint64_t& sum) {
   while (!waiting.empty()) {
     const std::string path = std::move(waiting.back());
     waiting.pop_back();
-    if (!dir.open(source.root.get(), path)) continue;
+    if (path.size() > max_path_size || !dir.open(source.root.get(), path)) continue;
     dir.enter();
     if (!reader.open(dir.path(""), nullptr, false, 0)) continue;
     while (reader.read(entry)) {

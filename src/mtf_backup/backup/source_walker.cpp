@@ -1,5 +1,8 @@
 #include "mtf_backup/backup/source_walker.h"
 
+#include <fcntl.h>
+#include <sys/stat.h>
+
 #include <algorithm>
 #include <cstring>
 #include <utility>
@@ -17,6 +20,10 @@ constexpr uint64_t max_size = uint64_t(4) << 20;
 constexpr uint64_t stat_block = 512;  // unit of st_blocks
 constexpr size_t max_told = 16;       // directories that are read ahead
 constexpr int list_attempts = 3;
+
+/// A path is held in about so many places: in the batch, in the entry that comes of it, in what the older set has of
+/// it.
+constexpr uint64_t copies_of_path = 4;
 
 bool by_name(const Directory_Entry& a, const Directory_Entry& b) {
   return a.name < b.name;
@@ -89,38 +96,47 @@ void Source_Walker::tell_next(uint32_t source) {
 
 bool Source_Walker::visit(uint32_t source, const MTF::Entry_Stat& stat) {
   if (state_.stopping()) return false;
-  std::string problem;
-  std::list<Directory_Entry> entries;
-  if (!open_directory(source) || !callback_->check_directory(dir_.path("")) || !list(entries)) {
-    const int error = errno;
-    const std::string path = printable(path_in_set(sources_[source].path, path_));
-    if (is_resource_error(error)) {
-      ACE_ERROR((LM_ERROR, ACE_TEXT("Failed to list directory %C: %m\n"), path.c_str()));
-      state_.fail(MTF::E_GET_SOURCE_DATA);
-      return false;
-    }
-    if (is_gone(error) && !path_.empty()) {
-      ACE_ERROR((LM_WARNING, ACE_TEXT("Directory %C vanished and is left out.\n"), path.c_str()));
-      return true;
-    }
-    problem = std::strerror(error);
-    ACE_ERROR((LM_ERROR, ACE_TEXT("Failed to list directory %C: %C\n"), path.c_str(), problem.c_str()));
-    entries.clear();
-  }
+  Listing listing;
   Work_Item item;
+  if (!read_directory(source, listing, item.problem)) return !state_.stopping();
   item.source = source;
   item.directory = std::make_shared<const std::string>(path_);
   item.stat = stat;
-  item.problem = std::move(problem);
   std::shared_ptr<const std::string> directory = item.directory;
   if (!add(std::move(item))) return false;
 
-  read_ahead_.note(waits_.waited(entries.size() + 1));
+  read_ahead_.note(waits_.waited(listing.entries.size() + 1));
   Level level;
   level.path_size = path_.size();
-  entries.sort(by_name);
-  if (!add_files(source, entries, directory, level.waiting)) return false;
+  listing.entries.sort(by_name);
+  if (!add_files(source, listing, directory, level.waiting)) return false;
   if (!level.waiting.empty()) levels_.push_back(std::move(level));
+  return true;
+}
+
+/// False: it has vanished, or the run is stopping. Whatever else keeps it from being listed is its problem.
+bool Source_Walker::read_directory(uint32_t source, Listing& listing, std::string& problem) {
+  const auto shown = [&] { return printable(path_in_set(sources_[source].path, path_)); };
+  if (path_.size() > max_path_size) {
+    problem = "its path is too long";
+    ACE_ERROR((LM_ERROR, ACE_TEXT("Failed to list a directory, its path is too long: %C\n"), shown().c_str()));
+    return true;
+  }
+  if (open_directory(source) && callback_->check_directory(dir_.path("")) && list(listing)) return true;
+  const int error = errno;
+  if (state_.stopping()) return false;
+  if (is_resource_error(error)) {
+    ACE_ERROR((LM_ERROR, ACE_TEXT("Failed to list directory %C: %C\n"), shown().c_str(), std::strerror(error)));
+    state_.fail(MTF::E_GET_SOURCE_DATA);
+    return false;
+  }
+  if (is_gone(error) && !path_.empty()) {
+    ACE_ERROR((LM_WARNING, ACE_TEXT("Directory %C vanished and is left out.\n"), shown().c_str()));
+    return false;
+  }
+  problem = std::strerror(error);
+  ACE_ERROR((LM_ERROR, ACE_TEXT("Failed to list directory %C: %C\n"), shown().c_str(), problem.c_str()));
+  listing = Listing();
   return true;
 }
 
@@ -130,31 +146,38 @@ bool Source_Walker::open_directory(uint32_t source) {
   return true;
 }
 
-bool Source_Walker::list(std::list<Directory_Entry>& entries) {
-  for (int i = 0; i < list_attempts; ++i) {
-    entries.clear();
+bool Source_Walker::list(Listing& listing) {
+  for (int i = 0; i < list_attempts && !state_.stopping(); ++i) {
+    listing.entries.clear();
     // An entry that vanishes between its name and its status makes the whole call fail. A directory that cannot be
     // opened or read to its end is none: it looks like one that holds less, but for errno.
     errno = 0;
-    if (callback_->read_dirs(dir_.path(""), entries) && errno == 0) return true;
+    if (callback_->read_dirs(dir_.path(""), listing.entries) && errno == 0) return true;
   }
-  return list_one_by_one(entries);
+  return list_one_by_one(listing);
 }
 
 /// For a directory in which something vanishes all the time, or that the callback cannot read.
-bool Source_Walker::list_one_by_one(std::list<Directory_Entry>& entries) {
-  entries.clear();
+bool Source_Walker::list_one_by_one(Listing& listing) {
+  listing.entries.clear();
   Directory_Reader reader;
   if (!reader.open(dir_.path(""), nullptr, false, 0)) return false;
   Directory_Entry entry;
-  while (reader.read(entry)) entries.push_back(entry);
-  errno = reader.last_error();
-  return errno == 0;
+  while (!state_.stopping()) {
+    if (!reader.read(entry)) {
+      errno = reader.last_error();
+      if (entry.name.empty() || is_resource_error(errno)) return errno == 0;
+      listing.errors[entry.name] = errno;
+      entry.stat = {};
+    }
+    listing.entries.push_back(entry);
+  }
+  return false;
 }
 
-bool Source_Walker::add_files(uint32_t source, std::list<Directory_Entry>& entries,
-                              const std::shared_ptr<const std::string>& directory,
+bool Source_Walker::add_files(uint32_t source, Listing& listing, const std::shared_ptr<const std::string>& directory,
                               std::vector<Subdirectory>& subdirectories) {
+  std::list<Directory_Entry>& entries = listing.entries;
   for (auto entry = entries.rbegin(); entry != entries.rend(); ++entry)
     if (S_ISDIR(entry->stat.st_mode)) subdirectories.push_back({std::move(entry->name), MTF::entry_stat(entry->stat)});
   for (Directory_Entry& entry : entries) {
@@ -165,17 +188,38 @@ bool Source_Walker::add_files(uint32_t source, std::list<Directory_Entry>& entri
     item.name = std::move(entry.name);
     item.stat = MTF::entry_stat(entry.stat);
     item.may_have_holes = static_cast<uint64_t>(entry.stat.st_blocks) * stat_block < item.stat.size;
+    item.problem = problem_of(item, listing);
     if (item.stat.nlink > 1)
-      item.hard_link_target = links_.first_name(item.stat, path_in_set(sources_[source].path, item.path()));
+      item.hard_link_target =
+          links_.first_name(item.stat, birth_of(item), path_in_set(sources_[source].path, item.path()));
     if (!add(std::move(item))) return false;
   }
   return true;
 }
 
+/// Why its status cannot be read; empty: it has been.
+std::string Source_Walker::problem_of(const Work_Item& item, const Listing& listing) const {
+  const auto error = listing.errors.find(item.name);
+  if (error == listing.errors.end()) return std::string();
+  const std::string problem = std::strerror(error->second);
+  ACE_ERROR((LM_ERROR, ACE_TEXT("Failed to back up %C: %C\n"),
+             printable(path_in_set(sources_[item.source].path, item.path())).c_str(), problem.c_str()));
+  return problem;
+}
+
+/// Of a file in the directory being visited.
+std::optional<MTF::Timestamp> Source_Walker::birth_of(const Work_Item& item) const {
+  struct statx found;
+  const bool known = ::statx(dir_.fd(), item.name.c_str(), AT_SYMLINK_NOFOLLOW, STATX_INO | STATX_BTIME, &found) == 0 &&
+                     (found.stx_mask & STATX_BTIME) != 0 && found.stx_ino == item.stat.ino;
+  if (!known) return std::nullopt;
+  return MTF::Timestamp{found.stx_btime.tv_sec, found.stx_btime.tv_nsec};
+}
+
 bool Source_Walker::add(Work_Item item) {
   const uint64_t full_size = item.name.empty() ? 0 : item.stat.size;
   if (base_ && item.problem.empty()) item.kept = base_->keep(item);
-  const uint64_t size = item.kept ? 0 : full_size;
+  const uint64_t size = (item.kept ? 0 : full_size) + copies_of_path * item.path_size();
   // A big file goes alone: what comes behind it need not wait for it.
   if (!batch_->items.empty() && batch_size_ + size > max_size && !flush()) return false;
   state_.total += full_size;

@@ -1,6 +1,8 @@
 #pragma once
 
 #include <list>
+#include <map>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -20,7 +22,8 @@ namespace MTF_BACKUP {
  * Lists all sources in catalog order and hands what it finds on in batches.
  *
  * Memory: the names of the directories that wait at each level of the way down. An entry that vanishes meanwhile is
- * left out with a line at LM_WARNING; a directory that cannot be listed is handed on with its problem. Threads: one.
+ * left out with a line at LM_WARNING; a directory that cannot be listed or lies too deep, and an entry whose status
+ * cannot be read, is handed on with its problem after a line at LM_ERROR. Threads: one.
  */
 class Source_Walker {
  public:
@@ -32,6 +35,11 @@ class Source_Walker {
   void run();
 
  private:
+  /// What a directory holds.
+  struct Listing {
+    std::list<Directory_Entry> entries;
+    std::map<std::string, int> errors;  // by name: of those without a status
+  };
   struct Subdirectory {
     std::string name;
     MTF::Entry_Stat stat;
@@ -45,11 +53,14 @@ class Source_Walker {
   bool walk(uint32_t source);
   void tell_next(uint32_t source);
   bool visit(uint32_t source, const MTF::Entry_Stat& stat);
+  bool read_directory(uint32_t source, Listing& listing, std::string& problem);
   bool open_directory(uint32_t source);
-  bool list(std::list<Directory_Entry>& entries);
-  bool list_one_by_one(std::list<Directory_Entry>& entries);
-  bool add_files(uint32_t source, std::list<Directory_Entry>& entries,
-                 const std::shared_ptr<const std::string>& directory, std::vector<Subdirectory>& subdirectories);
+  bool list(Listing& listing);
+  bool list_one_by_one(Listing& listing);
+  bool add_files(uint32_t source, Listing& listing, const std::shared_ptr<const std::string>& directory,
+                 std::vector<Subdirectory>& subdirectories);
+  std::string problem_of(const Work_Item& item, const Listing& listing) const;
+  std::optional<MTF::Timestamp> birth_of(const Work_Item& item) const;
   bool add(Work_Item item);
   bool flush();
 
@@ -67,7 +78,7 @@ class Source_Walker {
   std::vector<Level> levels_;
   Disk_Waits waits_;
   Work_Batch_var batch_;
-  uint64_t batch_size_ = 0;  // bytes of file data to be read for it
+  uint64_t batch_size_ = 0;  // bytes of file data to be read for it, and of its names
 };
 
 }  // namespace MTF_BACKUP

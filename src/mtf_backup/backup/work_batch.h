@@ -13,6 +13,10 @@
 
 namespace MTF_BACKUP {
 
+/// What lies in a directory whose path in its source is longer is left out: it costs memory in all stages and whoever
+/// reads the set. No program that opens files by their paths gets a quarter as far.
+constexpr size_t max_path_size = 16 * 1024;
+
 /// A directory to back up, held open for the whole run.
 struct Source {
   std::string path;  ///< as it was given; the path of its root in the set
@@ -28,10 +32,12 @@ struct Work_Item {
   MTF::Entry_Stat stat;
   std::string hard_link_target;         ///< path in the set of an earlier name of the same file
   bool may_have_holes = false;          ///< of a file: takes less room than its size
-  std::string problem;                  ///< of a directory: why it could not be listed
+  std::string problem;                  ///< why it could not be listed, or its status not be read
   std::unique_ptr<Catalog_Entry> kept;  ///< where it lies already, in an older set; null: it is to be read
 
   std::string path() const { return join_names(*directory, name); }
+  /// Of all its paths.
+  size_t path_size() const { return directory->size() + name.size() + hard_link_target.size(); }
 };
 
 /// A stretch of the walk: what goes to one medium in one piece. Numbered from 0 without gaps. One channel works on it;

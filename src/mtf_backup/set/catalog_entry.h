@@ -19,11 +19,11 @@ enum Catalog_Flag : uint32_t {
 /// One entry of a set, with all that a listing, an incremental and the restore of a single file need. Texts are raw
 /// bytes.
 struct Catalog_Entry {
-  uint32_t source = 0;           ///< number of the source in the commit record
-  std::string path;              ///< relative to the source, no '/' at either end; empty for the source's root
-  MTF::Entry_Stat stat;          ///< stat.mode tells the kind of entry, also of a skipped one
-  uint32_t flags = 0;            ///< Catalog_Flag
-  std::string reason;            ///< why it is flagged; else empty
+  uint32_t source = 0;   ///< number of the source in the commit record
+  std::string path;      ///< relative to the source, no '/' at either end; empty for the source's root
+  MTF::Entry_Stat stat;  ///< stat.mode tells the kind of entry, also of a skipped one; 0: not even that could be read
+  uint32_t flags = 0;    ///< Catalog_Flag
+  std::string reason;    ///< why it is flagged; else empty
   std::string link_target;       ///< of a symbolic link
   std::string hard_link_target;  ///< path in the set of the entry that this one is another name of
   uint64_t xattr_hash = 0;       ///< XXH3-64 over the extended attributes, 0 without any

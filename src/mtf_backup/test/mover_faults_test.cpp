@@ -111,6 +111,21 @@ TEST_F(Mover_Faults, NoFailedReadOfADirectoryIsTakenForItsEnd) {
   }
   EXPECT_GE(good, 10);
 }
+TEST_F(Mover_Faults, EntryWhoseStatusCannotBeReadCostsOnlyItself) {
+  write("d1/bad", "text");
+  write("d1/other", "text");
+  Log_Capture log;
+  posix_faults::fail_status_of("bad", EIO);
+  EXPECT_FALSE(back_up());
+  posix_faults::fail_status_of(nullptr, 0);
+  EXPECT_EQ(MTF::E_END_WITH_SKIPPED_FILES, code_);
+  EXPECT_TRUE(log.has(LM_ERROR, "Failed to back up " + source_ + "/d1/bad: Input/output error\n")) << log.all();
+  EXPECT_EQ(1u, log.texts(LM_ERROR).size()) << log.all();
+  EXPECT_EQ(unsigned(MTF_BACKUP::CAT_SKIPPED), entry("d1/bad").flags);
+  EXPECT_EQ("Input/output error", entry("d1/bad").reason);
+  ASSERT_TRUE(restore()) << log.all();
+  EXPECT_EQ("./d1/bad: only on the left\n", differences());
+}
 TEST_F(Mover_Faults, FailedReadsOfThePoolAreNoDamage) {
   fail_restores(posix_faults::PREAD, EIO, 4);
 }
