@@ -8,6 +8,7 @@
 #include <utility>
 
 #include "ace/Log_Msg.h"
+#include "mtf_backup/set/set_path.h"
 
 namespace MTF_BACKUP {
 
@@ -17,7 +18,7 @@ void Restore_Finisher::run() {
   while ((got = scan_.next(item)) > 0) {
     leave_until(item.entry);
     if (item.entry.is_directory())
-      open_.push_back(std::move(item));
+      enter(item.entry);
     else if (!item.entry.hard_link_target.empty() && !(item.entry.flags & CAT_SKIPPED))
       link(item);
     item = Restore_Item();
@@ -25,16 +26,25 @@ void Restore_Finisher::run() {
   while (got == 0 && !open_.empty()) leave();
 }
 
+void Restore_Finisher::enter(Catalog_Entry& entry) {
+  path_ = std::move(entry.path);
+  entry.path.clear();
+  open_.push_back({std::move(entry), path_.size()});
+}
+
 /// The directories that @a entry does not lie below are done.
 void Restore_Finisher::leave_until(const Catalog_Entry& entry) {
-  while (!open_.empty() &&
-         !(open_.back().entry.source == entry.source && lies_below(entry.path, open_.back().entry.path)))
-    leave();
+  while (!open_.empty() && !(open_.back().entry.source == entry.source && lies_below(entry.path, path_))) leave();
 }
 
 void Restore_Finisher::leave() {
-  const Restore_Item item = std::move(open_.back());
+  Restore_Item item;
+  item.entry = std::move(open_.back().entry);
+  item.entry.path = path_;
   open_.pop_back();
+  path_.resize(open_.empty() ? 0 : open_.back().path_size);
+  item.path = path_in_set(job_.record.sources[item.entry.source], item.entry.path);
+  if (!job_.targets.locate(item.path, true, item.target)) return;  // it has been where the directory was entered
   Anchored_Dir dir;
   MTF::Xattrs attrs;
   if (item.entry.xattr_hash != 0) {

@@ -14,7 +14,8 @@
 namespace MTF_BACKUP {
 
 /// The last pass of a restore, when all files are in place: makes the hard links, and gives each directory its owner,
-/// mode and times once all below it is done. Memory: the directories from the root to the current one. Threads: one.
+/// mode and times once all below it is done. Memory: the entries of the directories from the root to the current one,
+/// and one path. Threads: one.
 class Restore_Finisher {
  public:
   /// @param callback  borrowed.
@@ -29,8 +30,15 @@ class Restore_Finisher {
   void run();
 
  private:
+  /// A directory that is not done yet.
+  struct Open_Directory {
+    Catalog_Entry entry;  // without its path
+    size_t path_size;
+  };
+
   void link(const Restore_Item& item);
   bool make_link(const Target& old, const Target& target, unsigned mode);
+  void enter(Catalog_Entry& entry);
   void leave_until(const Catalog_Entry& entry);
   void leave();
   void attributes_lost(const Restore_Item& item, int error);
@@ -42,7 +50,8 @@ class Restore_Finisher {
   MTF::IRestore_Callback& callback_;
   Entry_Dresser dresser_;
   Entry_Reader reader_;
-  std::vector<Restore_Item> open_;  // directories, each below the one before
+  std::vector<Open_Directory> open_;  // each below the one before
+  std::string path_;                  // of the last of them: all others' paths are the front of it
 };
 
 }  // namespace MTF_BACKUP

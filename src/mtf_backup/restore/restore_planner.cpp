@@ -12,7 +12,8 @@ namespace {
 
 constexpr size_t max_items = 256;
 constexpr uint64_t max_size = uint64_t(4) << 20;
-constexpr unsigned open_mode = 0755;  // of directories above the selection, of which nothing is known
+constexpr uint64_t copies_of_path = 3;  // in the entry, in the set, in the target
+constexpr unsigned open_mode = 0755;    // of directories above the selection, of which nothing is known
 
 const char* error_text(int error) {
   const bool link = error == ELOOP || error == ENOTDIR;
@@ -81,8 +82,9 @@ bool Restore_Planner::put_file(Restore_Item& item) {
       return true;
     }
   }
-  if (!batch_.empty() && batch_size_ + size > max_size && !flush()) return false;
-  batch_size_ += size;
+  const uint64_t held = size + copies_of_path * item.path.size() + item.entry.hard_link_target.size();
+  if (!batch_.empty() && batch_size_ + held > max_size && !flush()) return false;
+  batch_size_ += held;
   batch_.push_back(std::move(item));
   return batch_.size() < max_items && batch_size_ < max_size ? true : flush();
 }

@@ -6,8 +6,10 @@
 #include <cstdlib>
 #include <new>
 
+#include "kolt/test/deep_tree.h"
 #include "mtf_backup/backup/base_merge.h"
 #include "mtf_backup/set/catalog_writer.h"
+#include "mtf_backup/test/mover_fixture.h"
 #include "support/memory_client_io.h"
 
 namespace {
@@ -113,6 +115,32 @@ TEST(Merge_Memory, DoesNotGrowWithTheTree) {
   const int64_t large = memory_of_merge(300'000);
   EXPECT_GT(small, 100'000);
   EXPECT_LT(large, small + small / 4) << small;
+}
+
+/// The most memory that a backup of a tree, its restore, take beyond what there was before.
+class Deep_Memory : public mover_test::Mover_Fixture {
+ protected:
+  void measure() {
+    prepare = [this](mover_test::Test_Handler&) { peak = before_ = live; };
+    ASSERT_TRUE(back_up({.channels = 2}));
+    backup_ = peak - before_;
+    ASSERT_TRUE(restore());
+    restore_ = peak - before_;
+  }
+
+  static constexpr int64_t mib_ = 1 << 20;
+  int64_t before_ = 0;
+  int64_t backup_ = 0;
+  int64_t restore_ = 0;
+};
+
+TEST_F(Deep_Memory, ManyFilesWithLongPathsDoNotWaitTogether) {
+  const Posix_Fd inner = make_deep_tree(source_, std::string(255, 'd'), 60);
+  for (int i = 0; i < 3000; ++i)
+    Posix_Fd(::openat(inner.get(), std::to_string(i).c_str(), O_CREAT | O_WRONLY | O_CLOEXEC, 0600));
+  measure();
+  EXPECT_LT(backup_ / mib_, 28);
+  EXPECT_LT(restore_ / mib_, 70);
 }
 
 }  // namespace
