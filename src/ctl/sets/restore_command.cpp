@@ -1,5 +1,6 @@
 #include <filesystem>
 #include <map>
+#include <new>
 
 #include "ctl/human.h"
 #include "ctl/print.h"
@@ -12,6 +13,7 @@
 #include "kolt/printable.h"
 #include "mtf/fs/path_converter.h"
 #include "mtf_backup/mtf_restore.h"
+#include "mtf_backup/restore/selection.h"
 #include "mtf_backup/set/set_path.h"
 
 namespace ctl {
@@ -41,19 +43,60 @@ std::vector<std::string> wanted_paths(const Pool& pool, const Pool_Set& set, con
   return paths;
 }
 
+/// Puts each path under a name of its own in the target. The target alone may be reached through links: who can write
+/// to it must not choose where the rest goes.
+class Into_Target : public MTF::IPath_Converter {
+ public:
+  /// @param names  of the paths in the target.
+  Into_Target(const std::string& target, const MTF_FS::path_transform_rules& names)
+      : target_(target),
+        names_(MTF_FS::create_transform_path_converter("/", names, false, MTF::IPath_Converter_var())) {
+    if (!names_) throw std::bad_alloc();
+  }
+
+  bool convert(const std::string& path, std::string& target) const override {
+    std::string base;
+    std::string below;
+    if (!convert_below(path, base, below)) return false;
+    target = MTF_BACKUP::path_in_set(base, below);
+    return true;
+  }
+
+  bool convert_below(const std::string& path, std::string& base, std::string& below) const override {
+    std::string placed;
+    if (!names_->convert(path, placed)) return false;
+    base = target_;
+    below = placed.substr(1);
+    return true;
+  }
+
+ private:
+  const std::string target_;
+  mutable MTF::IPath_Converter_var names_;  // its operator-> is not const
+};
+
 /// Each path goes below the target under its own last name. @throws Failure (exit_usage): two would meet.
-MTF_FS::path_transform_rules make_rules(const std::vector<std::string>& paths, const std::string& target) {
-  MTF_FS::path_transform_rules rules;
+MTF_FS::path_transform_rules make_names(const std::vector<std::string>& paths) {
+  MTF_FS::path_transform_rules names;
   std::map<std::string, std::string> taken;
   for (const std::string& path : paths) {
-    const std::string to = MTF_BACKUP::path_in_set(target, path.substr(path.rfind('/') + 1));
-    const auto [other, is_new] = taken.emplace(to, path);
+    const std::string name = path.substr(path.rfind('/') + 1);
+    const auto [other, is_new] = taken.emplace(name, path);
     if (!is_new && other->second != path)
       throw Failure(exit_usage, "Both '" + printable(other->second) + "' and '" + printable(path) + "' would become '" +
-                                    printable(to) + "': restore them one by one.");
-    rules[path] = to;
+                                    printable(name) + "': restore them one by one.");
+    names[path] = name;
   }
-  return rules;
+  return names;
+}
+
+/// @throws Failure (exit_usage): one lies in another, which would then lack it.
+void refuse_nested(const std::vector<std::string>& paths) {
+  for (const std::string& outer : paths)
+    for (const std::string& inner : paths)
+      if (inner != outer && MTF_BACKUP::lies_below(inner, outer))
+        throw Failure(exit_usage,
+                      "'" + printable(inner) + "' lies in '" + printable(outer) + "': restore the one or the other.");
 }
 
 const char* why_not(MTF::Error_Code code) {
@@ -81,7 +124,8 @@ Exit_Code sets_restore(const Options& options, std::ostream& out, std::ostream& 
   const MTF_BACKUP::Pool_Key key = find_set(pool.keys(options.host, options.resource), options.sets.sets.front());
   const Pool_Set set{key, pool.record(key)};
   const std::vector<std::string> paths = wanted_paths(pool, set, options.sets.paths);
-  const MTF_FS::path_transform_rules rules = make_rules(paths, target);
+  if (!options.sets.paths.empty()) refuse_nested(paths);
+  const MTF::IPath_Converter_var converter(new Into_Target(target, make_names(paths)));
   json_spirit::Array select;
   for (const std::string& path : paths) json_spirit::insert(json_spirit::append_new_object(select))("dir", path);
 
@@ -96,9 +140,6 @@ Exit_Code sets_restore(const Options& options, std::ostream& out, std::ostream& 
   restore.incarnation(set.record.incarnation);
   restore.channel_num(set.record.channels);
   restore.concurrent(concurrent_files);
-  const MTF::IPath_Converter_var converter =
-      MTF_FS::create_transform_path_converter("/", rules, false, MTF::IPath_Converter_var());
-  if (!converter) throw std::bad_alloc();
   restore.path_converter(converter);
   restore.callback_factory(MTF::IRestore_Callback_Factory_var(new K8S_Restore_Callback_Factory));
   restore.channel_factory(pool.channels(key));

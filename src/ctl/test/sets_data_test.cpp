@@ -208,6 +208,36 @@ TEST_F(Sets_Data, Restore_refuses_two_paths_of_one_name) {
   EXPECT_THAT(failure_, HasSubstr("restore them one by one"));
 }
 
+TEST_F(Sets_Data, Restore_follows_no_link_that_is_planted_in_the_target) {
+  write("a/one", "1");
+  write("b/two", "2");
+  ASSERT_TRUE(back_up());
+  const std::string to = made("to");
+  const std::string elsewhere = made("elsewhere");
+  ASSERT_EQ(symlink(elsewhere.c_str(), (to + "/a").c_str()), 0);
+  test_support::Log_Capture log;
+  EXPECT_EQ(run({"sets", "restore", "data", "--path", "a", "--path", "b", "--to", to}), exit_job_failed);
+  EXPECT_TRUE(std::filesystem::is_empty(elsewhere));
+  EXPECT_TRUE(log.has_containing(LM_ERROR, to + "/a, all below it is left out: a link or a file is in the way"))
+      << log.all();
+  EXPECT_EQ(test_support::read_file(to + "/b/two"), "2");
+  // The target itself is what the user has chosen.
+  ASSERT_EQ(symlink(elsewhere.c_str(), (dir_ / "way").c_str()), 0);
+  EXPECT_EQ(run({"sets", "restore", "data", "--path", "a", "--to", dir_ / "way"}), exit_ok) << failure_;
+  EXPECT_EQ(test_support::read_file(elsewhere + "/a/one"), "1");
+}
+
+TEST_F(Sets_Data, Restore_refuses_a_path_within_another) {
+  write("a/x/y", "1");
+  write("a/xy", "2");
+  ASSERT_TRUE(back_up());
+  const std::string to = made("to");
+  EXPECT_EQ(run({"sets", "restore", "data", "--path", "a", "--path", "a/x/y", "--to", to}), exit_usage);
+  EXPECT_EQ(failure_, "'" + source_ + "/a/x/y' lies in '" + source_ + "/a': restore the one or the other.");
+  EXPECT_TRUE(std::filesystem::is_empty(to));
+  EXPECT_EQ(run({"sets", "restore", "data", "--path", "a/x", "--path", "a/xy", "--to", to}), exit_ok) << failure_;
+}
+
 TEST_F(Sets_Data, An_exported_archive_extracts_to_the_same_tree) {
   test_support::make_tree(source_, {.files = 200, .bytes = 1000000});
   write(std::string(90, 'd') + "/" + std::string(200, 'f'), "long");
