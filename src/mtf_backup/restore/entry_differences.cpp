@@ -11,7 +11,7 @@
 namespace MTF_BACKUP {
 
 bool is_access_list(const std::string& attribute) {
-  return attribute == "system.posix_acl_access" || attribute == "system.posix_acl_default";
+  return attribute == access_list || attribute == "system.posix_acl_default";
 }
 
 bool has_attribute(const MTF::Xattrs& attrs, const std::string& name) {

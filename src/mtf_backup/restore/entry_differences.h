@@ -8,6 +8,9 @@
 
 namespace MTF_BACKUP {
 
+/// The attribute that holds an entry's own access list.
+inline constexpr char access_list[] = "system.posix_acl_access";
+
 bool is_access_list(const std::string& attribute);
 bool has_attribute(const MTF::Xattrs& attrs, const std::string& name);
 

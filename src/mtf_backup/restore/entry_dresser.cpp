@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <utility>
 
 #include "mtf/fs/unix/xattr.h"
 #include "mtf_backup/restore/entry_differences.h"
@@ -45,9 +46,7 @@ bool Entry_Dresser::dress(Anchored_Dir& dir, const std::string& name, const MTF:
   set_owner(path, stat, now, errors);
   if (!look(dir, name, stat, now)) return false;
   const bool had_lists = drop_access_lists(path, attrs, errors);
-  const unsigned mode = safe_mode(stat, now);
-  if (!S_ISLNK(stat.mode) && callback_.set_mode(path, mode) != MTF::E_OK) errors.mode = errno;
-  if (!attrs.empty()) set_attributes(path, mode, attrs, errors);
+  set_rights(path, stat, now, attrs, errors);
   if (callback_.set_times(path, to_timespec(stat.atime), to_timespec(stat.mtime)) != MTF::E_OK) errors.times = errno;
 
   if (!look(dir, name, stat, now)) return false;
@@ -80,6 +79,24 @@ bool Entry_Dresser::drop_access_lists(const char* path, const MTF::Xattrs& attrs
     if (callback_.remove_xattr(path, name.c_str()) != MTF::E_OK) errors.attrs = errno;
   }
   return dropped;
+}
+
+/// Beside an access list, the group's bits of a mode are the most that anybody on the list may do, and not what the
+/// group itself may: they come with the list, or not at all.
+void Entry_Dresser::set_rights(const char* path, const MTF::Entry_Stat& stat, const struct stat& now, MTF::Xattrs attrs,
+                               Errors& errors) {
+  MTF::Xattrs list;
+  const auto found = std::find_if(attrs.begin(), attrs.end(), [](const auto& a) { return a.first == access_list; });
+  if (found != attrs.end()) {
+    list.push_back(std::move(*found));
+    attrs.erase(found);
+  }
+  unsigned mode = safe_mode(stat, now);
+  if (!list.empty()) mode &= ~static_cast<unsigned>(S_IRWXG);
+  if (!S_ISLNK(stat.mode) && callback_.set_mode(path, mode) != MTF::E_OK) errors.mode = errno;
+  if (!attrs.empty()) set_attributes(path, mode, attrs, errors);
+  // Goes last: it may take the right to write from the owner, without which some attributes cannot be set.
+  if (!list.empty() && callback_.set_xattrs(path, list) != MTF::E_OK) errors.attrs = errno;
 }
 
 void Entry_Dresser::set_attributes(const char* path, unsigned mode, const MTF::Xattrs& attrs, Errors& errors) {

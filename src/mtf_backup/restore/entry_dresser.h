@@ -14,7 +14,8 @@ namespace MTF_BACKUP {
 /**
  * Gives a restored entry its owner, mode, extended attributes and times, in this order: a change of the owner takes
  * special bits and capabilities away. Where the owner cannot be had, set-user-id and set-group-id are left off. Access
- * lists that the entry has inherited in its new place and did not have before are taken away.
+ * lists that the entry has inherited in its new place and did not have before are taken away. Where its own access list
+ * cannot be had, its group gets no rights.
  *
  * Then the entry is looked at again, with no trust in what the calls have said, and what is not as it was backed up is
  * told to the tally; the entry stays. Threads: one at a time.
@@ -43,6 +44,8 @@ class Entry_Dresser {
 
   void set_owner(const char* path, const MTF::Entry_Stat& stat, const struct stat& now, Errors& errors);
   bool drop_access_lists(const char* path, const MTF::Xattrs& attrs, Errors& errors);
+  void set_rights(const char* path, const MTF::Entry_Stat& stat, const struct stat& now, MTF::Xattrs attrs,
+                  Errors& errors);
   void set_attributes(const char* path, unsigned mode, const MTF::Xattrs& attrs, Errors& errors);
 
   MTF::IRestore_Callback& callback_;
