@@ -86,8 +86,6 @@ class TESSARIN_API IRestore_Callback {
   virtual Error_Code set_owner(const char* path, unsigned int uid, unsigned int gid) = 0;
   /// Replaces @a to where it exists.
   virtual Error_Code rename(const char* from, const char* to) = 0;
-  /// Removes from a directory what mktemp() left there in a run that was killed.
-  virtual Error_Code sweep_temps(const char* dir) = 0;
   /// Takes an extended attribute away; a link is not followed. One that is not there is E_OK.
   virtual Error_Code remove_xattr(const char* path, const char* name) = 0;
 };
@@ -105,7 +103,6 @@ class TESSARIN_API Restore_Callback_Base : public IRestore_Callback {
   Error_Code set_mode(const char* path, unsigned int mode) override;
   Error_Code set_owner(const char* path, unsigned int uid, unsigned int gid) override;
   Error_Code rename(const char* from, const char* to) override;
-  Error_Code sweep_temps(const char* dir) override;
   Error_Code remove_xattr(const char* path, const char* name) override;
 };
 

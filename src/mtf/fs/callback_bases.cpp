@@ -8,7 +8,6 @@
 #include <cstdio>
 #include <cstdlib>
 
-#include "kolt/directory_reader.h"
 #include "mtf/core/backup_callback.h"
 #include "mtf/core/restore_callback.h"
 #include "mtf/fs/unix/util.h"
@@ -18,12 +17,7 @@ namespace MTF {
 
 namespace {
 
-const std::string temp_prefix = ".tessarin-";
-const std::string temp_pattern = "XXXXXX";
-
-bool is_temp(const std::string& name) {
-  return name.size() == temp_prefix.size() + temp_pattern.size() && name.starts_with(temp_prefix);
-}
+const std::string temp_pattern = ".tessarin-XXXXXX";
 
 Error_Code result(bool ok) {
   return ok ? E_OK : E_FAILED;
@@ -62,7 +56,7 @@ Error_Code Restore_Callback_Base::set_dir_time(const char* path, unsigned long a
 Error_Code Restore_Callback_Base::mktemp(const char* path, std::string& temp) {
   const std::string whole = path;
   // A name of its own length, not the file's: that one may be as long as a name can be.
-  std::string name = whole.substr(0, whole.rfind('/') + 1) + temp_prefix + temp_pattern;
+  std::string name = whole.substr(0, whole.rfind('/') + 1) + temp_pattern;
   const int fd = ::mkostemp(name.data(), O_CLOEXEC);
   if (fd < 0) return E_FAILED;
   ::close(fd);
@@ -89,17 +83,6 @@ Error_Code Restore_Callback_Base::set_owner(const char* path, unsigned int uid, 
 
 Error_Code Restore_Callback_Base::rename(const char* from, const char* to) {
   return result(::rename(from, to) == 0);
-}
-
-Error_Code Restore_Callback_Base::sweep_temps(const char* dir) {
-  Directory_Reader reader;
-  if (!reader.open(dir, (temp_prefix + '*').c_str(), false, 0)) return E_FAILED;
-  Directory_Entry entry;
-  while (reader.read(entry))
-    if (is_temp(entry.name) && S_ISREG(entry.stat.st_mode) &&
-        unlink((std::string(dir) + '/' + entry.name).c_str()) != E_OK)
-      return E_FAILED;
-  return result(reader.last_error() == 0);
 }
 
 Error_Code Restore_Callback_Base::remove_xattr(const char* path, const char* name) {

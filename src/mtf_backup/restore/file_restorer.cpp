@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -14,9 +15,24 @@ namespace MTF_BACKUP {
 
 namespace {
 
-/// Errors that every further file would meet as well.
-bool is_hopeless(int error) {
-  return is_resource_error(error) || error == ENOSPC || error == EDQUOT || error == EROFS;
+bool is_about_filesystem(int error) {
+  return error == ENOSPC || error == EDQUOT || error == EROFS;
+}
+
+/// No directory and not of an unknown type, and without a NUL that would cut a link short.
+bool is_makeable(const Catalog_Entry& entry) {
+  switch (entry.stat.mode & S_IFMT) {
+    case S_IFREG:
+    case S_IFIFO:
+    case S_IFSOCK:
+    case S_IFCHR:
+    case S_IFBLK:
+      return true;
+    case S_IFLNK:
+      return entry.link_target.find('\0') == std::string::npos;
+    default:
+      return false;
+  }
 }
 
 bool has_data(const Catalog_Entry& entry) {
@@ -52,45 +68,57 @@ void File_Restorer::failed(const Restore_Item& item, int error) {
   const char* why = damaged ? "its data in the set is damaged" : std::strerror(error);
   ACE_ERROR((LM_ERROR, ACE_TEXT("Failed to restore %C: %C\n"), item.target.shown().c_str(), why));
   job_.tally.failed(item.entry, item.path, damaged);
-  if (is_hopeless(error)) job_.state.fail(MTF::E_FAILED);
+  if (is_hopeless(item, error)) job_.state.fail(MTF::E_FAILED);
+}
+
+/// Whether every further file would meet the error as well. Another filesystem that is mounted somewhere in the target
+/// may be full or read-only by itself.
+bool File_Restorer::is_hopeless(const Restore_Item& item, int error) const {
+  if (!is_about_filesystem(error)) return is_resource_error(error);
+  struct stat root;
+  struct stat here;
+  return ::fstat(item.target.root->fd.get(), &root) != 0 || ::fstat(dir_.fd(), &here) != 0 ||
+         root.st_dev == here.st_dev;
 }
 
 /// False with errno, here and below; EBADMSG: damaged.
 bool File_Restorer::restore(const Restore_Item& item) {
   static const MTF::Xattrs none;
-  if (!enter(item.target)) return false;
   const Catalog_Entry& entry = item.entry;
+  if (!is_makeable(entry)) {
+    errno = EBADMSG;
+    return false;
+  }
+  if (!enter(item.target)) return false;
   const bool needs_block = has_data(entry) || entry.xattr_hash != 0;
   if (needs_block && !reader_.open(entry)) return false;
-  const MTF::Xattrs& attrs = needs_block ? reader_.block().xattrs : none;
-  if (S_ISREG(entry.stat.mode)) return put_file(item, attrs);
-  job_.state.processed += entry.stat.size;
-  return put_special(item, attrs);
+  return put(item, needs_block ? reader_.block().xattrs : none);
 }
 
 bool File_Restorer::enter(const Target& target) {
   std::string directory = target.directory();
   if (dir_ && root_ == target.root && directory_ == directory) return true;
+  place_.remove();
   if (!dir_.open(target.root->fd.get(), directory)) return false;
-  dir_.enter();
   root_ = target.root;
   directory_ = std::move(directory);
   return true;
 }
 
-bool File_Restorer::put_file(const Restore_Item& item, const MTF::Xattrs& attrs) {
+/// Makes the entry in the private directory, where it gets all that it has, and only then its name.
+bool File_Restorer::put(const Restore_Item& item, const MTF::Xattrs& attrs) {
   // A file of one piece is known to be right before anything is made.
   uint64_t at = 0;
   Frame_View piece;
   const int got = has_data(item.entry) ? reader_.next(at, piece) : 0;
-  if (got < 0) return false;
-  const std::string name = item.target.name();
-  std::string temp;
-  if (callback_->mktemp(dir_.path(name), temp) != MTF::E_OK) return false;
+  if (got < 0 || !enter_place()) return false;
+  const bool is_file = S_ISREG(item.entry.stat.mode);
+  std::string temp = place_.dir().path(Private_Dir::entry);
+  if (is_file && callback_->mktemp(place_.dir().path(Private_Dir::entry), temp) != MTF::E_OK) return false;
   const std::string temp_name = temp.substr(temp.rfind('/') + 1);
-  if ((!has_data(item.entry) || write_temp(temp, got, at, piece)) &&
-      dresser_->dress(dir_, temp_name, item.entry.stat, attrs, item.target.shown()) &&
-      callback_->rename(temp.c_str(), dir_.path(name)) == MTF::E_OK)
+  if ((is_file ? !has_data(item.entry) || write_file(temp, got, at, piece) : make_special(item.entry, temp_name)) &&
+      dresser_->dress(place_.dir(), temp_name, item.entry.stat, attrs, item.target.shown()) &&
+      callback_->rename(temp.c_str(), dir_.path(item.target.name())) == MTF::E_OK)
     return true;
   const int error = errno;
   callback_->unlink(temp.c_str());
@@ -98,8 +126,15 @@ bool File_Restorer::put_file(const Restore_Item& item, const MTF::Xattrs& attrs)
   return false;
 }
 
+bool File_Restorer::enter_place() {
+  if (place_) return true;
+  if (!place_.make(dir_.fd())) return false;
+  place_.dir().enter();
+  return true;
+}
+
 /// @param got, at, piece  the first answer of the reader.
-bool File_Restorer::write_temp(const std::string& temp, int got, uint64_t at, Frame_View& piece) {
+bool File_Restorer::write_file(const std::string& temp, int got, uint64_t at, Frame_View& piece) {
   const uint64_t size = reader_.file_size();
   MTF::IFile_Writer_var writer = callback_->make_file_writer();
   if (!writer || writer->open(temp.c_str(), size) != MTF::E_OK) return false;
@@ -131,30 +166,33 @@ bool File_Restorer::skip_to(MTF::IFile_Writer& writer, uint64_t done, uint64_t t
   return done == to;
 }
 
-/// Links, FIFOs, sockets and devices are never seen half made, so they are made under their own names.
-bool File_Restorer::put_special(const Restore_Item& item, const MTF::Xattrs& attrs) {
-  const MTF::Entry_Stat& stat = item.entry.stat;
-  const std::string name = item.target.name();
-  if (!clear_way(name)) return false;
-  MTF::Error_Code made;
-  if (S_ISLNK(stat.mode)) {
-    made = callback_->symlink(item.entry.link_target.c_str(), dir_.path(name));
+/// A link, FIFO, socket or device.
+bool File_Restorer::make_special(const Catalog_Entry& entry, const std::string& name) {
+  Anchored_Dir& dir = place_.dir();
+  job_.state.processed += entry.stat.size;
+  if (S_ISLNK(entry.stat.mode)) {
+    if (callback_->symlink(entry.link_target.c_str(), dir.path(name)) != MTF::E_OK) return false;
   } else {
-    MTF::Callback_Stat st = MTF::callback_stat(stat);
-    st.mode = (stat.mode & S_IFMT) | 0600;
-    made = callback_->mknod(dir_.path(name), st);
+    MTF::Callback_Stat st = MTF::callback_stat(entry.stat);
+    st.mode = (entry.stat.mode & S_IFMT) | 0600;
+    if (callback_->mknod(dir.path(name), st) != MTF::E_OK) return false;
   }
-  return made == MTF::E_OK && dresser_->dress(dir_, name, stat, attrs, item.target.shown());
+  if (is_as_told(entry, name)) return true;
+  errno = EIO;
+  return false;
 }
 
-bool File_Restorer::clear_way(const std::string& name) {
-  struct stat st;
-  if (::fstatat(dir_.fd(), name.c_str(), &st, AT_SYMLINK_NOFOLLOW) != 0) return errno == ENOENT;
-  if (S_ISDIR(st.st_mode)) {
-    errno = EISDIR;
-    return false;
+/// Whether the link or device that was made is the one of the catalog: there are filesystems that change them.
+bool File_Restorer::is_as_told(const Catalog_Entry& entry, const std::string& name) const {
+  const int dir = place_.dir().fd();
+  if (S_ISLNK(entry.stat.mode)) {
+    std::string target(entry.link_target.size() + 1, '\0');
+    const ssize_t size = ::readlinkat(dir, name.c_str(), target.data(), target.size());
+    return size >= 0 && target.substr(0, static_cast<size_t>(size)) == entry.link_target;
   }
-  return callback_->unlink(dir_.path(name)) == MTF::E_OK;
+  struct stat st;
+  const bool is_device = S_ISCHR(entry.stat.mode) || S_ISBLK(entry.stat.mode);
+  return !is_device || (::fstatat(dir, name.c_str(), &st, AT_SYMLINK_NOFOLLOW) == 0 && st.st_rdev == entry.stat.rdev);
 }
 
 }  // namespace MTF_BACKUP

@@ -8,9 +8,18 @@
 #include <utility>
 
 #include "ace/Log_Msg.h"
+#include "mtf_backup/restore/private_dir.h"
 #include "mtf_backup/set/set_path.h"
 
 namespace MTF_BACKUP {
+
+namespace {
+
+bool is_same(const struct stat& a, const struct stat& b) {
+  return a.st_dev == b.st_dev && a.st_ino == b.st_ino;
+}
+
+}  // namespace
 
 void Restore_Finisher::run() {
   Restore_Item item;
@@ -80,6 +89,7 @@ void Restore_Finisher::link(const Restore_Item& item) {
 }
 
 /// False with errno. Both ends are reached without passing through a link, and the old one is what was restored there.
+/// What stands under the new name is replaced at once, or stays.
 bool Restore_Finisher::make_link(const Target& old, const Target& target, unsigned mode) {
   Anchored_Dir from;
   Anchored_Dir to;
@@ -94,19 +104,21 @@ bool Restore_Finisher::make_link(const Target& old, const Target& target, unsign
     errno = ELOOP;
     return false;
   }
-  if (::fstatat(to.fd(), name.c_str(), &there, AT_SYMLINK_NOFOLLOW) == 0) {
-    if (there.st_dev == source.st_dev && there.st_ino == source.st_ino) return true;
-    if (S_ISDIR(there.st_mode)) {
-      errno = EISDIR;
-      return false;
-    }
-    if (callback_.unlink(to.path(name)) != MTF::E_OK) return false;
-  }
-  if (callback_.link(from.path(old_name), to.path(name)) != MTF::E_OK) return false;
+  if (::fstatat(to.fd(), name.c_str(), &there, AT_SYMLINK_NOFOLLOW) != 0)
+    return errno == ENOENT && link_to(source, from.path(old_name), to, name);
+  if (is_same(there, source)) return true;
+  Private_Dir place;
+  return place.make(to.fd()) && link_to(source, from.path(old_name), place.dir(), Private_Dir::entry) &&
+         callback_.rename(place.dir().path(Private_Dir::entry), to.path(name)) == MTF::E_OK;
+}
+
+/// Makes a link that was not there. False with errno; then there is none.
+bool Restore_Finisher::link_to(const struct stat& source, const char* old_path, Anchored_Dir& to,
+                               const std::string& name) {
+  if (callback_.link(old_path, to.path(name)) != MTF::E_OK) return false;
   // Something else may have been put under the old name in the last moment.
-  if (::fstatat(to.fd(), name.c_str(), &there, AT_SYMLINK_NOFOLLOW) == 0 && there.st_dev == source.st_dev &&
-      there.st_ino == source.st_ino)
-    return true;
+  struct stat there;
+  if (::fstatat(to.fd(), name.c_str(), &there, AT_SYMLINK_NOFOLLOW) == 0 && is_same(there, source)) return true;
   (void)callback_.unlink(to.path(name));
   errno = ELOOP;
   return false;

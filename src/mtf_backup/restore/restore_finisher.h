@@ -1,5 +1,7 @@
 #pragma once
 
+#include <sys/stat.h>
+
 #include <string>
 #include <vector>
 
@@ -39,6 +41,7 @@ class Restore_Finisher {
   void link(const Restore_Item& item);
   bool make_link(const Target& old, const Target& target, unsigned mode);
   void enter(Catalog_Entry& entry);
+  bool link_to(const struct stat& source, const char* old_path, Anchored_Dir& to, const std::string& name);
   void leave_until(const Catalog_Entry& entry);
   void leave();
   void attributes_lost(const Restore_Item& item, int error);

@@ -7,6 +7,7 @@
 #include <utility>
 
 #include "kolt/printable.h"
+#include "mtf_backup/restore/private_dir.h"
 #include "mtf_backup/restore/selection.h"
 #include "mtf_backup/set/set_path.h"
 
@@ -74,8 +75,7 @@ bool Target_Tree::make_directory(const Target& target, unsigned mode) {
     end = slash == std::string::npos ? 0 : slash;
   }
   if (end == below.size()) {
-    // Where this fails the leftovers stay, which harms nobody.
-    (void)callback_->sweep_temps(dir.path(""));
+    Private_Dir::sweep(dir);
     return true;
   }
   // ... and down again.

@@ -47,7 +47,7 @@ class TESSARIN_API Target_Tree {
   [[nodiscard]] bool locate(const std::string& path, bool directory, Target& target);
 
   /**
-   * Makes the directory and those above it that are missing, and removes what interrupted restores have left in it.
+   * Makes the directory and those above it that are missing, and removes what dead restores have left in it.
    *
    * @param mode  what the directory will get in the end: until then nobody else enters one that is not open to all.
    * @retval false  errno; ENOTDIR or ELOOP: a file or a link is in the way.

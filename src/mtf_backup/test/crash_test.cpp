@@ -98,6 +98,23 @@ TEST_F(Killed_Run, RestoreKilledAtAnyMomentConvergesWhenItIsRunAgain) {
       ASSERT_EQ(test_support::read_file(source_ + path.substr(target_.size())), test_support::read_file(path));
     }
   }
+  // What the dead ones left is gone, which the comparison sees.
+  ASSERT_TRUE(run_restore());
+  EXPECT_EQ("", differences());
+}
+
+TEST_F(Killed_Run, TwoRestoresIntoOneTargetDoNotHarmEachOther) {
+  std::filesystem::remove_all(source_);
+  for (int i = 0; i < 400; ++i) write("d" + std::to_string(i % 5) + "/f" + std::to_string(i), noise(500, i));
+  ASSERT_TRUE(run_backup());
+  for (int round = 0; round < 5; ++round) {
+    bool other = false;
+    std::thread thread([&] { other = run_restore(); });
+    EXPECT_TRUE(run_restore());
+    thread.join();
+    EXPECT_TRUE(other);
+  }
+  // The last one has set the times.
   ASSERT_TRUE(run_restore());
   EXPECT_EQ("", differences());
 }

@@ -110,6 +110,18 @@ TEST_F(Fidelity, AccessListsOfFilesAndDirectories) {
   EXPECT_TRUE(has_attribute(target_ + "/d/inherits", "system.posix_acl_access"));
 }
 
+TEST_F(Fidelity, SpecialBitsBesideAnAccessList) {
+  const std::string path = write("a", "text");
+  std::filesystem::create_directory(source_ + "/d");
+  for (const std::string& entry : {path, source_ + "/d"}) {
+    if (!set_attribute(entry, "system.posix_acl_access", access_list))
+      GTEST_SKIP() << "no access lists on this filesystem";
+    ASSERT_EQ(0, chmod(entry.c_str(), 07760));
+  }
+  set_attribute(path, "user.one", "1");
+  expect_round_trip();
+}
+
 TEST_F(Fidelity, AccessListsThatTheTargetWouldBequeathAreTakenAway) {
   write("a", "text");
   std::filesystem::create_directory(source_ + "/d");
@@ -213,6 +225,42 @@ TEST_F(Told, AttributesThatWereNotSetAreALoss) {
   EXPECT_FALSE(restore(with(broken("set_xattrs", 0))));
   EXPECT_EQ(MTF::E_END_WITH_SKIPPED_FILES, code_);
   EXPECT_TRUE(log.has(LM_ERROR, line(target_ + "/a", "without the extended attributes user.one"))) << log.all();
+}
+
+TEST_F(Told, GroupHasNoRightsBeforeItsAccessList) {
+  if (!set_attribute(write("a", "text"), "system.posix_acl_access", access_list))
+    GTEST_SKIP() << "no access lists on this filesystem";
+  ASSERT_TRUE(back_up());
+  std::atomic<unsigned> mode{0};
+  Log_Capture log;
+  EXPECT_FALSE(restore(with([&](const char* what, const std::string& path) {
+    if (std::string(what) != "set_xattrs") return false;
+    struct stat st;
+    mode = stat(path.c_str(), &st) == 0 ? st.st_mode & 07777 : 07777;
+    errno = ENOTSUP;
+    return true;
+  })));
+  EXPECT_EQ(0600u, mode) << "the mask, 060, would be the group's";
+  EXPECT_EQ(MTF::E_END_WITH_SKIPPED_FILES, code_);
+  EXPECT_TRUE(log.has(LM_ERROR, line(target_ + "/a",
+                                     "mode 0600 instead of 0660, without the extended attributes "
+                                     "system.posix_acl_access (Operation not supported)")))
+      << log.all();
+}
+
+TEST_F(Told, LinkThatIsNotTheOneOfTheSetIsNotPutInPlace) {
+  ASSERT_EQ(0, symlink("nowhere", (source_ + "/a").c_str()));
+  ASSERT_TRUE(back_up());
+  dir_.write("target/a", "old");
+  Log_Capture log;
+  EXPECT_FALSE(restore(with([](const char* what, const std::string& path) {
+    if (std::string(what) != "symlink") return false;
+    EXPECT_EQ(0, ::symlink("elsewhere", path.c_str()));
+    errno = 0;
+    return true;
+  })));
+  EXPECT_TRUE(log.has(LM_ERROR, "Failed to restore " + target_ + "/a: Input/output error\n")) << log.all();
+  EXPECT_EQ("old", test_support::read_file(target_ + "/a"));
 }
 
 TEST_F(Told, ManyDifferencesInOneLine) {
@@ -331,11 +379,13 @@ TEST_F(Ordinary_Restore, DevicesCannotBeMadeAndTheRestIs) {
     GTEST_SKIP() << "no right to make devices";
   ASSERT_EQ(0, lchown(write("a", "text").c_str(), nobody, 0));
   ASSERT_TRUE(back_up());
+  dir_.write("target/device", "old");
   Log_Capture log;
   {
     const As_Nobody as_nobody;
     EXPECT_FALSE(restore({.select = {source_ + "/a", source_ + "/device"}}));
   }
+  EXPECT_EQ("old", test_support::read_file(target_ + "/device"));
   EXPECT_EQ(MTF::E_END_WITH_SKIPPED_FILES, code_);
   EXPECT_TRUE(log.has(LM_ERROR, "Failed to restore " + target_ + "/device: Operation not permitted\n")) << log.all();
   EXPECT_EQ("text", test_support::read_file(target_ + "/a"));

@@ -84,4 +84,34 @@ TEST_F(Full_Filesystem, TargetThatIsFullHoldsWholeFilesOnly) {
   EXPECT_EQ("", differences());
 }
 
+TEST_F(Full_Filesystem, OneThatIsMountedInTheTargetFailsByItself) {
+  ASSERT_EQ(0, chmod((source_ + "/d1").c_str(), 0750));
+  ASSERT_TRUE(back_up());
+  for (const bool read_only : {false, true}) {
+    SCOPED_TRACE(read_only);
+    clear_target();
+    const std::string inner = target_ + "/d0";
+    ASSERT_NO_FATAL_FAILURE(mount_small(inner));
+    if (read_only)
+      ASSERT_EQ(0, mount(nullptr, inner.c_str(), nullptr, MS_REMOUNT | MS_RDONLY, "size=6m"));
+    else
+      fill(inner, 0);
+    Log_Capture log;
+    EXPECT_FALSE(restore());
+    EXPECT_EQ(MTF::E_END_WITH_SKIPPED_FILES, code_) << log.all();
+    EXPECT_TRUE(log.has_containing(LM_ERROR, strerror(read_only ? EROFS : ENOSPC))) << log.all();
+    for (const auto& entry : fs::recursive_directory_iterator(source_)) {
+      const std::string name = entry.path().string().substr(source_.size());
+      struct stat was;
+      struct stat is;
+      if (name.starts_with("/d0")) continue;
+      ASSERT_EQ(0, lstat((source_ + name).c_str(), &was));
+      ASSERT_EQ(0, lstat((target_ + name).c_str(), &is)) << name;
+      EXPECT_EQ(was.st_mode, is.st_mode) << name;
+    }
+    ASSERT_EQ(0, umount(inner.c_str()));
+    mounted_.pop_back();
+  }
+}
+
 }  // namespace

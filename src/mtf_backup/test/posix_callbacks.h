@@ -151,15 +151,17 @@ class Posix_Restore_Callback : public MTF::Restore_Callback_Base {
     if (hook_ && hook_("mkdir_p", path)) return false;
     return MTF_FS::mkdir_p(path);
   }
+  // Where the hook stops one of these with errno 0 the operation says yes and does nothing.
   MTF::Error_Code symlink(const char* target, const char* linkpath) override {
+    if (hook_ && hook_("symlink", linkpath)) return errno == 0 ? MTF::E_OK : MTF::E_FAILED;
     return ::symlink(target, linkpath) == 0 || errno == EEXIST ? MTF::E_OK : MTF::E_FAILED;
   }
   MTF::Error_Code link(const char* oldpath, const char* newpath) override {
+    if (hook_ && hook_("link", newpath)) return MTF::E_FAILED;
     return ::link(oldpath, newpath) == 0 ? MTF::E_OK : MTF::E_FAILED;
   }
   MTF::Error_Code set_stat(const char*, const MTF::Callback_Stat&) override { return MTF::E_OK; }
   MTF::IFile_Writer_var make_file_writer() override { return held<MTF::IFile_Writer>(new Posix_Writer(hook_)); }
-  // Where the hook stops one of these with errno 0 the operation says yes and does nothing.
   MTF::Error_Code set_owner(const char* path, unsigned int uid, unsigned int gid) override {
     if (hook_ && hook_("set_owner", path)) return errno == 0 ? MTF::E_OK : MTF::E_FAILED;
     return Restore_Callback_Base::set_owner(path, uid, gid);

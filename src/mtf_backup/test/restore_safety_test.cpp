@@ -202,6 +202,33 @@ TEST_F(Hostile, NamesThatLeadOutAreLeftOutOfAnExport) {
   }
 }
 
+TEST_F(Hostile, EntriesThatCannotBeMadeAsToldAreRefused) {
+  write("a", "text");
+  ASSERT_EQ(0, symlink("nowhere", (source_ + "/link").c_str()));
+  ASSERT_TRUE(back_up());
+  dir_.write("target/link", "old");
+  dir_.write("target/odd", "old");
+  replace_catalog([](std::vector<MTF_BACKUP::Catalog_Entry>& entries) {
+    for (MTF_BACKUP::Catalog_Entry& entry : entries)
+      if (entry.path == "link") entry.link_target = std::string("/etc\0/never", 11);
+    MTF_BACKUP::Catalog_Entry odd = entries[1];
+    ASSERT_EQ("a", odd.path);
+    odd.path = "odd";
+    odd.stat.mode = 0644;
+    entries.push_back(odd);
+  });
+  Log_Capture log;
+  EXPECT_FALSE(restore());
+  EXPECT_EQ(MTF::E_CORRUPT, code_) << log.all();
+  for (const char* name : {"/link", "/odd"}) {
+    EXPECT_TRUE(log.has(LM_ERROR, "Failed to restore " + target_ + name + ": its data in the set is damaged\n"))
+        << log.all();
+    EXPECT_EQ("old", test_support::read_file(target_ + name));
+  }
+  EXPECT_EQ(2u, log.texts(LM_ERROR).size()) << log.all();
+  EXPECT_EQ("text", test_support::read_file(target_ + "/a"));
+}
+
 TEST_F(Hostile, HardLinkToAPathOutsideTheSetIsRefused) {
   write("a", "text");
   ASSERT_TRUE(back_up());
@@ -405,6 +432,50 @@ TEST_F(Hostile, OwnerThatCannotBeSetIsToldAndTakesTheSetUserBit) {
   EXPECT_EQ(0755u, st.st_mode & 07777);
 }
 
+TEST_F(Hostile, FilesPutInPlaceOfThoseThatAreMadeGetNothingOfThem) {
+  constexpr uid_t attacker_id = 12345;
+  for (int i = 0; i < 30; ++i) ASSERT_EQ(0, chmod(write("f" + std::to_string(i), "text").c_str(), 04755));
+  ASSERT_TRUE(back_up());
+  const std::string own = dir_ / "own";
+  std::filesystem::create_directory(own);
+  if (lchown(own.c_str(), attacker_id, attacker_id) != 0) GTEST_SKIP() << "needs the right to give files away";
+  std::atomic<bool> stop{false};
+  // What the owner of the target can do to names in it: his files and directories take the place of what is there.
+  std::thread attacker([&] {
+    const std::string evil = own + "/evil";
+    const std::string evil_dir = own + "/dir";
+    while (!stop)
+      for (const Directory_Entry& found : iterate_directory(target_.c_str())) {
+        const std::string& path = S_ISDIR(found.stat.st_mode) ? evil_dir : evil;
+        if (!std::filesystem::exists(path)) {
+          if (&path == &evil)
+            dir_.write("own/evil", "evil");
+          else
+            std::filesystem::create_directory(path);
+          EXPECT_EQ(0, lchown(path.c_str(), attacker_id, attacker_id));
+        }
+        if (&path == &evil)
+          ::rename(path.c_str(), (target_ + "/" + found.name).c_str());
+        else
+          ::renameat2(AT_FDCWD, path.c_str(), AT_FDCWD, (target_ + "/" + found.name).c_str(), RENAME_EXCHANGE);
+      }
+  });
+  Log_Capture log;
+  for (int i = 0; i < 30; ++i) (void)restore({.threads = 4});
+  stop = true;
+  attacker.join();
+  int evil = 0;
+  for (const auto& file : std::filesystem::recursive_directory_iterator(dir_.path())) {
+    if (!file.is_regular_file() || test_support::read_file(file.path()) != "evil") continue;
+    ++evil;
+    struct stat st;
+    ASSERT_EQ(0, lstat(file.path().c_str(), &st));
+    EXPECT_EQ(attacker_id, st.st_uid) << file.path();
+    EXPECT_EQ(0u, st.st_mode & S_ISUID) << file.path();
+  }
+  EXPECT_GT(evil, 0);
+}
+
 TEST_F(Hostile, SetUserBitNeverStandsWithAWrongOwner) {
   for (int i = 0; i < 40; ++i) {
     const std::string path = write("f" + std::to_string(i), "text");
@@ -414,11 +485,15 @@ TEST_F(Hostile, SetUserBitNeverStandsWithAWrongOwner) {
   ASSERT_TRUE(back_up());
   std::atomic<bool> stop{false};
   std::atomic<int> wrong{0};
-  std::thread watcher([&] {
-    while (!stop) {
-      for (const Directory_Entry& entry : iterate_directory(target_.c_str()))
-        if ((entry.stat.st_mode & S_ISUID) && entry.stat.st_uid != 12345) ++wrong;
+  // In the private directories too, which root alone can enter.
+  const std::function<void(const std::string&)> watch = [&](const std::string& dir) {
+    for (const Directory_Entry& entry : iterate_directory(dir.c_str())) {
+      if (S_ISDIR(entry.stat.st_mode)) watch(dir + "/" + entry.name);
+      if ((entry.stat.st_mode & S_ISUID) && entry.stat.st_uid != 12345) ++wrong;
     }
+  };
+  std::thread watcher([&] {
+    while (!stop) watch(target_);
   });
   for (int i = 0; i < 10; ++i) EXPECT_TRUE(restore());
   stop = true;

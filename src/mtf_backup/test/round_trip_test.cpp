@@ -209,14 +209,52 @@ TEST_F(Restored, SecondRunOverAFinishedOneConverges) {
   EXPECT_EQ("", differences());
 }
 
-TEST_F(Restored, TemporaryFilesOfAKilledRunAreTakenAway) {
+TEST_F(Restored, WhatAKilledRunLeftIsTakenAwayAndTheUsersFilesStay) {
   write("d/a", "one");
   ASSERT_TRUE(back_up());
-  dir_.write("target/d/.tessarin-a1B2c3", "half");
-  dir_.write("target/d/.tessarin-not-ours", "stays");
+  const std::string left = target_ + "/d/.tessarin-0123456789abcdef";
+  dir_.write("target/d/.tessarin-0123456789abcdef/.tessarin-a1B2c3", "half");
+  ASSERT_EQ(0, chmod(left.c_str(), 0700));
+  const char* const files[] = {".tessarin-config", ".tessarin-a1B2c3", ".tessarin-not-ours"};
+  for (const char* file : files) dir_.write(std::string("target/d/") + file, "the user's");
   ASSERT_TRUE(restore());
-  EXPECT_FALSE(std::filesystem::exists(target_ + "/d/.tessarin-a1B2c3"));
-  EXPECT_TRUE(std::filesystem::exists(target_ + "/d/.tessarin-not-ours"));
+  EXPECT_FALSE(std::filesystem::exists(left));
+  for (const char* file : files) EXPECT_EQ("the user's", test_support::read_file(target_ + "/d/" + file));
+}
+
+TEST_F(Restored, TwoSourcesBecomeOneDirectory) {
+  for (int i = 0; i < 600; ++i) {
+    write("one/a" + std::to_string(i), noise(300, i));
+    dir_.write("more/b" + std::to_string(i), noise(300, i));
+  }
+  ASSERT_TRUE(back_up({.sources = {source_ + "/one", dir_ / "more"}}));
+  const MTF_FS::path_transform_rules rules{{source_ + "/one", target_}, {dir_ / "more", target_}};
+  for (int round = 0; round < 3; ++round) {
+    Log_Capture log;
+    ASSERT_TRUE(restore({.threads = 4, .select = {source_ + "/one", dir_ / "more"}, .rules = rules})) << log.all();
+  }
+  for (int i = 0; i < 600; ++i) {
+    EXPECT_EQ(noise(300, i), test_support::read_file(target_ + "/a" + std::to_string(i)));
+    EXPECT_EQ(noise(300, i), test_support::read_file(target_ + "/b" + std::to_string(i)));
+  }
+}
+
+TEST_F(Restored, FileUnderTheNameOfAHardLinkIsReplacedAtOnceOrStays) {
+  write("a", "shared");
+  std::filesystem::create_hard_link(source_ + "/a", source_ + "/b");
+  ASSERT_TRUE(back_up());
+  dir_.write("target/b", "old");
+  {
+    Log_Capture log;
+    EXPECT_FALSE(restore({.hook = [](const char* what, const std::string&) {
+      errno = EMLINK;
+      return std::string(what) == "link";
+    }}));
+    EXPECT_TRUE(log.has(LM_ERROR, "Failed to restore " + target_ + "/b: Too many links\n")) << log.all();
+  }
+  EXPECT_EQ("old", test_support::read_file(target_ + "/b"));
+  ASSERT_TRUE(restore());
+  EXPECT_EQ("", differences());
 }
 
 TEST_F(Restored, HardLinksOfWhichOneIsSelectedBecomeAFile) {
