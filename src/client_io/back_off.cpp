@@ -15,9 +15,9 @@ Back_Off::Back_Off(size_t max_seconds, unsigned longest_wait)
       delays_(1, std::numeric_limits<unsigned>::max(), longest_wait, true) {}
 
 std::optional<milliseconds> Back_Off::next(std::optional<milliseconds> told) {
-  const time_t now = kolt::clock().now();
-  if (start_ == 0 || now < start_) start_ = now;  // a clock that was set back does not make it wait for longer
-  const milliseconds left = max_ - seconds(now - start_);
+  const std::chrono::nanoseconds now = kolt::clock().steady();
+  if (!start_) start_ = now;
+  const milliseconds left = max_ - std::chrono::floor<milliseconds>(now - *start_);
   // "At once" is no answer of a service that is in trouble.
   if (told && told->count() > 0) return *told > left ? std::nullopt : told;
   if (left.count() <= 0) return {};

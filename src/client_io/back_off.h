@@ -2,7 +2,6 @@
 
 #include <chrono>
 #include <cstddef>
-#include <ctime>
 #include <optional>
 
 #include "kolt/exponential_backoff_iterator.h"
@@ -12,7 +11,8 @@ namespace client_io {
 
 /**
  * The waits between the tries of one thing: 1, 2, 4, ... seconds of which up to a half is taken off, the last one cut
- * to what is left. Their time starts with the first failure and goes by kolt::clock(). Threads: belongs to one.
+ * to what is left. Their time starts with the first failure and goes by kolt::clock(), whatever the time of day is set
+ * to. Threads: belongs to one.
  */
 class TESSARIN_API Back_Off {
  public:
@@ -27,7 +27,7 @@ class TESSARIN_API Back_Off {
  private:
   const std::chrono::seconds max_;
   Exponential_Backoff_Iterator delays_;
-  time_t start_ = 0;  // 0: no failure yet
+  std::optional<std::chrono::nanoseconds> start_;  // nothing: no failure yet
 };
 
 }  // namespace client_io

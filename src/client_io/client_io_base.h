@@ -49,7 +49,7 @@ class TESSARIN_API Client_IO_Base {
     size_t max_seconds_retry = CLIENT_IO_MAX_SECONDS_RETRY;
     size_t resumption_buffer_size = CLIENT_IO_RESUMPTION_BUF_SIZE;  ///< bytes
     bool forward = false;
-    Rate_Limits rate_limits;  ///< of one client: writes keep to the dest limits, reads to the src limits
+    Rate_Limits rate_limits;  ///< of one client, or shared: writes keep to the dest limits, reads to the src limits
     Compression_Method compression_method = COMPR_NONE;  ///< applied by a deduplicating store only
     int compression_level = 0;
     Encryption_Algorithm encryption_algorithm = ENCRYPT_NONE;

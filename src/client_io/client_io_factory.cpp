@@ -59,7 +59,8 @@ std::unique_ptr<Client_IO_Base> make_driver(const Pool_Info& pool, std::string_v
 }  // namespace
 
 std::shared_ptr<Client_IO_Base> make_client_io(const Pool_Info& pool, const std::string& uri_path,
-                                               const Client_IO_Base::Options& options) {
+                                               const Client_IO_Base::Options& options,
+                                               std::shared_ptr<client_io::Rate_Limiters> limiters) {
   const std::string_view url = pool.url;
   if (!url.starts_with(file_scheme) && !url.starts_with(s3_scheme))
     return refuse("Storage pools of this kind are not supported", scheme_of(url), ENOTSUP);
@@ -69,5 +70,6 @@ std::shared_ptr<Client_IO_Base> make_client_io(const Pool_Info& pool, const std:
   client_io::Pool_Encryption encryption;
   if (!client_io::read_encryption(pool, options, encryption)) return nullptr;
   const bool repeats_itself = url.starts_with(s3_scheme);
-  return client_io::wrap_driver(make_driver(pool, path, options), options, std::move(encryption), repeats_itself);
+  return client_io::wrap_driver(make_driver(pool, path, options), options, std::move(encryption), repeats_itself,
+                                std::move(limiters));
 }

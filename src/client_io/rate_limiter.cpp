@@ -1,7 +1,11 @@
 #include "client_io/rate_limiter.h"
 
+#include <time.h>
+
 #include <algorithm>
 #include <cerrno>
+
+#include "kolt/clock.h"
 
 namespace client_io {
 
@@ -9,12 +13,17 @@ namespace {
 
 using std::chrono::nanoseconds;
 
-// A transfer that was late may catch up by so much.
-constexpr nanoseconds burst = std::chrono::milliseconds(50);
+// What is saved up of the time in which nobody has anything to transfer, and of that of transfers.
+constexpr double idle_seconds = 0.05;
+constexpr double busy_seconds = 1;
 constexpr size_t portions_per_second = 10;
+constexpr nanoseconds slice = std::chrono::milliseconds(100);  // between two looks for a cancel and at the windows
 
-nanoseconds time_for(size_t bytes, size_t limit) {
-  return nanoseconds(static_cast<int64_t>(1e9 * static_cast<double>(bytes) / static_cast<double>(limit)));
+unsigned second_of_day() {
+  const time_t moment = kolt::clock().now();
+  struct tm local;
+  localtime_r(&moment, &local);
+  return static_cast<unsigned>(local.tm_hour * 3600 + local.tm_min * 60 + local.tm_sec);
 }
 
 }  // namespace
@@ -29,48 +38,68 @@ size_t limit_at(const Rate_Limits::Entries_Type& windows, unsigned second_of_day
   return lowest;
 }
 
-Rate_Limiter::Rate_Limiter(const Rate_Limits::Entries_Type& windows, Rate_Clock& clock)
-    : windows_(windows), clock_(clock), free_at_(clock.now()) {}
+Rate_Limiter::Transfer::Transfer(Rate_Limiter& limiter, size_t n, const std::atomic<bool>& canceled)
+    : limiter_(limiter), size_(limiter.begin(n, canceled)) {}
 
-size_t Rate_Limiter::portion(size_t n) {
-  const size_t limit = limit_at(windows_, clock_.second_of_day());
-  return limit == 0 ? n : std::min(n, std::max<size_t>(limit / portions_per_second, 1));
+Rate_Limiter::Transfer::~Transfer() {
+  const int error = errno;  // of the transfer
+  limiter_.end();
+  errno = error;
 }
 
-// A thread books its time and waits until that is over before it transfers anything, so that also a short transfer
-// keeps to the limit and threads pass in the order in which they came. It looks at the windows again after each wait: a
-// limit that has ended holds nobody.
-bool Rate_Limiter::pass(size_t n) {
-  nanoseconds due;
-  {
-    std::lock_guard<std::mutex> guard(lock_);
-    const size_t limit = limit_at(windows_, clock_.second_of_day());
-    if (limit != 0) {
-      due = free_at_ = std::max(free_at_, clock_.now() - burst) + time_for(n, limit);
-    } else {
-      due = free_at_ = clock_.now();
+Rate_Limiter::Rate_Limiter(const Rate_Limits::Entries_Type& windows)
+    : windows_(windows), counted_at_(kolt::clock().steady()), limit_(limit_at(windows_, second_of_day())) {}
+
+// What passes is paid for before, so that also a short transfer keeps to the limit. Nothing is booked ahead: a limit
+// that has changed holds from the next look on.
+size_t Rate_Limiter::begin(size_t n, const std::atomic<bool>& canceled) {
+  std::unique_lock<std::mutex> guard(lock_);
+  count_time();
+  ++at_work_;
+  for (;; count_time()) {
+    if (canceled) {
+      errno = ECANCELED;
+      return 0;
     }
-  }
-  for (;;) {
-    {
-      std::lock_guard<std::mutex> guard(lock_);
-      if (canceled_) {
-        errno = ECANCELED;
-        return false;
-      }
-    }
-    const nanoseconds left = due - clock_.now();
-    if (left <= nanoseconds(0) || limit_at(windows_, clock_.second_of_day()) == 0) return true;
-    clock_.wait(left);
+    if (limit_ == 0) return n;
+    if (credit_ >= static_cast<double>(portion(n))) return take(n);
+    const nanoseconds until = counted_at_ + std::min(slice, time_until_ready(n));
+    guard.unlock();
+    kolt::clock().sleep_until(until);
+    guard.lock();
   }
 }
 
-void Rate_Limiter::cancel() {
-  {
-    std::lock_guard<std::mutex> guard(lock_);
-    canceled_ = true;
-  }
-  clock_.wake();
+void Rate_Limiter::end() {
+  std::lock_guard<std::mutex> guard(lock_);
+  count_time();
+  --at_work_;
+}
+
+size_t Rate_Limiter::take(size_t n) {
+  const size_t size = credit_ < static_cast<double>(n) ? static_cast<size_t>(credit_) : n;
+  credit_ -= static_cast<double>(size);
+  return size;
+}
+
+void Rate_Limiter::count_time() {
+  const nanoseconds now = kolt::clock().steady();
+  const double gained = static_cast<double>(limit_) * std::chrono::duration<double>(now - counted_at_).count();
+  const double most = static_cast<double>(limit_) * (at_work_ > 0 ? busy_seconds : idle_seconds);
+  counted_at_ = now;
+  limit_ = limit_at(windows_, second_of_day());
+  credit_ = std::max(credit_, std::min(credit_ + gained, most));
+  credit_ = std::min(credit_, static_cast<double>(limit_) * busy_seconds);
+}
+
+/// The least that is worth a transfer.
+size_t Rate_Limiter::portion(size_t n) const {
+  return std::min(n, std::max<size_t>(limit_ / portions_per_second, 1));
+}
+
+nanoseconds Rate_Limiter::time_until_ready(size_t n) const {
+  const double missing = static_cast<double>(portion(n)) - credit_;
+  return nanoseconds(1 + static_cast<int64_t>(1e9 * missing / static_cast<double>(limit_)));
 }
 
 }  // namespace client_io

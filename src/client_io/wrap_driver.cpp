@@ -14,9 +14,10 @@ namespace {
 
 typedef std::unique_ptr<Client_IO_Base> Client;
 
-Client limited(Client client, const Rate_Limits& limits) {
+Client limited(Client client, const Rate_Limits& limits, std::shared_ptr<Rate_Limiters> limiters) {
   if (!client || (limits.dest_rate_limits.empty() && limits.src_rate_limits.empty())) return client;
-  return Client(new (std::nothrow) Rate_Limited_Client_IO(std::move(client), limits));
+  if (!limiters) limiters = std::make_shared<Rate_Limiters>(limits);
+  return Client(new (std::nothrow) Rate_Limited_Client_IO(std::move(client), std::move(limiters)));
 }
 
 Client metered_driver(Client driver) {
@@ -40,10 +41,10 @@ Client encrypted(Client client, Pool_Encryption encryption) {
 
 std::unique_ptr<Client_IO_Base> wrap_driver(std::unique_ptr<Client_IO_Base> driver,
                                             const Client_IO_Base::Options& options, Pool_Encryption encryption,
-                                            bool repeats_itself) {
+                                            bool repeats_itself, std::shared_ptr<Rate_Limiters> limiters) {
   if (!driver) return nullptr;
   errno = ENOMEM;
-  Client client = limited(metered_driver(std::move(driver)), options.rate_limits);
+  Client client = limited(metered_driver(std::move(driver)), options.rate_limits, std::move(limiters));
   if (!repeats_itself) client = retrying(std::move(client), options);
   return encrypted(std::move(client), std::move(encryption));
 }

@@ -24,6 +24,14 @@ std::atomic<Clock*> other_clock{nullptr};
 
 Clock::~Clock() = default;
 
+std::chrono::nanoseconds Clock::steady() {
+  return std::chrono::steady_clock::now().time_since_epoch();
+}
+
+void Clock::sleep_until(std::chrono::nanoseconds moment) {
+  sleep(std::chrono::ceil<std::chrono::milliseconds>(moment - steady()));
+}
+
 Clock& clock() {
   static System_Clock system_clock;
   Clock* const other = other_clock;

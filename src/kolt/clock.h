@@ -17,6 +17,11 @@ class TESSARIN_API Clock {
   virtual time_t now() = 0;
   /// Comes back after that long. A span of 0 or less is none.
   virtual void sleep(std::chrono::milliseconds span) = 0;
+
+  /// The time since some moment, which goes on evenly whatever is done to now(). The system's, if not overridden.
+  virtual std::chrono::nanoseconds steady();
+  /// Comes back when steady() has come to @a moment.
+  virtual void sleep_until(std::chrono::nanoseconds moment);
 };
 
 /// The clock in use: the system's, by ACE_OS, unless another has been set.

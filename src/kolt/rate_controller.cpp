@@ -75,6 +75,7 @@ void Rate_Limits::from_array_in_object(const json_spirit::Object& obj, bool is_l
 
 void Rate_Limits::set_rate_limits_by_channels(std::size_t channels) {
   if (channels < 2) return;
+  if (!of_job_) of_job_ = std::make_shared<const Rate_Limits>(*this);
   divide(dest_rate_limits, channels);
   divide(src_rate_limits, channels);
 }

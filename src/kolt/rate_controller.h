@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstddef>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -44,6 +45,12 @@ struct TESSARIN_API Rate_Limits {
   /// Shares the limits out over channels: each is divided by @a channels, and is at least 1 where it was not 0. 0 or 1
   /// channels change nothing.
   void set_rate_limits_by_channels(std::size_t channels);
+
+  /// The limits of the job as a whole: as they were before they were first shared out.
+  Rate_Limits of_job() const { return of_job_ ? *of_job_ : *this; }
+
+ private:
+  std::shared_ptr<const Rate_Limits> of_job_;  // null: they were not shared out
 };
 
 /**

@@ -4,6 +4,7 @@
 #include <new>
 
 #include "client_io/client_io_factory.h"
+#include "client_io/rate_limiter.h"
 #include "kolt/pool_info.h"
 
 namespace MTF_BACKUP {
@@ -13,15 +14,19 @@ namespace {
 class Pool_Channel_Factory : public Channel_Factory {
  public:
   Pool_Channel_Factory(const Pool_Info& pool, const std::string& uri_path, const Client_IO_Base::Options& options)
-      : pool_(pool), uri_path_(uri_path), options_(options) {}
+      : pool_(pool),
+        uri_path_(uri_path),
+        options_(options),
+        limiters_(std::make_shared<client_io::Rate_Limiters>(options.rate_limits.of_job())) {}
 
-  std::shared_ptr<Client_IO_Base> storage() override { return make_client_io(pool_, uri_path_, options_); }
+  std::shared_ptr<Client_IO_Base> storage() override { return make_client_io(pool_, uri_path_, options_, limiters_); }
   const Client_IO_Base::Options& options() const override { return options_; }
 
  private:
   const Pool_Info pool_;
   const std::string uri_path_;
   const Client_IO_Base::Options options_;
+  const std::shared_ptr<client_io::Rate_Limiters> limiters_;
 };
 
 }  // namespace

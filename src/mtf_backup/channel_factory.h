@@ -19,8 +19,8 @@ class TESSARIN_API Channel_Factory {
   virtual ~Channel_Factory() = default;
 
   /**
-   * A new client rooted at <pool>/<uri_path>. The rate limits in the options are those of one channel and belong to one
-   * client: a run calls this once per channel.
+   * A new client rooted at <pool>/<uri_path>. All clients that a factory has given out keep to the rate limits
+   * together, as they were before they were shared out over channels: whoever is at work.
    * @return empty on failure: errno is ENOMEM, nothing is logged.
    */
   [[nodiscard]] virtual std::shared_ptr<Client_IO_Base> storage() = 0;

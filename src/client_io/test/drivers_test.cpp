@@ -30,7 +30,8 @@ Client_Maker limited_pool() {
   return [dir](const Client_IO_Base::Options& options) {
     Rate_Limits limits;
     limits.dest_rate_limits = limits.src_rate_limits = {{0, 86400, size_t(1) << 40}};
-    return std::make_shared<Rate_Limited_Client_IO>(std::make_unique<File_Client_IO>(*dir / "pool", options), limits);
+    return std::make_shared<Rate_Limited_Client_IO>(std::make_unique<File_Client_IO>(*dir / "pool", options),
+                                                    std::make_shared<client_io::Rate_Limiters>(limits));
   };
 }
 

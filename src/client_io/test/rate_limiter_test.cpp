@@ -1,45 +1,55 @@
 #include "client_io/rate_limiter.h"
 
 #include <cerrno>
+#include <thread>
+#include <vector>
 
 #include "client_io/rate_limited_client_io.h"
 #include "json_spirit/json_spirit_value.h"
+#include "support/fake_clock.h"
 #include "support/memory_client_io.h"
 
 namespace {
 
 using client_io::limit_at;
-using client_io::Rate_Clock;
 using client_io::Rate_Limiter;
-using std::chrono::nanoseconds;
+using client_io::Rate_Limiters;
+using std::chrono::milliseconds;
 using std::chrono::seconds;
+using test_support::Fake_Clock;
 
-/// Waiting moves this clock on and takes no time.
-class Fake_Clock : public Rate_Clock {
- public:
-  nanoseconds now() override { return now_; }
-  unsigned second_of_day() override {
-    return static_cast<unsigned>((start_ + std::chrono::duration_cast<seconds>(now_).count()) % 86400);
-  }
-  void wait(nanoseconds span) override {
-    now_ += std::min<nanoseconds>(span, std::chrono::minutes(1));
-    ++waits_;
-  }
-  void wake() override {}
+std::atomic<bool> not_canceled{false};
 
-  nanoseconds now_{0};
-  int64_t start_ = 0;  // second of the day at the beginning
-  int waits_ = 0;
-};
+double seconds_of(std::chrono::nanoseconds span) {
+  return std::chrono::duration<double>(span).count();
+}
 
-double seconds_for(Rate_Limiter& limiter, Fake_Clock& clock, size_t bytes) {
-  const nanoseconds begin = clock.now_;
+/// A moment whose second of the local day is this one.
+time_t at_second_of_day(int second) {
+  const time_t some_day = 1'700'000'000;
+  struct tm local;
+  localtime_r(&some_day, &local);
+  local.tm_hour = 0;
+  local.tm_min = 0;
+  local.tm_sec = second;
+  return mktime(&local);
+}
+
+/// @param each_takes  what the storage takes per transfer.
+void transfer(Rate_Limiter& limiter, Fake_Clock& clock, size_t bytes, milliseconds each_takes = milliseconds(0)) {
   while (bytes > 0) {
-    const size_t portion = limiter.portion(bytes);
-    EXPECT_TRUE(limiter.pass(portion));
-    bytes -= portion;
+    const Rate_Limiter::Transfer portion(limiter, bytes, not_canceled);
+    ASSERT_GT(portion.size(), 0u);
+    ASSERT_LE(portion.size(), bytes);
+    bytes -= portion.size();
+    clock.advance(each_takes);
   }
-  return std::chrono::duration<double>(clock.now_ - begin).count();
+}
+
+double seconds_for(Rate_Limiter& limiter, Fake_Clock& clock, size_t bytes, milliseconds each_takes = milliseconds(0)) {
+  const auto begin = clock.steady();
+  transfer(limiter, clock, bytes, each_takes);
+  return seconds_of(clock.steady() - begin);
 }
 
 TEST(LimitAt, OutsideEveryWindowThereIsNone) {
@@ -66,27 +76,49 @@ TEST(LimitAt, AZeroIsNoLimitAndHidesNone) {
 TEST(Rate_Limiter, HoldsTheLimitWithinFivePercent) {
   for (const size_t limit : {1000u, 1000000u, 100000000u}) {
     Fake_Clock clock;
-    Rate_Limiter limiter({{0, 86399, limit}}, clock);
+    Rate_Limiter limiter({{0, 86399, limit}});
     EXPECT_NEAR(seconds_for(limiter, clock, limit * 20), 20.0, 1.0) << limit;
   }
 }
 
+TEST(Rate_Limiter, StorageThatIsSlowToAnswerDoesNotKeepItBelowTheLimit) {
+  for (const int latency : {10, 50, 100, 200, 500}) {
+    Fake_Clock clock;
+    Rate_Limiter limiter({{0, 86399, 1'000'000}});
+    EXPECT_NEAR(seconds_for(limiter, clock, 20'000'000, milliseconds(latency)), 20.0, 1.0) << latency;
+  }
+}
+
 TEST(Rate_Limiter, WithoutALimitNothingWaits) {
-  Fake_Clock clock;
-  clock.start_ = 50;
-  Rate_Limiter limiter({{100, 200, 10}}, clock);
-  EXPECT_EQ(limiter.portion(1 << 20), size_t(1 << 20));
-  EXPECT_TRUE(limiter.pass(1 << 20));
-  EXPECT_EQ(clock.waits_, 0);
+  Fake_Clock clock(at_second_of_day(50));
+  Rate_Limiter limiter({{100, 200, 10}});
+  EXPECT_EQ(Rate_Limiter::Transfer(limiter, 1 << 20, not_canceled).size(), size_t(1 << 20));
+  EXPECT_EQ(seconds_for(limiter, clock, 1 << 20), 0.0);
 }
 
 TEST(Rate_Limiter, AWindowThatBeginsOrEndsIsFeltAtOnce) {
-  Fake_Clock clock;
-  clock.start_ = 90;
-  Rate_Limiter limiter({{100, 109, 1000}}, clock);
+  Fake_Clock clock(at_second_of_day(90));
+  Rate_Limiter limiter({{100, 109, 1000}});
   EXPECT_EQ(seconds_for(limiter, clock, 1 << 20), 0.0);
-  clock.now_ = seconds(10);                                      // the window begins
+  clock.advance(seconds(10));                                    // the window begins
   EXPECT_NEAR(seconds_for(limiter, clock, 1 << 20), 10.0, 1.0);  // a megabyte takes no longer than the window lasts
+}
+
+TEST(Rate_Limiter, WhatPassedWithoutALimitIsNotPaidForInAWindow) {
+  Fake_Clock clock(at_second_of_day(99));
+  Rate_Limiter limiter({{100, 86399, 1}});
+  {
+    const Rate_Limiter::Transfer portion(limiter, 1 << 20, not_canceled);
+    EXPECT_EQ(portion.size(), size_t(1 << 20));
+    clock.advance(seconds(1));  // the window begins while it is under way
+  }
+  EXPECT_NEAR(seconds_for(limiter, clock, 10), 10.0, 1.0);
+}
+
+TEST(Rate_Limiter, WhoWaitsWhenALimitChangesFeelsTheOtherOne) {
+  Fake_Clock clock(at_second_of_day(0));
+  Rate_Limiter limiter({{0, 4, 1}, {5, 9, 1000}, {10, 86399, 1'000'000}});
+  EXPECT_NEAR(seconds_for(limiter, clock, 5 + 5000 + 1'000'000), 11.0, 0.5);
 }
 
 TEST(Rate_Limiter, AWindowThatPassesMidnightHoldsOnBothSidesOfIt) {
@@ -94,60 +126,59 @@ TEST(Rate_Limiter, AWindowThatPassesMidnightHoldsOnBothSidesOfIt) {
   const json_spirit::Array array{
       json_spirit::Object{{"start_time", 86390}, {"end_time", 9}, {"max_bytes_per_second", 1000}}};
   ASSERT_TRUE(array_to_rate_entries(array, windows));
-  Fake_Clock clock;
-  clock.start_ = 86390;
-  Rate_Limiter limiter(windows, clock);
+  Fake_Clock clock(at_second_of_day(86390));
+  Rate_Limiter limiter(windows);
   EXPECT_NEAR(seconds_for(limiter, clock, 20000), 20.0, 1.0);  // ten seconds before and ten behind
-  clock.now_ = seconds(20);
+  clock.advance(seconds(1));
   EXPECT_EQ(seconds_for(limiter, clock, 1 << 20), 0.0);
 }
 
 TEST(Rate_Limiter, AShortTransferKeepsToTheLimitToo) {
   Fake_Clock clock;
-  Rate_Limiter limiter({{0, 86399, 1000}}, clock);
+  Rate_Limiter limiter({{0, 86399, 1000}});
   EXPECT_NEAR(seconds_for(limiter, clock, 1000), 1.0, 0.051);
 }
 
-// Every channel has a client and so a limiter of its own, and its part of the limit.
-TEST(Rate_Limiter, AllChannelsTogetherHoldTheLimitWithinFivePercent) {
+TEST(Rate_Limiter, AllThreadsTogetherHoldTheLimitWithinFivePercent) {
   for (const size_t limit : {size_t(1000), size_t(1'000'000), size_t(1'000'000'000)})
-    for (const size_t channels : {size_t(1), size_t(2), size_t(7), size_t(16), size_t(64)}) {
-      Rate_Limits limits;
-      limits.dest_rate_limits = {{0, 86399, limit}};
-      limits.set_rate_limits_by_channels(channels);
-      const size_t per_channel = 20 * limit / channels;
-      double longest = 0;
-      for (size_t i = 0; i < channels; ++i) {
-        Fake_Clock clock;
-        Rate_Limiter limiter(limits.dest_rate_limits, clock);
-        longest = std::max(longest, seconds_for(limiter, clock, per_channel));
-      }
-      EXPECT_NEAR(static_cast<double>(per_channel * channels) / longest, static_cast<double>(limit),
-                  0.05 * static_cast<double>(limit))
-          << limit << " over " << channels;
+    for (const size_t busy : {1, 2, 7, 64}) {
+      Fake_Clock clock;
+      Rate_Limiter limiter({{0, 86399, limit}});
+      const auto begin = clock.steady();
+      std::vector<std::thread> threads;
+      for (size_t i = 0; i < busy; ++i) threads.emplace_back([&] { transfer(limiter, clock, 20 * limit / busy); });
+      for (std::thread& thread : threads) thread.join();
+      EXPECT_NEAR(seconds_of(clock.steady() - begin), 20.0, 1.0) << limit << " by " << busy;
     }
 }
 
 TEST(Rate_Limiter, IdleTimeIsNotSavedUp) {
   Fake_Clock clock;
-  Rate_Limiter limiter({{0, 86399, 1000}}, clock);
-  EXPECT_TRUE(limiter.pass(100));
-  clock.now_ += seconds(1000);
+  Rate_Limiter limiter({{0, 86399, 1000}});
+  transfer(limiter, clock, 100);
+  clock.advance(seconds(1000));
   EXPECT_NEAR(seconds_for(limiter, clock, 10000), 10.0, 0.5);
+}
+
+TEST(Rate_Limiter, OfTheTimeOfATransferASecondIsSavedUpAtMost) {
+  Fake_Clock clock;
+  Rate_Limiter limiter({{0, 86399, 1000}});
+  transfer(limiter, clock, 100, seconds(1000));
+  EXPECT_NEAR(seconds_for(limiter, clock, 10000), 9.0, 0.5);
 }
 
 TEST(Rate_Limiter, APortionIsNeverNothing) {
   Fake_Clock clock;
-  Rate_Limiter limiter({{0, 86399, 1}}, clock);
-  EXPECT_EQ(limiter.portion(100), 1u);
+  Rate_Limiter limiter({{0, 86399, 1}});
+  EXPECT_EQ(Rate_Limiter::Transfer(limiter, 100, not_canceled).size(), 1u);
   EXPECT_NEAR(seconds_for(limiter, clock, 100), 100.0, 2.0);
 }
 
-TEST(Rate_Limiter, AfterCancelNothingPasses) {
+TEST(Rate_Limiter, AfterACancelNothingPasses) {
   Fake_Clock clock;
-  Rate_Limiter limiter({{0, 86399, 1}}, clock);
-  limiter.cancel();
-  EXPECT_FALSE(limiter.pass(100));
+  Rate_Limiter limiter({{0, 86399, 1}});
+  const std::atomic<bool> canceled{true};
+  EXPECT_EQ(Rate_Limiter::Transfer(limiter, 100, canceled).size(), 0u);
   EXPECT_EQ(errno, ECANCELED);
 }
 
@@ -157,16 +188,19 @@ class Rate_Limited : public ::testing::Test {
     Rate_Limits limits;
     limits.dest_rate_limits = {{0, 86399, 1000}};
     limits.src_rate_limits = {{0, 86399, 4000}};
-    auto clock = std::make_unique<Fake_Clock>();
-    clock_ = clock.get();
-    client_ = std::make_unique<Rate_Limited_Client_IO>(
-        std::make_unique<test_support::Memory_Client_IO>(std::make_shared<test_support::Memory_Pool>()), limits,
-        std::move(clock));
+    limiters_ = std::make_shared<Rate_Limiters>(limits);
+    client_ = client();
   }
 
-  double elapsed() const { return std::chrono::duration<double>(clock_->now_).count(); }
+  std::unique_ptr<Client_IO_Base> client() {
+    return std::make_unique<Rate_Limited_Client_IO>(std::make_unique<test_support::Memory_Client_IO>(pool_), limiters_);
+  }
+  double elapsed() { return seconds_of(clock_.steady() - begin_); }
 
-  Fake_Clock* clock_;
+  Fake_Clock clock_;
+  const std::chrono::nanoseconds begin_ = clock_.steady();
+  const std::shared_ptr<test_support::Memory_Pool> pool_ = std::make_shared<test_support::Memory_Pool>();
+  std::shared_ptr<Rate_Limiters> limiters_;
   std::unique_ptr<Client_IO_Base> client_;
 };
 
@@ -181,19 +215,33 @@ TEST_F(Rate_Limited, WritesKeepToTheDestLimitsAndReadsToTheSrcLimits) {
   EXPECT_NEAR(elapsed(), 25.0, 1.5);
 }
 
-TEST_F(Rate_Limited, AllWritersOfAClientShareTheLimit) {
+TEST_F(Rate_Limited, ClientsAndWritersShareTheLimit) {
   const std::string bytes(1000, 'x');
+  const auto other = client();
   const auto one = client_->create("1");
   const auto two = client_->create("2");
-  for (int i = 0; i < 10; ++i) ASSERT_TRUE(one->write(bytes.data(), 1000) && two->write(bytes.data(), 1000));
-  EXPECT_NEAR(elapsed(), 20.0, 1.0);
+  const auto three = other->create("3");
+  for (int i = 0; i < 10; ++i)
+    for (auto* writer : {one.get(), two.get(), three.get()}) ASSERT_TRUE(writer->write(bytes.data(), 1000));
+  EXPECT_NEAR(elapsed(), 30.0, 1.5);
+}
+
+TEST_F(Rate_Limited, TheCancelOfAClientIsNoneOfAnother) {
+  const auto other = client();
+  const auto one = client_->create("1");
+  const auto two = other->create("2");
+  client_->cancel();
+  EXPECT_FALSE(one->write("x", 1));
+  EXPECT_EQ(errno, ECANCELED);
+  EXPECT_TRUE(two->write("x", 1));
 }
 
 TEST(Rate_Limited_Client, CancelEndsAWaitThatWouldLastForHours) {
   Rate_Limits limits;
   limits.dest_rate_limits = {{0, 86400, 1}};
   Rate_Limited_Client_IO client(
-      std::make_unique<test_support::Memory_Client_IO>(std::make_shared<test_support::Memory_Pool>()), limits);
+      std::make_unique<test_support::Memory_Client_IO>(std::make_shared<test_support::Memory_Pool>()),
+      std::make_shared<Rate_Limiters>(limits));
   const auto writer = client.create("object");
   std::thread canceler([&] { client.cancel(); });
   const std::string bytes(100000, 'x');

@@ -157,6 +157,18 @@ TEST(Rate_Limits, AreDividedByTheChannels) {
   EXPECT_THAT(windows(limits.src_rate_limits), ElementsAre(Window{0, 1, 2}));
 }
 
+TEST(Rate_Limits, ThoseOfTheJobAreKnownAfterTheyWereShared) {
+  Rate_Limits limits;
+  limits.dest_rate_limits = {{1, 2, 1000}};
+  limits.src_rate_limits = {{3, 4, 7}};
+  for (const std::size_t channels : {1, 8, 3}) {
+    limits.set_rate_limits_by_channels(channels);
+    EXPECT_EQ(limits.of_job().dest_rate_limits.at(0).max_bytes_per_second, 1000u);
+    EXPECT_EQ(limits.of_job().src_rate_limits.at(0).max_bytes_per_second, 7u);
+  }
+  EXPECT_EQ(limits.src_rate_limits.at(0).max_bytes_per_second, 1u);
+}
+
 TEST(Rate_Limits, NoOrOneChannelChangesNothing) {
   Rate_Limits limits;
   limits.dest_rate_limits = {{0, 1, 100}};

@@ -62,7 +62,7 @@ class Backup_Run {
   ACE_Log_Msg_Callback* const log_callback_;
   Run_State state_;
   std::vector<Source> sources_;
-  // One per channel. The first has catalog and commit record too, so that all together keep to the rate limits.
+  // One per channel. The first has catalog and commit record too.
   std::vector<std::shared_ptr<Client_IO_Base>> clients_;
   std::unique_ptr<Set_Store> store_;
   Set_Id id_;

@@ -22,7 +22,7 @@ typedef std::shared_ptr<Medium_Reader> Medium_Reader_var;
  * when it is first asked for; so is the commit record of an older set read.
  *
  * However long the chain is, only as many media as the set itself has, and 16 more, are kept open: those used last.
- * All older sets are read through the clients of this set's channels, so that its rate limits hold for the whole.
+ * All older sets are read through the clients of this set's channels.
  *
  * Threads: any. A medium may be read while others are opened.
  */
