@@ -65,11 +65,12 @@ class TESSARIN_API MTF_Restore {
    * attributes, has a line at LM_ERROR: up to 1,000 of them, those that lack content not counted, up to 10,000 that do,
    * and then one with the number of the others.
    *
-   * What the backup could not read at all is not in the set and has been a failure of the backup; it is none of the
-   * restore. Each such entry has a line at LM_WARNING; a directory is made with nothing in it. See missing_count().
+   * What the backup could not read is not in the set. The backup has told it, and it is no failure of the restore, which
+   * would else keep the rest of the job from being restored; see missing_count(). An entry that the set does not have at
+   * all has a line at LM_WARNING; a directory is made with nothing in it.
    *
-   * @retval true   every selected entry that the set has and a path rule reaches is in place with its content;
-   * err_code() is E_OK.
+   * @retval true   every selected entry that the set has and a path rule reaches is in place with all that the set has
+   * of it; err_code() is E_OK.
    * @retval false  err_code() tells why, after at least one line at LM_ERROR (a cancel and an empty selection have
    * none):
    *
@@ -77,8 +78,8 @@ class TESSARIN_API MTF_Restore {
    * - E_NOT_FOUND: there is no such set.
    * - E_CORRUPT: the set's description or some of its data is damaged; files that it hit are left out.
    * - E_END_WITH_SKIPPED_FILES: some entries could not be put in place, each with a line at LM_ERROR, or lack extended
-   *   attributes, access lists and file capabilities among them, or data, also where the set has none of it. A wrong
-   *   owner, mode or time alone is no failure.
+   *   attributes that the set has, access lists and file capabilities among them. A wrong owner, mode or time alone is
+   *   no failure.
    * - E_DOWNLOAD_CAT_ERROR, E_OPEN_MEDIA: the storage failed.
    * - E_FAILED: refused, cancelled, or out of memory or threads.
    *
@@ -96,7 +97,7 @@ class TESSARIN_API MTF_Restore {
   ACE_UINT64 set_size() const;
   /// Bytes of the entries that are in place; 0 without a run.
   ACE_UINT64 restored_size() const;
-  /// Selected entries that are not in the set, since the backup could not read them; 0 without a run.
+  /// Selected entries that are not in the set, or not in all, since the backup could not read them; 0 without a run.
   ACE_UINT64 missing_count() const;
 
  private:

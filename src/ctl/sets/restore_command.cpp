@@ -155,7 +155,7 @@ Exit_Code sets_restore(const Options& options, std::ostream& out, std::ostream& 
     view.line("Restored " + human_size(restore.restored_size()));
   }
   if (!restored) err << why_not(restore.err_code()) << '\n';
-  if (missing > 0) err << missing << " entries are not in the set: the backup could not read them.\n";
+  if (missing > 0) err << missing << " entries are not in the set, or not in all: the backup could not read them.\n";
   return complete ? exit_ok : exit_job_failed;
 }
 

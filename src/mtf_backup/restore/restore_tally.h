@@ -19,7 +19,7 @@ class Restore_Tally {
   void failed(const Catalog_Entry& entry, const std::string& path, bool damaged);
   /// Whether the entry of this path, which has further names, has failed.
   bool has_failed(const std::string& path) const;
-  /// An entry that is in place. What the set lacks of it is a loss, told as by differs().
+  /// An entry that is in place. What the set lacks of it is told as by differs(), and is no loss of the restore.
   void restored(const Catalog_Entry& entry, const Target& target);
   /// An entry that the set does not have. Its line has been logged.
   void missing() { ++missing_; }
@@ -37,15 +37,19 @@ class Restore_Tally {
   uint64_t damaged_count() const { return damaged_; }
   /// How many entries lack some of their content.
   uint64_t lossy_count() const { return lossy_; }
+  /// How many the set does not have, or not in all.
   uint64_t missing_count() const { return missing_; }
   /// Bytes of the entries that are in place.
   uint64_t restored_size() const { return restored_size_; }
 
  private:
+  static void tell(const std::string& shown, const std::string& what, bool has_line);
+
   std::atomic<uint64_t> failed_{0};
   std::atomic<uint64_t> damaged_{0};
   std::atomic<uint64_t> differing_{0};
   std::atomic<uint64_t> lossy_{0};
+  std::atomic<uint64_t> loss_lines_{0};
   std::atomic<uint64_t> missing_{0};
   std::atomic<uint64_t> restored_size_{0};
   std::atomic<uint64_t> split_{0};
