@@ -65,9 +65,9 @@ class TESSARIN_API MTF_Restore {
    * attributes, has a line at LM_ERROR: up to 1,000 of them, those that lack content not counted, up to 10,000 that do,
    * and then one with the number of the others.
    *
-   * What the backup could not read is not in the set. The backup has told it, and it is no failure of the restore, which
-   * would else keep the rest of the job from being restored; see missing_count(). An entry that the set does not have at
-   * all has a line at LM_WARNING; a directory is made with nothing in it.
+   * What the backup could not read is not in the set. The backup has told it, and it is no failure of the restore,
+   * which would else keep the rest of the job from being restored; see missing_count(). An entry that the set does not
+   * have at all has a line at LM_WARNING; a directory is made with nothing in it.
    *
    * @retval true   every selected entry that the set has and a path rule reaches is in place with all that the set has
    * of it; err_code() is E_OK.
