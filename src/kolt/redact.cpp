@@ -88,10 +88,21 @@ class Redactor {
     if (begin == 0 || text_[begin - 1] != '"' || slashes_before(begin - 1, 0) != slashes) return 0;
     if (!is_one_of(text_.substr(begin, end - begin), member_names)) return 0;
 
-    std::size_t quote = skip_space(colon + 1);
+    const std::size_t value = skip_space(colon + 1);
+    std::size_t quote = value;
     while (quote < text_.size() && text_[quote] == '\\') ++quote;
-    if (quote >= text_.size() || text_[quote] != '"' || slashes_before(quote, 0) != slashes) return 0;
+    if (quote >= text_.size() || text_[quote] != '"') return behind_bare_member(value, slashes);
+    if (slashes_before(quote, 0) != slashes) return 0;
     return hide(quote + 1, value_end(quote + 1, slashes));
+  }
+
+  // A value that is no text, but may be a secret that was sent as a number or in a list.
+  std::size_t behind_bare_member(std::size_t value, std::size_t slashes) {
+    if (value < text_.size() && (text_[value] == '[' || text_[value] == '{'))
+      return hide(value + 1, bracket_end(value + 1, slashes));
+    std::size_t end = std::min(text_.find_first_of(",}]\"\\\r\n", value), text_.size());
+    while (end > value && is_blank(text_[end - 1])) --end;
+    return hide(value, end);
   }
 
   std::size_t behind_bearer(std::size_t at) {
@@ -109,6 +120,21 @@ class Redactor {
       if (is_line_end(text_[at])) return at;
       // A quote or a backslash of the value itself is escaped once more than the quotes around it.
       if (text_[at] == '"' && slashes_before(at, begin) % (2 * (slashes + 1)) == slashes) return at - slashes;
+    }
+    return text_.size();
+  }
+
+  // Where the list or object ends whose inside begins at begin: at its closing bracket, at the end of the JSON text
+  // that it is quoted in, or where all is cut off.
+  std::size_t bracket_end(std::size_t begin, std::size_t slashes) const {
+    std::size_t depth = 1;
+    for (std::size_t at = begin; at < text_.size(); ++at) {
+      if (text_[at] == '[' || text_[at] == '{') ++depth;
+      if ((text_[at] == ']' || text_[at] == '}') && --depth == 0) return at;
+      if (text_[at] != '"') continue;
+      if (slashes_before(at, begin) < slashes) return at;
+      at = value_end(at + 1, slashes);
+      while (at < text_.size() && text_[at] == '\\') ++at;
     }
     return text_.size();
   }

@@ -40,8 +40,8 @@ TEST(Redact_Secrets, ComparesNamesWithoutCase) {
 
 TEST(Redact_Secrets, LeavesOtherMembersAlone) {
   for (const char* text : {"{\"monkey\":\"banana\"}", "{\"key_id\":\"AK1\"}", "{\"access_key_id\":\"AK1\"}",
-                           "{\"name\":\"key\",\"value\":\"x\"}", "{\"key\":5,\"token\":null,\"iv\":[\"x\"]}",
-                           "{\"key\":\"\"}", "\"key\"", "key: value", ":", "\":\"", "\"\":\"x\""})
+                           "{\"name\":\"key\",\"value\":\"x\"}", "{\"key\":\"\"}", "{\"key\":[]}", "\"key\"",
+                           "key: value", ":", "\":\"", "\"\":\"x\""})
     EXPECT_EQ(redact(text), text);
 }
 
@@ -61,6 +61,28 @@ TEST(Redact_Secrets, MasksAValueThatIsCutOff) {
   EXPECT_EQ(redact("{\"key\":\"cana"), "{\"key\":\"******");
   EXPECT_EQ(redact("{\"key\":\"cana\nnext line"), "{\"key\":\"******\nnext line");
   EXPECT_EQ(redact(R"({\"key\":\"cana\\)"), R"({\"key\":\"******)");
+}
+
+TEST(Redact_Secrets, MasksValuesThatAreNoTexts) {
+  EXPECT_EQ(redact(R"({"access_key":1234567890,"n":1})"), R"({"access_key":******,"n":1})");
+  EXPECT_EQ(redact(R"({"token": 12.5e3 })"), R"({"token": ****** })");
+  EXPECT_EQ(redact("{\n  \"key\": 5\n}"), "{\n  \"key\": ******\n}");
+  EXPECT_EQ(redact(R"("authorization": Bearer canary, "n": 1)"), R"("authorization": ******, "n": 1)");
+  EXPECT_EQ(redact("{\"key\":123"), "{\"key\":******");
+}
+
+TEST(Redact_Secrets, MasksListsAndObjectsWhole) {
+  EXPECT_EQ(redact(R"({"secret_access_key":["canary"],"n":1})"), R"({"secret_access_key":[******],"n":1})");
+  EXPECT_EQ(redact(R"({"key":{"a":["]}","\"}"],"b":{}},"n":1})"), R"({"key":{******},"n":1})");
+  EXPECT_EQ(redact("{\"key\": [\n    \"canary\",\n    \"canary\"\n  ],\n  \"n\": 1\n}"),
+            "{\"key\": [******],\n  \"n\": 1\n}");
+  EXPECT_EQ(redact("{\"key\":[\"canary\",\n\"canary\""), "{\"key\":[******");
+}
+
+TEST(Redact_Secrets, MasksValuesThatAreNoTextsInsideQuotedJson) {
+  EXPECT_EQ(redact(R"({"body":"{\"key\":5,\"iv\":[\"]\\\"\",\"canary\"],\"n\":1}","m":1})"),
+            R"({"body":"{\"key\":******,\"iv\":[******],\"n\":1}","m":1})");
+  EXPECT_EQ(redact(R"({"body":"{\"iv\":[\"canary\",5","m":"y"})"), R"({"body":"{\"iv\":[******","m":"y"})");
 }
 
 TEST(Redact_Secrets, MasksHeaders) {
@@ -95,8 +117,8 @@ TEST(Redact_Secrets, PlainTextStays) {
 }
 
 TEST(Redact_Secrets, RandomTextNeverBreaksIt) {
-  const std::string parts[] = {"\"",           "\\",     ":", " ",  "\n", "key",  "Bearer", "token",
-                               "X-Access-Key", "canary", ",", "{}", "\r", "\xff", "\\\"",   "******"};
+  const std::string parts[] = {"\"", "\\", ":", " ", "\n", "key", "Bearer", "token", "X-Access-Key", "canary",
+                               ",",  "{}", "[", "]", "5",  "\r",  "\xff",   "\\\"",  "******"};
   std::mt19937 random(1);
   for (int i = 0; i < 20000; ++i) {
     std::string text;
