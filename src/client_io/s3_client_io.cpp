@@ -220,14 +220,14 @@ bool S3_Client_IO::remove(const std::string& key) {
   S3_Result result;
   if (session_->send(request, result)) return true;
   if (errno == ENOENT && result.code != "NoSuchBucket") return true;
-  log_failure("remove", key, root, result.reason);
+  if (errno != ECANCELED) log_failure("remove", key, root, result.reason);
   return false;
 }
 
 bool S3_Client_IO::sweep(const std::string& prefix) {
   std::string reason;
   if (sweep_uploads(*session_, prefix, reason)) return true;
-  log_failure("sweep", prefix, session_->settings().root, reason);
+  if (errno != ECANCELED) log_failure("sweep", prefix, session_->settings().root, reason);
   return false;
 }
 

@@ -26,6 +26,8 @@ class S3_Session;
  * 64 KiB is read when it is opened; a larger one that is replaced later fails to be read, with ESTALE.
  *
  * What is left of a writer after a cancel goes with the writer, which may take some seconds if the service is silent.
+ * That is found out once for all clients of the service: list(), remove() and sweep() of clients canceled before fail
+ * with ECANCELED then.
  *
  * list() fails with ENOENT, and a line, where there is no bucket, and with EIO where the service lists other keys than
  * were asked for. sweep() aborts uploads of other processes that were

@@ -2,7 +2,8 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <thread>
+#include <map>
+#include <mutex>
 
 #include "ace/Log_Msg.h"
 #include "client_io/back_off.h"
@@ -15,6 +16,8 @@
 namespace client_io {
 
 namespace {
+
+using std::chrono::steady_clock;
 
 constexpr unsigned longest_wait = 32;  // seconds
 constexpr std::chrono::milliseconds wait_slice{100};
@@ -31,6 +34,30 @@ std::string s3_word(const std::string& text) {
 
 std::string s3_url(const S3_Settings& settings, const std::string& path, const S3_Query& query) {
   return settings.url + path + (query.empty() ? "" : "?" + s3_query_string(query));
+}
+
+// When services were last silent to somebody who cleaned up after a cancel. The sessions of a job's channels end
+// together, and one of them finds it out for all.
+class Silences {
+ public:
+  void note(const std::string& url) {
+    const std::lock_guard<std::mutex> guard(lock_);
+    last_[url] = steady_clock::now();
+  }
+  bool has_since(const std::string& url, steady_clock::time_point begin) {
+    const std::lock_guard<std::mutex> guard(lock_);
+    const auto found = last_.find(url);
+    return found != last_.end() && found->second >= begin;
+  }
+
+ private:
+  std::mutex lock_;
+  std::map<std::string, steady_clock::time_point> last_;  // guarded by lock_
+};
+
+Silences& silences() {
+  static Silences all;
+  return all;
 }
 
 // Cleaning up after a cancel waits for nothing.
@@ -102,22 +129,33 @@ int S3_Session::exchange(const S3_Request& request, S3_Result& result, bool& aga
   exchange.body = request.body;
   exchange.to = request.to;
   exchange.to_size = request.to_size;
-  const auto begin = std::chrono::steady_clock::now();
+  const auto begin = steady_clock::now();
   exchange.stopped = [&] {
     if (request.stop != nullptr) return is_stopped(request);
-    return canceled_ && std::chrono::steady_clock::now() - begin > patience_after_cancel;
+    return canceled_ && steady_clock::now() - begin > patience_after_cancel;
   };
 
   S3_Answer answer;
-  const S3_Outcome outcome = is_stopped(request) ? S3_Outcome::STOPPED : transport_.exchange(exchange, answer);
+  const bool in_vain = is_stopped(request) || is_in_vain(request);
+  const S3_Outcome outcome = in_vain ? S3_Outcome::STOPPED : transport_.exchange(exchange, answer);
   result.status = answer.status;
   result.headers = answer.headers;
   result.xml = {};
   result.code.clear();
   result.reason = answer.reason;
   again = outcome == S3_Outcome::BROKEN;
-  if (outcome == S3_Outcome::STOPPED) return request.stop != nullptr ? ECANCELED : ETIMEDOUT;
-  return outcome == S3_Outcome::ANSWERED ? judge(request, answer, result, again) : answer.error;
+  if (outcome == S3_Outcome::ANSWERED) return judge(request, answer, result, again);
+  if (outcome != S3_Outcome::STOPPED) return answer.error;
+  if (request.stop != nullptr || in_vain) return ECANCELED;
+  silences().note(settings_.url);
+  result.reason = "no answer";
+  return ETIMEDOUT;
+}
+
+void S3_Session::cancel() {
+  if (canceled_) return;
+  canceled_at_ = steady_clock::now();
+  canceled_ = true;
 }
 
 int S3_Session::judge(const S3_Request& request, const S3_Answer& answer, S3_Result& result, bool& again) {
@@ -147,6 +185,11 @@ int S3_Session::judge(const S3_Request& request, const S3_Answer& answer, S3_Res
 
 bool S3_Session::is_stopped(const S3_Request& request) const {
   return request.stop != nullptr && (*request.stop || canceled_);
+}
+
+// Whether it would clean up at a service that is silent.
+bool S3_Session::is_in_vain(const S3_Request& request) const {
+  return request.stop == nullptr && canceled_ && silences().has_since(settings_.url, canceled_at_);
 }
 
 // In slices, so that a cancel is soon felt.

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <atomic>
+#include <chrono>
 #include <string>
 #include <string_view>
 
@@ -23,7 +24,7 @@ struct S3_Request {
   char* to = nullptr;            ///< takes the body of a 2xx answer, which has exactly to_size bytes
   size_t to_size = 0;
   /// True breaks the operation off, as the session's cancel() does. Null: it cleans up. That goes on after a cancel,
-  /// with three tries of three seconds and no waits between them.
+  /// with three tries of three seconds and no waits between them, until the service was silent to one: then all fail.
   const std::atomic<bool>* stop = nullptr;
   size_t max_seconds_retry = SIZE_MAX;  ///< and never longer than the settings say
 };
@@ -54,13 +55,15 @@ class S3_Session {
 
   /**
    * @retval true   a 2xx answer came.
-   * @retval false  errno tells why: ECANCELED; EACCES (401, 403, a certificate), ENOENT (404), EEXIST (409, 412),
-   * ENOSPC or EDQUOT, EINVAL (400), EREMOTE (a redirect), ENOSYS (405, 501), else what the network said or EIO.
+   * @retval false  errno tells why: ECANCELED, also for what cleans up where the service has been silent since the
+   * cancel, to this session or to another one; ETIMEDOUT where it is silent now; EACCES (401, 403, a certificate),
+   * ENOENT (404), EEXIST (409, 412), ENOSPC or EDQUOT, EINVAL (400), EREMOTE (a redirect), ENOSYS (405, 501), else what
+   * the network said or EIO.
    */
   [[nodiscard]] bool send(const S3_Request& request, S3_Result& result);
 
   /// Ends all requests that have a stop flag, now and later, and all waits. One-way.
-  void cancel() { canceled_ = true; }
+  void cancel();
   bool canceled() const { return canceled_; }
 
   const S3_Settings& settings() const { return settings_; }
@@ -69,11 +72,13 @@ class S3_Session {
   int exchange(const S3_Request& request, S3_Result& result, bool& again);
   int judge(const S3_Request& request, const S3_Answer& answer, S3_Result& result, bool& again);
   bool is_stopped(const S3_Request& request) const;
+  bool is_in_vain(const S3_Request& request) const;
   bool wait(const S3_Request& request, std::chrono::milliseconds span) const;
 
   const S3_Settings settings_;
   S3_Transport transport_;
   std::atomic<bool> canceled_{false};
+  std::atomic<std::chrono::steady_clock::time_point> canceled_at_{};
 };
 
 }  // namespace client_io

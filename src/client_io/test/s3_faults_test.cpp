@@ -430,8 +430,40 @@ TEST_F(S3_Faults, SilenceAfterACancelIsNotWaitedForLong) {
   EXPECT_EQ(log.all(), "");
   EXPECT_LT(time_of([&] { EXPECT_FALSE(one->remove("a")); }), seconds(5));
   EXPECT_EQ(errno, ETIMEDOUT);
+  EXPECT_EQ(log.texts(LM_ERROR),
+            std::vector<std::string>{"Failed to remove object \"a\" in \"s3://bucket/pool/root/\": "
+                                     "Connection timed out (no answer).\n"});
+}
+
+// Each channel of a job has a client of its own, and all are canceled together.
+TEST_F(S3_Faults, SilenceAfterACancelIsFoundOutOnceForAll) {
+  const auto one = client();
+  const auto other = client();
+  auto writer = other->create("b");
+  const std::string bytes = mebibytes(9);
+  ASSERT_TRUE(writer && writer->write(bytes.data(), bytes.size()));
+  const auto later = client();
+  one->cancel();
+  other->cancel();
+  fail(Network_Fault::SILENCE, 1000, "");
+  Log_Capture log;
+  EXPECT_FALSE(one->remove("a"));
+  EXPECT_EQ(errno, ETIMEDOUT);
+  const int asked = proxy_.requests();
+  for (const auto& canceled : {one, other}) {
+    EXPECT_FALSE(canceled->remove("a"));
+    EXPECT_EQ(errno, ECANCELED);
+    EXPECT_FALSE(canceled->list("", [](const Client_IO_Base::Object_Info&) { return true; }));
+    EXPECT_EQ(errno, ECANCELED);
+    EXPECT_FALSE(canceled->sweep(""));
+    EXPECT_EQ(errno, ECANCELED);
+  }
+  writer.reset();
+  EXPECT_EQ(proxy_.requests(), asked);
   EXPECT_EQ(log.texts(LM_ERROR).size(), 1u) << log.all();
-  EXPECT_LT(time_of([&] { writer.reset(); }), seconds(5));
+  left_ = 0;
+  later->cancel();
+  EXPECT_TRUE(later->remove("a"));
 }
 
 }  // namespace
