@@ -1,15 +1,29 @@
 #include "client_io/retrying_client_io.h"
 
+#include <algorithm>
+#include <atomic>
 #include <cerrno>
 #include <mutex>
 #include <new>
 
+#include "ace/Log_Msg.h"
 #include "client_io/held_failure.h"
 #include "client_io/resuming_writer.h"
 
 namespace {
 
 using client_io::Patience;
+
+constexpr size_t max_buffer = size_t(64) << 20;
+
+// A request may ask for any size, and each channel has a client. Told once, not by each of them.
+size_t bounded(size_t asked) {
+  static std::atomic<size_t> told{0};
+  if (asked > max_buffer && told.exchange(asked) != asked)
+    ACE_ERROR(
+        (LM_WARNING, ACE_TEXT("A resumption buffer of %B bytes is too large, %B are used.\n"), asked, max_buffer));
+  return std::min(asked, max_buffer);
+}
 
 /// Opens its object anew where the storage lost hold of it.
 class Persistent_Reader : public Client_IO_Base::Reader {
@@ -59,7 +73,9 @@ class Persistent_Reader : public Client_IO_Base::Reader {
 }  // namespace
 
 Retrying_Client_IO::Retrying_Client_IO(std::unique_ptr<Client_IO_Base> next, const Options& options)
-    : next_(std::move(next)), buffer_size_(options.resumption_buffer_size), patience_(options.max_seconds_retry) {}
+    : next_(std::move(next)),
+      buffer_size_(bounded(options.resumption_buffer_size)),
+      patience_(options.max_seconds_retry) {}
 
 Retrying_Client_IO::~Retrying_Client_IO() = default;
 

@@ -287,6 +287,20 @@ TEST_F(Retrying, NeverMoreThanTheBufferIsUnsettled) {
   }
 }
 
+TEST_F(Retrying, ABufferWithoutMeasureIsCutAndToldOnce) {
+  Client_IO_Base::Options options;
+  options.resumption_buffer_size = SIZE_MAX;
+  Log_Capture log;
+  auto watched = std::make_unique<Watched_Pool>(pool_);
+  Watched_Pool& pool = *watched;
+  client_ = std::make_unique<Retrying_Client_IO>(std::move(watched), options);
+  const Retrying_Client_IO other(std::make_unique<Watched_Pool>(pool_), options);
+  EXPECT_EQ(log.texts(LM_WARNING), std::vector<std::string>{"A resumption buffer of 18446744073709551615 bytes is too "
+                                                            "large, 67108864 are used.\n"});
+  ASSERT_TRUE(store("object", std::string(70 << 20, 'x'), 1 << 20));
+  EXPECT_LE(pool.most_unsettled, size_t(64) << 20);
+}
+
 TEST_F(Retrying, AWriterThatCannotResumeFailsForGood) {
   struct Stubborn : Memory_Client_IO {
     using Memory_Client_IO::Memory_Client_IO;
