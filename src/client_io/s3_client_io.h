@@ -14,8 +14,9 @@ class S3_Session;
  * The driver of "s3://": objects of a bucket, below a prefix.
  *
  * An object of up to 8 MiB is one PUT, a larger one a multipart upload in parts that are sent side by side while more
- * is written, each kept until the service has it: up to 32 MiB per writer, and more for objects beyond 10 GiB, whose
- * parts grow. It becomes visible with the last request. Bodies are sent with SHA-256 and MD5, and their ETag is
+ * is written, each kept until the service has it: 8 MiB per writer, and up to Options::resumption_buffer_size, but 8 to
+ * 24 MiB, beside that, of 64 MiB that all writers of the process share. Parts of objects beyond 10 GiB grow, and all
+ * that with them. It becomes visible with the last request. Bodies are sent with SHA-256 and MD5, and their ETag is
  * checked.
  *
  * commit() without Options::overwrite looks whether the key exists and then makes the object on the condition that it

@@ -144,6 +144,7 @@ std::optional<S3_Settings> s3_settings(const Pool_Info& pool, std::string_view p
   settings.overwrite = options.overwrite;
   settings.socket_timeout_seconds = options.socket_timeout_seconds;
   settings.max_seconds_retry = options.max_seconds_retry;
+  settings.resumption_buffer_size = options.resumption_buffer_size;
   return settings;
 }
 

@@ -30,6 +30,7 @@ struct TESSARIN_API S3_Settings {
   bool overwrite = false;
   int socket_timeout_seconds = 0;
   size_t max_seconds_retry = 0;
+  size_t resumption_buffer_size = 0;
 
   /// The name of a key, or of the beginning of one.
   std::string name_of(std::string_view key) const;

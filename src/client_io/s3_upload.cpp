@@ -5,6 +5,7 @@
 #include <set>
 #include <system_error>
 
+#include "client_io/s3_part_budget.h"
 #include "kolt/without_bad_alloc.h"
 
 namespace client_io {
@@ -14,7 +15,7 @@ namespace {
 constexpr size_t mib = size_t(1) << 20;
 constexpr size_t smallest_part = 8 * mib;
 constexpr size_t most_threads = 3;
-constexpr size_t most_on_the_way = most_threads * smallest_part;
+constexpr size_t most_on_the_way = most_threads * smallest_part;  // of one writer
 constexpr std::chrono::milliseconds upload_poll{100};
 
 struct Living {
@@ -40,6 +41,7 @@ S3_Upload::~S3_Upload() {
   const int error = errno;
   if (!finished_) stop_ = true;
   join();
+  S3_Part_Budget::give_back(budgeted_);
   if (!id_.empty() && !finished_) abort();
   S3_Living_Uploads::remove(S3_Living_Uploads::place(session_.settings(), object_.name));
   errno = error;
@@ -72,10 +74,26 @@ bool S3_Upload::begin() {
   return false;
 }
 
-bool S3_Upload::add(S3_Part part) {
+bool S3_Upload::wait_for_room(size_t size) {
   std::unique_lock<std::mutex> guard(lock_);
-  const auto room = [&] { return on_the_way_ == 0 || on_the_way_ + part.size <= most_on_the_way; };
-  if (!wait_for(room, guard)) return false;
+  return wait_for([&] { return may_have(size); }, guard);
+}
+
+// Called with the lock held.
+bool S3_Upload::may_have(size_t size) {
+  if (on_the_way_ == 0) return true;  // whatever others have: nobody may wait for them for ever
+  const size_t most = std::clamp(session_.settings().resumption_buffer_size, smallest_part, most_on_the_way);
+  if (on_the_way_ > std::max(most, size) || !S3_Part_Budget::take(size)) return false;
+  budgeted_ += size;
+  return true;
+}
+
+bool S3_Upload::add(S3_Part part) {
+  const std::lock_guard<std::mutex> guard(lock_);
+  if (error_ != 0) {
+    errno = error_;
+    return false;
+  }
   const size_t size = part.size;
   etags_.try_emplace(part.number);
   waiting_.push_back(std::move(part));
@@ -120,6 +138,9 @@ void S3_Upload::work() {
     const int error = without_bad_alloc([&] { return send(part, etag, reason); }) ? 0 : errno;
     guard.lock();
     on_the_way_ -= part.size;
+    const size_t unneeded = on_the_way_ == 0 ? budgeted_ : std::min(budgeted_, part.size);
+    S3_Part_Budget::give_back(unneeded);
+    budgeted_ -= unneeded;
     if (error != 0 && error_ == 0) {
       error_ = error;
       reason_ = reason.empty() ? "no memory" : std::move(reason);

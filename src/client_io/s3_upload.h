@@ -27,8 +27,9 @@ struct S3_Part {
 };
 
 /**
- * A multipart upload: parts are sent by up to three threads, each part kept until the service has it. Memory is that of
- * the parts on their way: 24 MiB, or one part where that is larger.
+ * A multipart upload: parts are sent by up to three threads, each part kept until the service has it. On their way are
+ * parts of up to S3_Settings::resumption_buffer_size, but one at least and no more than 24 MiB unless one is larger;
+ * and the writer has one more, that it fills. All but one of these count to S3_Part_Budget.
  *
  * A failure of a part is kept for the next call, and stops the others. Threads: belongs to one.
  */
@@ -45,8 +46,10 @@ class S3_Upload {
   // All give false with errno, and reason() for the log.
 
   [[nodiscard]] bool begin();
-  /// Waits until there is room.
+  /// Takes a part over.
   [[nodiscard]] bool add(S3_Part part);
+  /// Waits until there may be one more part, of this size, beside those on their way.
+  [[nodiscard]] bool wait_for_room(size_t size);
   /// Waits for all parts and puts them together under the object's name.
   [[nodiscard]] bool finish();
 
@@ -56,6 +59,7 @@ class S3_Upload {
   void work();
   bool send(const S3_Part& part, std::string& etag, std::string& reason);
   bool start_thread();
+  bool may_have(size_t size);
   bool wait_for(const std::function<bool()>& ready, std::unique_lock<std::mutex>& guard);
   bool complete();
   void abort();
@@ -72,6 +76,7 @@ class S3_Upload {
   std::deque<S3_Part> waiting_;       // guarded by lock_
   std::map<int, std::string> etags_;  // guarded by lock_
   size_t on_the_way_ = 0;             // guarded by lock_: bytes waiting or being sent
+  size_t budgeted_ = 0;               // guarded by lock_: bytes taken of the budget
   size_t idle_ = 0;                   // guarded by lock_: threads without a part
   int error_ = 0;                     // guarded by lock_: the first failure
   std::string reason_;                // guarded by lock_: of that

@@ -61,6 +61,7 @@ bool S3_Writer::make_room() {
   if (part_.size < room_) return true;
   if (part_.size > 0 && !send_part()) return false;
   room_ = s3_part_size(size_);
+  if (upload_ && !upload_->wait_for_room(room_)) return false;
   part_.bytes.reset(new (std::nothrow) char[room_]);
   if (part_.bytes) return true;
   errno = ENOMEM;

@@ -2,12 +2,14 @@
 #include <cerrno>
 #include <thread>
 
+#include "client_io/s3_part_budget.h"
 #include "client_io/test/s3_fixture.h"
 #include "support/fake_clock.h"
 #include "support/fault_proxy.h"
 
 namespace {
 
+using client_io::S3_Part_Budget;
 using std::chrono::milliseconds;
 using std::chrono::seconds;
 using test_support::Fake_Clock;
@@ -384,17 +386,47 @@ TEST_F(S3_Faults, CancelEndsACommitThatWaitsForItsNextTry) {
 }
 
 TEST_F(S3_Faults, CancelEndsAWriteThatWaitsForRoom) {
-  const auto one = client();
-  const auto writer = one->create("a");
   const std::string bytes = mebibytes(8);
-  ASSERT_TRUE(writer);
   fail(Network_Fault::SILENCE, 1000, "PUT");
-  size_t written = 0;
-  expect_cancel_ends(*one, [&] {
-    while (writer->write(bytes.data(), bytes.size())) written += bytes.size();
-  });
-  EXPECT_LE(written, size_t(32) << 20);  // what a writer keeps in memory
+  // What is taken from a writer is what it has in memory: a part more than are on their way.
+  for (const auto& [buffer, most] : {std::pair(0, 16), std::pair(10, 16), std::pair(16, 24), std::pair(1 << 20, 32)}) {
+    options_.resumption_buffer_size = size_t(buffer) << 20;
+    const auto one = client();
+    const auto writer = one->create("a");
+    ASSERT_TRUE(writer);
+    size_t written = 0;
+    expect_cancel_ends(*one, [&] {
+      while (writer->write(bytes.data(), bytes.size())) written += bytes.size();
+    });
+    EXPECT_LE(written, size_t(most) << 20);
+  }
   EXPECT_EQ(service_.objects().size(), 0u);
+}
+
+TEST_F(S3_Faults, AllWritersTogetherKeepToOneBudget) {
+  const std::string bytes = mebibytes(8);
+  options_.resumption_buffer_size = size_t(24) << 20;
+  fail(Network_Fault::SILENCE, 1000, "PUT");
+  const auto one = client();
+  std::atomic<size_t> written{0};
+  std::vector<std::thread> threads;
+  for (int i = 0; i < 5; ++i)
+    threads.emplace_back([&, i] {
+      const auto writer = one->create(std::to_string(i));
+      while (writer->write(bytes.data(), bytes.size())) written += bytes.size();
+    });
+  std::this_thread::sleep_for(seconds(2));
+  EXPECT_LE(written, 5 * bytes.size() + S3_Part_Budget::size);
+  one->cancel();
+  for (std::thread& thread : threads) thread.join();
+  EXPECT_TRUE(S3_Part_Budget::take(S3_Part_Budget::size));  // nothing of it got lost
+  S3_Part_Budget::give_back(S3_Part_Budget::size);
+}
+
+TEST_F(S3_Faults, AWriterThatGetsNothingOfTheBudgetGoesOn) {
+  ASSERT_TRUE(S3_Part_Budget::take(S3_Part_Budget::size));
+  EXPECT_TRUE(store(*client(), "a", mebibytes(30)));
+  S3_Part_Budget::give_back(S3_Part_Budget::size);
 }
 
 TEST_F(S3_Faults, AfterACancelTheUploadIsTakenBack) {

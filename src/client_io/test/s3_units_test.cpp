@@ -4,6 +4,7 @@
 #include "client_io/s3_failure.h"
 #include "client_io/s3_md5.h"
 #include "client_io/s3_names.h"
+#include "client_io/s3_part_budget.h"
 #include "client_io/s3_settings.h"
 #include "client_io/s3_signer.h"
 #include "client_io/s3_upload.h"
@@ -307,6 +308,24 @@ TEST(S3_Part_Size, SmallObjectsHaveSmallParts) {
   EXPECT_EQ(s3_part_size(0), size_t(8) << 20);
   EXPECT_EQ(s3_part_size(uint64_t(9) << 30), size_t(8) << 20);
   EXPECT_EQ(s3_part_size(uint64_t(100) << 30), size_t(81) << 20);
+}
+
+TEST(S3_Part_Budget_Test, IsGivenOutOnce) {
+  const size_t half = S3_Part_Budget::size / 2;
+  EXPECT_TRUE(S3_Part_Budget::take(half));
+  EXPECT_FALSE(S3_Part_Budget::take(half + 1));
+  EXPECT_TRUE(S3_Part_Budget::take(half));
+  EXPECT_FALSE(S3_Part_Budget::take(1));
+  S3_Part_Budget::give_back(2 * half);
+}
+
+TEST(S3_Part_Budget_Test, APartLargerThanAllIsGivenAlone) {
+  EXPECT_TRUE(S3_Part_Budget::take(S3_Part_Budget::size + 1));
+  EXPECT_FALSE(S3_Part_Budget::take(1));
+  S3_Part_Budget::give_back(S3_Part_Budget::size + 1);
+  EXPECT_TRUE(S3_Part_Budget::take(1));
+  EXPECT_FALSE(S3_Part_Budget::take(S3_Part_Budget::size + 1));
+  S3_Part_Budget::give_back(1);
 }
 
 class S3_Settings_Test : public ::testing::Test {
