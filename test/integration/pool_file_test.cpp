@@ -90,7 +90,7 @@ class Pool_File : public ::testing::Test {
       const auto storage = pool.storage(key);
       record.begin_time = std::time(nullptr) + 100;
       ASSERT_TRUE(storage->remove(key.set.dir() + "/commit"));
-      ASSERT_TRUE(MTF_BACKUP::Set_Store(storage).commit(key.set, record));
+      ASSERT_TRUE(MTF_BACKUP::Set_Store(storage).commit({record.name, record.seq, record.incarnation}, record));
     }
   }
 
