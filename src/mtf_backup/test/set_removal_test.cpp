@@ -249,7 +249,7 @@ TEST_F(Removal, MarksBeforeItRemovesAndTakesTheMarkLast) {
     EXPECT_TRUE(marked());
     sizes.push_back(pool_->objects.size());
   }
-  // Each time with a mark more: of "catalog", "commit" and "zzz" the record goes first.
+  // Each run adds its mark and gets one removal further, beginning with the record.
   EXPECT_EQ(sizes, (std::vector<size_t>{4, 4, 4}));
   EXPECT_FALSE(pool_->objects.contains(one.dir() + "/commit"));
   EXPECT_TRUE(store_.remove(one));
