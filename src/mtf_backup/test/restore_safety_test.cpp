@@ -440,6 +440,7 @@ TEST_F(Hostile, FilesPutInPlaceOfThoseThatAreMadeGetNothingOfThem) {
   std::filesystem::create_directory(own);
   if (lchown(own.c_str(), attacker_id, attacker_id) != 0) GTEST_SKIP() << "needs the right to give files away";
   std::atomic<bool> stop{false};
+  int made = 0;
   // What the owner of the target can do to names in it: his files and directories take the place of what is there.
   std::thread attacker([&] {
     const std::string evil = own + "/evil";
@@ -449,7 +450,8 @@ TEST_F(Hostile, FilesPutInPlaceOfThoseThatAreMadeGetNothingOfThem) {
         const std::string& path = S_ISDIR(found.stat.st_mode) ? evil_dir : evil;
         if (!std::filesystem::exists(path)) {
           if (&path == &evil)
-            dir_.write("own/evil", "evil");
+            // He keeps another name of each, to see what becomes of it.
+            std::filesystem::create_hard_link(dir_.write("own/kept-" + std::to_string(++made), "evil"), evil);
           else
             std::filesystem::create_directory(path);
           EXPECT_EQ(0, lchown(path.c_str(), attacker_id, attacker_id));
