@@ -19,9 +19,9 @@ struct Rate_Limiters;
  *
  * @param uri_path  empty, or a key as of Client_IO_Base; '/' before and behind it does not count.
  * @param limiters  shared with other clients; null: the client has its own, as the options tell.
- * @return empty on failure, after one line at LM_ERROR: a URL scheme or a cipher that is not supported, a key without a
- *   cipher, a URL without a directory or a bucket, credentials that are missing, a path that is no key, or no memory
- *   (errno ENOMEM). For all but the last errno is EINVAL or ENOTSUP. Of the URL only its scheme is shown.
+ * @return empty on failure, after one line at LM_ERROR: a URL scheme or a cipher that is not supported, a URL without a
+ *   directory or a bucket, credentials that are missing, a path that is no key, or no memory (errno ENOMEM). For all
+ *   but the last errno is EINVAL or ENOTSUP. Of the URL only its scheme is shown.
  */
 [[nodiscard]] TESSARIN_API std::shared_ptr<Client_IO_Base> make_client_io(
     const Pool_Info& pool, const std::string& uri_path, const Client_IO_Base::Options& options,

@@ -42,11 +42,6 @@ bool read_encryption(const Pool_Info& pool, const Client_IO_Base::Options& optio
       return false;
     }
     encryption = {options.encryption_algorithm, bytes(options.key, options.key_len), bytes(options.iv, options.iv_len)};
-  } else if (!pool.key.empty()) {
-    // Who sends a key wants no plain objects: the cipher was forgotten, or is no number.
-    ACE_ERROR((LM_ERROR, ACE_TEXT("The storage pool has a key but no cipher.\n")));
-    errno = EINVAL;
-    return false;
   }
   return true;
 }

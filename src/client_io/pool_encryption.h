@@ -18,10 +18,10 @@ struct Pool_Encryption {
 
 /**
  * Takes cipher, key and iv from the pool where it has a cipher, otherwise from the options: how objects are stored is
- * the pool's matter, and options cannot take its encryption away.
+ * the pool's matter, and options cannot take its encryption away. A key without a cipher has no effect.
  *
- * @retval false  after one line at LM_ERROR, which never shows a key: the cipher is not known (errno ENOTSUP), the key
- * or the iv has not the length that it must have (EINVAL), or the pool has a key but nobody names a cipher (EINVAL).
+ * @retval false  after one line at LM_ERROR, which never shows a key: the cipher is not known (errno ENOTSUP), or the
+ * key or the iv has not the length that it must have (EINVAL).
  */
 [[nodiscard]] TESSARIN_API bool read_encryption(const Pool_Info& pool, const Client_IO_Base::Options& options,
                                                 Pool_Encryption& encryption);

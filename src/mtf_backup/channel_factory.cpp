@@ -3,6 +3,7 @@
 #include <cerrno>
 #include <new>
 
+#include "ace/Log_Msg.h"
 #include "client_io/client_io_factory.h"
 #include "client_io/rate_limiter.h"
 #include "kolt/pool_info.h"
@@ -35,7 +36,12 @@ Channel_Factory_var make_channel_factory(const Pool_Info& pool, const std::strin
                                          const Client_IO_Base::Options& options) {
   if (!make_client_io(pool, uri_path, options)) return nullptr;  // tells what is wrong with the pool
   Channel_Factory_var factory(new (std::nothrow) Pool_Channel_Factory(pool, uri_path, options));
-  if (!factory) errno = ENOMEM;
+  if (!factory) {
+    errno = ENOMEM;
+  } else if (!pool.key.empty() && pool.cipher == ENCRYPT_NONE && options.encryption_algorithm == ENCRYPT_NONE) {
+    // A cipher in quotes, for one, is none.
+    ACE_ERROR((LM_WARNING, ACE_TEXT("The storage pool has a key but no cipher: objects are not encrypted.\n")));
+  }
   return factory;
 }
 

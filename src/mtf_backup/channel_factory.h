@@ -31,7 +31,8 @@ class TESSARIN_API Channel_Factory {
 typedef std::shared_ptr<Channel_Factory> Channel_Factory_var;
 
 /**
- * Makes the factory for the storage at @a uri_path of @a pool. Nothing is opened yet.
+ * Makes the factory for the storage at @a uri_path of @a pool. Nothing is opened yet. A pool with a key but without a
+ * cipher, which is not encrypted, has a line at LM_WARNING.
  *
  * @return empty on failure, after one line at LM_ERROR that says what is wrong with the pool or the path, as
  * make_client_io() does. Empty with errno ENOMEM and no line when memory ran out.

@@ -143,16 +143,6 @@ TEST_F(Make_Client, AKeyThatDoesNotFitTheCipherIsRefused) {
   }
 }
 
-TEST_F(Make_Client, AKeyWithoutACipherIsRefused) {
-  for (const char* json : {R"({"key":"a2V5"})", R"({"key":"a2V5","cipher":0})", R"({"key":"a2V5","cipher":"4"})",
-                           R"({"key":"a2V5","cipher":4.0})"}) {
-    json_spirit::Value description;
-    ASSERT_TRUE(json_spirit::loads_json(json, description));
-    pool_ << description.get_obj();
-    expect_refused("file://" + dir_.path(), "a/b", EINVAL, "The storage pool has a key but no cipher.\n");
-  }
-}
-
 TEST_F(Make_Client, TheKeyOfAPoolIsNeverLogged) {
   pool_.cipher = ENCRYPT_AES_256_GCM;
   pool_.key = "canary in a key";

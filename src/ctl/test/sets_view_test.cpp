@@ -21,9 +21,9 @@ using ::testing::SizeIs;
 TEST(Entry_View, Every_flag_has_a_name) {
   MTF_BACKUP::Catalog_Entry entry;
   entry.flags = MTF_BACKUP::CAT_CORRUPT | MTF_BACKUP::CAT_CHANGED | MTF_BACKUP::CAT_SKIPPED | MTF_BACKUP::CAT_BARE;
+  const json_spirit::Object document = entry_document(entry, "a");
   std::string names;
-  for (const json_spirit::Value& name : entry_document(entry, "a").at("flags").get_array())
-    names += name.get_str() + " ";
+  for (const json_spirit::Value& name : document.at("flags").get_array()) names += name.get_str() + " ";
   EXPECT_EQ(names, "corrupt changed skipped bare ");
 }
 

@@ -100,7 +100,9 @@ TEST_P(Encrypted_Set, IsNotReadWithoutACipherAndTheLogTellsWhy) {
 TEST_P(Encrypted_Set, OneThatIsNotEncryptedIsNotTakenForOne) {
   Pool_Info plain = pool();
   plain.cipher = ENCRYPT_NONE;
+  Log_Capture log;
   ASSERT_TRUE(back_up_to(plain));
+  EXPECT_TRUE(log.has(LM_WARNING, "The storage pool has a key but no cipher: objects are not encrypted.\n"));
   expect_refused(pool(),
                  "Failed to decrypt object \"volume/0000000001.1/commit\" at offset 0: it is not encrypted, but "
                  "its pool is.\n");
