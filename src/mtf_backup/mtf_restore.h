@@ -59,6 +59,7 @@ class TESSARIN_API MTF_Restore {
 
   /**
    * Runs the whole restore. A file appears under its final name only when all of its bytes were read and found right.
+   * At the end it is waited until the target's filesystem has written everything to disk.
    *
    * Every restored entry is looked at again. Each that is not as it was backed up, because the system refuses its
    * owner, mode, time or attributes, the filesystem has no place for them, or the set lacks some of its data or its
@@ -81,7 +82,7 @@ class TESSARIN_API MTF_Restore {
    *   attributes that the set has, access lists and file capabilities among them. A wrong owner, mode or time alone is
    *   no failure.
    * - E_DOWNLOAD_CAT_ERROR, E_OPEN_MEDIA: the storage failed.
-   * - E_FAILED: refused, cancelled, or out of memory or threads.
+   * - E_FAILED: refused, cancelled, out of memory or threads, or the target did not reach its disk.
    *
    * Whatever was restored before a failure stays. A cancel is seen within a second, also while the storage is waited
    * for; the context of the calling thread's task is told (set_canceled).

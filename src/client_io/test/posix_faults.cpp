@@ -96,6 +96,10 @@ int fsync(int fd) {
   return strikes(posix_faults::FSYNC) ? -1 : static_cast<int>(syscall(SYS_fsync, fd));
 }
 
+int syncfs(int fd) noexcept {
+  return strikes(posix_faults::SYNCFS) ? -1 : static_cast<int>(syscall(SYS_syncfs, fd));
+}
+
 // As the kernel does it: the descriptor is closed also when the call fails.
 int close(int fd) {
   const bool fails = strikes(posix_faults::CLOSE);

@@ -8,6 +8,7 @@ namespace posix_faults {
 enum Call {
   WRITE,
   FSYNC,
+  SYNCFS,
   SETTLE,  ///< sync_file_range() that waits
   CLOSE,
   RENAME,

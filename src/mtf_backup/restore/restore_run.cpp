@@ -129,6 +129,7 @@ MTF::Error_Code Restore_Run::move_data() {
       finisher.run();
     else
       fail_by_catalog(state_);
+    if (!state_.stopping() && !targets.sync()) state_.fail(MTF::E_FAILED);
   };
   if (!run_threads({finish})) return state_.code();
   progress.finish();

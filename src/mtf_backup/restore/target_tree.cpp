@@ -1,11 +1,16 @@
 #include "mtf_backup/restore/target_tree.h"
 
 #include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
+#include <cstring>
+#include <set>
 #include <utility>
 
+#include "ace/Log_Msg.h"
 #include "kolt/printable.h"
 #include "mtf_backup/restore/private_dir.h"
 #include "mtf_backup/restore/selection.h"
@@ -90,6 +95,24 @@ bool Target_Tree::make_directory(const Target& target, unsigned mode) {
   }
   const bool open_to_all = (mode & 055) == 055;
   return open_to_all || callback_->set_mode(dir.path(""), 0700) == MTF::E_OK;
+}
+
+bool Target_Tree::sync() const {
+  std::set<dev_t> synced;
+  for (const auto& [path, root] : roots_) {
+    struct stat st;
+    if (!root->fd || ::fstat(root->fd.get(), &st) != 0 || !synced.insert(st.st_dev).second) continue;
+    // The root's own descriptor only names it.
+    const Posix_Fd dir(::openat(root->fd.get(), ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    if (!dir) {
+      ::sync();  // an ordinary user whose directory has the mode of a foreign one by now
+    } else if (::syncfs(dir.get()) != 0) {
+      ACE_ERROR((LM_ERROR, ACE_TEXT("Failed to write all to disk below %C: %C\n"), printable(path).c_str(),
+                 std::strerror(errno)));
+      return false;
+    }
+  }
+  return true;
 }
 
 }  // namespace MTF_BACKUP

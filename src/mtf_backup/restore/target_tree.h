@@ -54,6 +54,13 @@ class TESSARIN_API Target_Tree {
    */
   [[nodiscard]] bool make_directory(const Target& target, unsigned mode);
 
+  /**
+   * Waits until the filesystems of the roots have written everything to disk. Of others that are mounted below nothing
+   * is known.
+   * @retval false  one has lost something; it has its line at LM_ERROR.
+   */
+  [[nodiscard]] bool sync() const;
+
  private:
   Target_Root* root(const std::string& path);
   bool open_root(Target_Root& root);

@@ -135,5 +135,15 @@ TEST_F(Mover_Faults, FailedWritesOfTheTargetLeaveNoHalfFile) {
 TEST_F(Mover_Faults, FullTargetLeavesNoHalfFile) {
   fail_restores(posix_faults::WRITE, ENOSPC, 9);
 }
+TEST_F(Mover_Faults, TargetThatDoesNotReachItsDiskFailsTheRestore) {
+  ASSERT_TRUE(back_up());
+  Log_Capture log;
+  posix_faults::fail(posix_faults::SYNCFS, 0, EIO);
+  EXPECT_FALSE(restore());
+  EXPECT_TRUE(posix_faults::stop());
+  EXPECT_EQ(MTF::E_FAILED, code_);
+  EXPECT_TRUE(log.has(LM_ERROR, "Failed to write all to disk below " + target_ + ": Input/output error\n"))
+      << log.all();
+}
 
 }  // namespace
