@@ -56,7 +56,7 @@ bool Target_Tree::locate(const std::string& path, bool directory, Target& target
 Target_Root* Target_Tree::root(const std::string& path) {
   if (last_root_ && last_root_->path == path) return last_root_;
   auto& root = roots_[path];
-  if (!root) root.reset(new Target_Root{path, Posix_Fd()});
+  if (!root) root.reset(new Target_Root{path, Posix_Fd(), Posix_Fd()});
   return last_root_ = root.get();
 }
 
@@ -64,7 +64,9 @@ bool Target_Tree::open_root(Target_Root& root) {
   if (root.fd) return true;
   if (!callback_->mkdir_p(root.path.c_str())) return false;
   root.fd = Posix_Fd(::open(root.path.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
-  return static_cast<bool>(root.fd);
+  if (!root.fd) return false;
+  root.disk = Posix_Fd(::openat(root.fd.get(), ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  return true;
 }
 
 bool Target_Tree::make_directory(const Target& target, unsigned mode) {
@@ -102,11 +104,9 @@ bool Target_Tree::sync() const {
   for (const auto& [path, root] : roots_) {
     struct stat st;
     if (!root->fd || ::fstat(root->fd.get(), &st) != 0 || !synced.insert(st.st_dev).second) continue;
-    // The root's own descriptor only names it.
-    const Posix_Fd dir(::openat(root->fd.get(), ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-    if (!dir) {
-      ::sync();  // an ordinary user whose directory has the mode of a foreign one by now
-    } else if (::syncfs(dir.get()) != 0) {
+    if (!root->disk) {
+      ::sync();  // a directory that an ordinary user may write to and not read
+    } else if (::syncfs(root->disk.get()) != 0) {
       ACE_ERROR((LM_ERROR, ACE_TEXT("Failed to write all to disk below %C: %C\n"), printable(path).c_str(),
                  std::strerror(errno)));
       return false;

@@ -16,7 +16,8 @@ namespace MTF_BACKUP {
 /// it nothing is.
 struct Target_Root {
   std::string path;
-  Posix_Fd fd;  ///< not open before the first entry below it
+  Posix_Fd fd;    ///< not open before the first entry below it
+  Posix_Fd disk;  ///< the same, to wait for the disk: told is what failed since it was opened; may not be readable
 };
 
 /// Where an entry is restored to.
