@@ -58,7 +58,8 @@ const Link_Plan::Stand_In* Link_Plan::find(const std::vector<Stand_In>& stand_in
   return nullptr;
 }
 
-/// The entry that carries the data: 1 in @a first, 0 there is none, -1 stopping.
+/// The entry that carries the data: 1 in @a first, 0 there is none, -1 stopping. One that tells of no further names is
+/// none: the tally would not remember that it failed, and what stood under its name before would get the new one.
 int Link_Plan::find_first(const Restore_Item& item, Catalog_Entry& first) {
   const std::string& path = item.entry.hard_link_target;
   for (uint32_t source = 0; source < job_.record.sources.size(); ++source) {
@@ -69,7 +70,8 @@ int Link_Plan::find_first(const Restore_Item& item, Catalog_Entry& first) {
     if (found < 0) fail_by_catalog(job_.state);
     if (found < 0) return -1;
     const bool usable = found > 0 && !(first.flags & CAT_SKIPPED) && first.hard_link_target.empty() &&
-                        !first.is_directory() && (first.stat.mode & S_IFMT) == (item.entry.stat.mode & S_IFMT);
+                        first.stat.nlink > 1 && !first.is_directory() &&
+                        (first.stat.mode & S_IFMT) == (item.entry.stat.mode & S_IFMT);
     if (usable) return 1;
   }
   return 0;

@@ -159,8 +159,12 @@ TEST_F(Read_Ahead_Stage, IsWantedWhileSomebodyWaitsAndABitLonger) {
 TEST_F(Read_Ahead_Stage, EndsWithWorkLeft) {
   const auto batch = std::make_shared<MTF_BACKUP::Work_Batch>();
   for (int i = 0; i < 5000; ++i) batch->items.push_back(item("missing", S_IFREG | 0600));
-  MTF_BACKUP::Read_Ahead stage(sources_, state_, true);
-  for (int i = 0; i < 50; ++i) stage.files(batch);
+  const std::weak_ptr<const MTF_BACKUP::Work_Batch> kept = batch;
+  {
+    MTF_BACKUP::Read_Ahead stage(sources_, state_, true);
+    for (int i = 0; i < 50; ++i) stage.files(batch);
+  }
+  EXPECT_EQ(1, kept.use_count()) << "a thread or a task still holds the work";
 }
 
 }  // namespace

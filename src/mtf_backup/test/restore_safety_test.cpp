@@ -247,6 +247,28 @@ TEST_F(Hostile, HardLinkToAPathOutsideTheSetIsRefused) {
   EXPECT_FALSE(std::filesystem::exists(target_ + "/b"));
 }
 
+TEST_F(Hostile, HardLinkToAFileThatTellsOfNoFurtherNamesIsRefused) {
+  write("a", "text");
+  ASSERT_TRUE(back_up());
+  dir_.write("target/a", "what stood there before");
+  replace_catalog([this](std::vector<MTF_BACKUP::Catalog_Entry>& entries) {
+    MTF_BACKUP::Catalog_Entry bad = entries.back();
+    ASSERT_EQ("a", bad.path);
+    entries.back().data_hash ^= 1;  // so that it fails
+    bad.path = "b";
+    bad.hard_link_target = source_ + "/a";
+    entries.push_back(bad);
+  });
+  Log_Capture log;
+  EXPECT_FALSE(restore());
+  EXPECT_EQ(MTF::E_CORRUPT, code_);
+  EXPECT_TRUE(
+      log.has(LM_ERROR, "Failed to restore " + target_ + "/b: it is a link to nothing that could be restored\n"))
+      << log.all();
+  EXPECT_FALSE(std::filesystem::exists(target_ + "/b"));
+  EXPECT_EQ("what stood there before", test_support::read_file(target_ + "/a"));
+}
+
 TEST_F(Hostile, HardLinkToALinkIsRefused) {
   write("a", "text");
   ASSERT_EQ(0, symlink((outside_ + "/canary").c_str(), (source_ + "/link").c_str()));
