@@ -1,5 +1,7 @@
 #include "client_io/s3_names.h"
 
+#include "kolt/utf8.h"
+
 namespace client_io {
 
 namespace {
@@ -36,8 +38,8 @@ bool s3_key_of(std::string_view name, std::string& key) {
       key += name[at];
       continue;
     }
-    const unsigned char next = at + 1 < name.size() ? static_cast<unsigned char>(name[at + 1]) : 0;
-    if ((byte != 0xc2 && byte != 0xc3) || (next & 0xc0) != 0x80) return false;
+    const char next = at + 1 < name.size() ? name[at + 1] : '\0';
+    if ((byte != 0xc2 && byte != 0xc3) || !kolt::utf8_continues(next)) return false;
     key += static_cast<char>((byte << 6) | (next & 0x3f));
     ++at;
   }

@@ -3,14 +3,15 @@
 #include <algorithm>
 #include <utility>
 
+#include "kolt/utf8.h"
+
 namespace ctl {
 
 namespace {
 
 /// Characters of a UTF-8 text.
 size_t width(const std::string& text) {
-  return static_cast<size_t>(
-      std::count_if(text.begin(), text.end(), [](char c) { return (static_cast<unsigned char>(c) & 0xC0) != 0x80; }));
+  return static_cast<size_t>(std::count_if(text.begin(), text.end(), [](char c) { return !kolt::utf8_continues(c); }));
 }
 
 }  // namespace

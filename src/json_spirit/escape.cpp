@@ -2,6 +2,8 @@
 
 #include <array>
 
+#include "kolt/utf8.h"
+
 namespace json_spirit {
 
 namespace {
@@ -16,23 +18,6 @@ constexpr std::array<bool, 256> plain = [] {
   for (std::size_t c = 0; c < table.size(); ++c) table[c] = is_plain(static_cast<unsigned char>(c));
   return table;
 }();
-
-constexpr bool continues(unsigned char c) {
-  return (c & 0xC0) == 0x80;
-}
-
-/// Length of the valid UTF-8 sequence of two bytes or more at the start of @a text; 0 if there is none. Overlong forms,
-/// surrogates and what lies beyond U+10FFFF are not valid; all of them show in the second byte.
-std::size_t sequence_length(std::string_view text) {
-  const auto byte = [text](std::size_t i) { return i < text.size() ? static_cast<unsigned char>(text[i]) : 0u; };
-  const unsigned lead = byte(0), second = byte(1);
-  if (!continues(second)) return 0;
-  if (lead >= 0xC2 && lead <= 0xDF) return 2;
-  if (!continues(byte(2))) return 0;
-  if (lead >= 0xE0 && lead <= 0xEF) return (lead == 0xE0 && second < 0xA0) || (lead == 0xED && second > 0x9F) ? 0 : 3;
-  if (!continues(byte(3)) || lead < 0xF0 || lead > 0xF4) return 0;
-  return (lead == 0xF0 && second < 0x90) || (lead == 0xF4 && second > 0x8F) ? 0 : 4;
-}
 
 void append_control(unsigned char c, std::string& out) {
   static constexpr char hex[] = "0123456789abcdef";
@@ -73,7 +58,7 @@ void append_escaped(std::string_view text, std::string& out) {
       ++at;
       continue;
     }
-    const std::size_t length = c < 0x80 ? 0 : sequence_length(text.substr(at));
+    const std::size_t length = c < 0x80 ? 0 : kolt::utf8_length(text.substr(at));
     if (length != 0) {
       at += length;
       continue;

@@ -6,24 +6,20 @@
 #include "ace/Log_Msg.h"
 #include "ace/Log_Record.h"
 #include "kolt/redact.h"
+#include "kolt/utf8.h"
 
 namespace {
 
 thread_local Task_Context* current_context = nullptr;
-
-bool continues_character(char c) {
-  return (static_cast<unsigned char>(c) & 0xC0) == 0x80;
-}
 
 /// Cuts the middle out of what is too long, but not within a UTF-8 character: often the reason stands at the end.
 std::string cut(std::string text) {
   constexpr std::string_view mark = "...";
   constexpr size_t kept_at_end = 500;
   if (text.size() <= Task_Context::max_error_length) return text;
-  size_t gap = Task_Context::max_error_length - mark.size() - kept_at_end;
+  const size_t gap = kolt::utf8_prefix(text, Task_Context::max_error_length - mark.size() - kept_at_end).size();
   size_t end = text.size() - kept_at_end;
-  while (gap > 0 && continues_character(text[gap])) --gap;
-  while (end < text.size() && continues_character(text[end])) ++end;
+  while (end < text.size() && kolt::utf8_continues(text[end])) ++end;
   return text.replace(gap, end - gap, mark);
 }
 

@@ -3,7 +3,7 @@
 #include <string>
 
 #include "json_spirit/json_spirit_value.h"
-#include "mtf/core/text.h"
+#include "kolt/utf8.h"
 #include "mtf_backup/set/percent.h"
 
 namespace ctl {
@@ -14,7 +14,7 @@ namespace ctl {
  */
 inline void insert_bytes(json_spirit::Object& document, const std::string& key, const std::string& bytes) {
   document[key] = bytes;
-  if (!MTF::is_utf8(bytes)) document[key + "_bytes"] = MTF_BACKUP::percent_encode(bytes);
+  if (!kolt::is_utf8(bytes)) document[key + "_bytes"] = MTF_BACKUP::percent_encode(bytes);
 }
 
 }  // namespace ctl

@@ -12,6 +12,7 @@
 #include "kolt/job_definition_type.h"
 #include "kolt/printable.h"
 #include "kolt/relative_time.h"
+#include "kolt/utf8.h"
 
 namespace {
 
@@ -160,6 +161,21 @@ TEST(Compression, NumbersOfASetAreTheMethods) {
   EXPECT_EQ(mtf_to_compression(3), COMPR_ZSTD);
   EXPECT_EQ(mtf_to_compression(4), COMPR_NONE);
   EXPECT_EQ(mtf_to_compression(65535), COMPR_NONE);
+}
+
+TEST(Utf8, IsToldFromOtherBytes) {
+  for (const char* good : {"", "a", "\xc2\x80", "\xdf\xbf", "\xe0\xa0\x80", "\xed\x9f\xbf", "\xee\x80\x80",
+                           "\xf0\x90\x80\x80", "\xf4\x8f\xbf\xbf"})
+    EXPECT_TRUE(kolt::is_utf8(good)) << good;
+  for (const char* bad : {"\x80", "\xc1\xbf", "\xc2", "\xc2\x41", "\xe0\x9f\xbf", "\xed\xa0\x80", "\xe2\x82",
+                          "\xf0\x8f\xbf\xbf", "\xf4\x90\x80\x80", "\xf5\x80\x80\x80", "\xff", "ok\xfe"})
+    EXPECT_FALSE(kolt::is_utf8(bad)) << bad;
+}
+
+TEST(Utf8, APrefixCutsNoCharacter) {
+  EXPECT_EQ(kolt::utf8_prefix("a\xe2\x82\xac", 4), "a\xe2\x82\xac");
+  EXPECT_EQ(kolt::utf8_prefix("a\xe2\x82\xac", 3), "a");
+  EXPECT_EQ(kolt::utf8_prefix("\xe2\x82\xac", 2), "");
 }
 
 }  // namespace

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstring>
 
+#include "kolt/utf8.h"
 #include "mtf/core/checksum.h"
 #include "mtf/core/date_time.h"
 #include "mtf/core/little_endian.h"
@@ -56,7 +57,7 @@ bool Block::text(size_t at, std::string_view text) {
 void Block::cut_text(size_t at, std::string_view text, size_t max_bytes) {
   const size_t room = std::min(max_bytes, block_size - (size_ + 3) / 4 * 4);
   if (string_type_ == STR_UTF16)
-    this->text(at, utf8_prefix(text, room / 2));
+    this->text(at, kolt::utf8_prefix(text, room / 2));
   else
     this->text(at, text.substr(0, room));
 }

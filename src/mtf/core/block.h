@@ -22,7 +22,7 @@ class TESSARIN_API Block {
   /// @a sec seconds of the epoch, stored in UTC.
   void set_date(size_t at, int64_t sec);
 
-  /// How the texts to come are stored. UTF-16 only for what is_utf8() approves.
+  /// How the texts to come are stored. UTF-16 only for what kolt::is_utf8() approves.
   void string_type(String_Type type);
   String_Type string_type() const { return string_type_; }
   /// Adds @a text to the string area, its address at offset @a at. False, with nothing changed, where there is no room.

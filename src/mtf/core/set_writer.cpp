@@ -7,6 +7,7 @@
 #include <limits>
 
 #include "ace/Log_Msg.h"
+#include "kolt/utf8.h"
 #include "mtf/core/block.h"
 #include "mtf/core/byte_sink.h"
 #include "mtf/core/little_endian.h"
@@ -18,12 +19,12 @@ namespace MTF {
 namespace {
 
 String_Type string_type(std::string_view text) {
-  return is_utf8(text) ? STR_UTF16 : STR_BYTES;
+  return kolt::is_utf8(text) ? STR_UTF16 : STR_BYTES;
 }
 
 /// Of one block: UTF-16 only where all its texts allow it.
 String_Type string_type(std::string_view one, std::string_view other) {
-  return is_utf8(one) ? string_type(other) : STR_BYTES;
+  return kolt::is_utf8(one) ? string_type(other) : STR_BYTES;
 }
 
 std::string_view parent_path(std::string_view path) {

@@ -8,23 +8,14 @@ namespace MTF {
 
 namespace {
 
-constexpr uint32_t bad_character = 0xFFFFFFFF;
-
-/// The character at @a at, which moves behind it; bad_character, with @a at anywhere, where there is none.
-uint32_t next_character(std::string_view bytes, size_t& at) {
-  const unsigned char first = static_cast<unsigned char>(bytes[at++]);
+/// The character at @a at, which moves behind it.
+uint32_t next_character(std::string_view utf8, size_t& at) {
+  const unsigned char first = static_cast<unsigned char>(utf8[at++]);
   if (first < 0x80) return first;
   const int more = first >= 0xF0 ? 3 : first >= 0xE0 ? 2 : 1;
-  if (first < 0xC2 || first > 0xF4 || bytes.size() - at < static_cast<size_t>(more)) return bad_character;
   uint32_t character = first & (0x3Fu >> more);
-  for (int i = 0; i < more; ++i) {
-    const unsigned char byte = static_cast<unsigned char>(bytes[at++]);
-    if ((byte & 0xC0) != 0x80) return bad_character;
-    character = character << 6 | (byte & 0x3F);
-  }
-  constexpr uint32_t least[] = {0, 0x80, 0x800, 0x10000};
-  const bool surrogate = character >= 0xD800 && character < 0xE000;
-  return character < least[more] || surrogate || character > 0x10FFFF ? bad_character : character;
+  for (int i = 0; i < more && at < utf8.size(); ++i) character = character << 6 | (utf8[at++] & 0x3F);
+  return character;
 }
 
 void append_utf8(std::string& text, uint32_t character) {
@@ -39,12 +30,6 @@ void append_utf8(std::string& text, uint32_t character) {
 }
 
 }  // namespace
-
-bool is_utf8(std::string_view bytes) {
-  for (size_t at = 0; at < bytes.size();)
-    if (next_character(bytes, at) == bad_character) return false;
-  return true;
-}
 
 size_t put_utf16(std::string_view text, char* out) {
   char* const start = out;
@@ -75,12 +60,6 @@ std::string from_utf16(std::string_view bytes) {
     append_utf8(text, character);
   }
   return text;
-}
-
-std::string_view utf8_prefix(std::string_view text, size_t max) {
-  if (text.size() <= max) return text;
-  while (max > 0 && (static_cast<unsigned char>(text[max]) & 0xC0) == 0x80) --max;
-  return text.substr(0, max);
 }
 
 }  // namespace MTF

@@ -88,15 +88,6 @@ TEST(HeaderChecksum, IsTheXorOfLittleEndianWords) {
   EXPECT_EQ(header_checksum("\x01\x02\x10\x20", 4), 0x2211);
 }
 
-TEST(Text, Utf8IsToldFromOtherBytes) {
-  for (const char* good : {"", "a", "\xc2\x80", "\xdf\xbf", "\xe0\xa0\x80", "\xed\x9f\xbf", "\xee\x80\x80",
-                           "\xf0\x90\x80\x80", "\xf4\x8f\xbf\xbf"})
-    EXPECT_TRUE(is_utf8(good)) << good;
-  for (const char* bad : {"\x80", "\xc1\xbf", "\xc2", "\xc2\x41", "\xe0\x9f\xbf", "\xed\xa0\x80", "\xe2\x82",
-                          "\xf0\x8f\xbf\xbf", "\xf4\x90\x80\x80", "\xf5\x80\x80\x80", "\xff", "ok\xfe"})
-    EXPECT_FALSE(is_utf8(bad)) << bad;
-}
-
 TEST(Text, EveryCharacterSurvivesUtf16) {
   const std::string text =
       std::string("a\0\x7f", 3) +
@@ -123,12 +114,6 @@ TEST(Text, LoneSurrogatesBecomeReplacements) {
             "A")
       << "high without low";
   EXPECT_EQ(from_utf16(std::string("\x41\x00\x42", 3)), "A") << "half a unit";
-}
-
-TEST(Text, APrefixCutsNoCharacter) {
-  EXPECT_EQ(utf8_prefix("a\xe2\x82\xac", 4), "a\xe2\x82\xac");
-  EXPECT_EQ(utf8_prefix("a\xe2\x82\xac", 3), "a");
-  EXPECT_EQ(utf8_prefix("\xe2\x82\xac", 2), "");
 }
 
 TEST(UnixStat, StandsAsItsTableSays) {
