@@ -175,13 +175,11 @@ void Channel_Writer::check_read(const Work_Item& item, const File_Copy& copy, Ca
   const MTF::Entry_Stat now = there ? MTF::entry_stat(st) : MTF::Entry_Stat();
   moved_ = there && inode_of(now) != inode_of(item.stat);
   if (copy.got == item.stat.size && there && same_content(now, item.stat)) return;
-  entry.flags |= CAT_CHANGED;
-  entry.reason = "changed while it was read";
-  if (copy.got < item.stat.size) {
-    entry.flags |= CAT_CORRUPT;
-    entry.reason = "became shorter while it was read";
-  }
-  ACE_ERROR((LM_WARNING, ACE_TEXT("File %C %C.\n"), shown(item).c_str(), entry.reason.c_str()));
+  const bool is_cut = copy.got < item.stat.size;
+  entry.flags |= is_cut ? CAT_CHANGED | CAT_CORRUPT : CAT_CHANGED;
+  const std::string what = is_cut ? "became shorter while it was read" : "changed while it was read";
+  entry.reason = entry.reason.empty() ? what : entry.reason + "; " + what;
+  ACE_ERROR((LM_WARNING, ACE_TEXT("File %C %C.\n"), shown(item).c_str(), what.c_str()));
 }
 
 /// An entry that could not be opened or read.

@@ -109,6 +109,8 @@ bool Source_Walker::visit(uint32_t source, const MTF::Entry_Stat& stat) {
   Level level;
   level.path_size = path_.size();
   listing.entries.sort(by_name);
+  // What is replaced while its directory is read may be listed twice.
+  listing.entries.unique([](const Directory_Entry& a, const Directory_Entry& b) { return a.name == b.name; });
   if (!add_files(source, listing, directory, level.waiting)) return false;
   if (!level.waiting.empty()) levels_.push_back(std::move(level));
   return true;
@@ -207,11 +209,12 @@ std::string Source_Walker::problem_of(const Work_Item& item, const Listing& list
   return problem;
 }
 
-/// Of a file in the directory being visited.
+/// Of a file in the directory being visited. None where the filesystem does not tell, or tells 0 for want of one.
 std::optional<MTF::Timestamp> Source_Walker::birth_of(const Work_Item& item) const {
   struct statx found;
   const bool known = ::statx(dir_.fd(), item.name.c_str(), AT_SYMLINK_NOFOLLOW, STATX_INO | STATX_BTIME, &found) == 0 &&
-                     (found.stx_mask & STATX_BTIME) != 0 && found.stx_ino == item.stat.ino;
+                     (found.stx_mask & STATX_BTIME) != 0 && found.stx_btime.tv_sec != 0 &&
+                     found.stx_ino == item.stat.ino;
   if (!known) return std::nullopt;
   return MTF::Timestamp{found.stx_btime.tv_sec, found.stx_btime.tv_nsec};
 }

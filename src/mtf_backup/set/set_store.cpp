@@ -228,9 +228,11 @@ bool Set_Store::commit(const Set_Id& id, const Commit_Record& record) {
   std::string problem;
   if (without_bad_alloc([&] { return stands(id.dir(), stored, problem); })) return true;
   const int error = errno;
-  (void)storage_->remove(key);  // a failure has its line
+  const bool taken_back = storage_->remove(key);
   if (error != ECANCELED && error != ENOMEM)
     ACE_ERROR((LM_ERROR, ACE_TEXT("Set %C is given up: %C.\n"), printable(id.dir()).c_str(), problem.c_str()));
+  if (!taken_back)
+    ACE_ERROR((LM_ERROR, ACE_TEXT("Set %C cannot be taken back and stands.\n"), printable(id.dir()).c_str()));
   errno = error;
   return false;
 }

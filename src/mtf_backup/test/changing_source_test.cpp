@@ -308,6 +308,51 @@ TEST_F(Changing_Source, ExtendedAttributesThatNoSetHasRoomForAreToldAndTheFileIs
   EXPECT_EQ("text", test_support::read_file(target_ + "/a"));
 }
 
+TEST_F(Changing_Source, AllThatIsWrongWithAFileIsTold) {
+  const std::string path = write("a", "text");
+  const Hook changes = once("read", "a", [&] { std::ofstream(path, std::ios::app) << " and more"; });
+  Log_Capture log;
+  EXPECT_FALSE(back_up({.hook = [=](const char* what, const std::string& entry) {
+    errno = EIO;
+    return std::string(what) == "read_xattrs" ? name_of(entry) == "a" : changes(what, entry);
+  }}));
+  EXPECT_TRUE(log.has(LM_WARNING, "File " + path + " changed while it was read.\n")) << log.all();
+  EXPECT_EQ(unsigned(MTF_BACKUP::CAT_CHANGED | MTF_BACKUP::CAT_BARE), entry("a").flags);
+  EXPECT_EQ("its extended attributes could not be read; changed while it was read", entry("a").reason);
+}
+
+/// Lists everything twice, as a directory does in which files are replaced while it is read.
+class Listed_Twice : public MTF::IBackup_Callback_Factory {
+ public:
+  MTF::IBackup_Callback_var make() override { return held<MTF::IBackup_Callback>(new Callback(hook_)); }
+
+ private:
+  struct Callback : Posix_Backup_Callback {
+    using Posix_Backup_Callback::Posix_Backup_Callback;
+    bool read_dirs(const char* path, std::list<Directory_Entry>& entries) override {
+      if (!Posix_Backup_Callback::read_dirs(path, entries)) return false;
+      const std::list<Directory_Entry> once = entries;
+      entries.insert(entries.end(), once.begin(), once.end());
+      return true;
+    }
+  };
+  const Hook hook_;
+};
+
+TEST_F(Changing_Source, NamesThatAreListedTwiceAreSavedOnce) {
+  write("a", "text");
+  write("d/e/b", "inside");
+  write("first", "with two names");
+  std::filesystem::create_hard_link(source_ + "/first", source_ + "/second");
+  Log_Capture log;
+  ASSERT_TRUE(back_up({.callbacks = new Listed_Twice})) << log.all();
+  EXPECT_EQ(4u, sets().at(0).summary.file_count);
+  EXPECT_EQ(3u, sets().at(0).summary.dir_count);
+  ASSERT_TRUE(restore()) << log.all();
+  EXPECT_EQ("", differences());
+  EXPECT_EQ("", log.all());
+}
+
 TEST_F(Changing_Source, RunWithoutDescriptorsFailsAsAWhole) {
   write("a", "text");
   write("b", "text");

@@ -379,6 +379,27 @@ TEST_F(Sets, EveryFailureOfTheStorageMakesNoSetOrAWholeOne) {
   }
 }
 
+TEST_F(Sets, ARecordThatCannotBeTakenBackIsTold) {
+  for (const int error : {EROFS, ECANCELED}) {
+    size_t stood = 0;
+    for (int nth = 0;; ++nth) {
+      pool_->objects.clear();
+      Fault_Plan plan(Fault_Plan::ALL, nth, error, true);
+      Set_Store failing(std::make_shared<Faulty_Client_IO>(*storage_, plan));
+      ASSERT_TRUE(put("a/0000000001.1/catalog"));
+      Log_Capture log;
+      const bool committed = failing.commit({"a", 1, 1}, record());
+      if (!plan.struck()) break;
+      EXPECT_FALSE(committed) << nth;
+      EXPECT_EQ(errno, error);
+      const bool stands = !listed().empty();
+      EXPECT_EQ(stands, log.has(LM_ERROR, "Set a/0000000001.1 cannot be taken back and stands.\n")) << log.all();
+      stood += stands;
+    }
+    EXPECT_GT(stood, 0u);
+  }
+}
+
 TEST_F(Sets, ASetWithANameOfAnyLengthAndBytesIsFoundAgain) {
   const std::string name = std::string(1000, '/') + "\xff\n";
   ASSERT_TRUE(make_set(name, 1));
