@@ -56,18 +56,33 @@ size_t Rate_Limiter::begin(size_t n, const std::atomic<bool>& canceled) {
   std::unique_lock<std::mutex> guard(lock_);
   count_time();
   ++at_work_;
-  for (;; count_time()) {
-    if (canceled) {
-      errno = ECANCELED;
-      return 0;
+  const nanoseconds begun = counted_at_;
+  for (; !canceled && !may_pass(n, &begun); count_time()) {
+    // Who needs less would be the first to see enough of it, again and again.
+    if (turn_ == nullptr && counted_at_ - begun >= slice) turn_ = &begun;
+    if (turn_ != nullptr && turn_ != &begun) {
+      turn_ended_.wait_for(guard, slice);
+      continue;
     }
-    if (limit_ == 0) return n;
-    if (credit_ >= static_cast<double>(portion(n))) return take(n);
     const nanoseconds until = counted_at_ + std::min(slice, time_until_ready(n));
     guard.unlock();
     kolt::clock().sleep_until(until);
     guard.lock();
   }
+  if (turn_ == &begun) {
+    turn_ = nullptr;
+    turn_ended_.notify_all();
+  }
+  if (canceled) {
+    errno = ECANCELED;
+    return 0;
+  }
+  return limit_ == 0 ? n : take(n);
+}
+
+bool Rate_Limiter::may_pass(size_t n, const void* waiter) const {
+  if (limit_ == 0) return true;
+  return (turn_ == nullptr || turn_ == waiter) && credit_ >= static_cast<double>(portion(n));
 }
 
 void Rate_Limiter::end() {

@@ -2,6 +2,7 @@
 
 #include <atomic>
 #include <chrono>
+#include <condition_variable>
 #include <cstddef>
 #include <mutex>
 
@@ -18,7 +19,8 @@ TESSARIN_API size_t limit_at(const Rate_Limits::Entries_Type& windows, unsigned 
  * Holds transfers to the limits of a day's windows, by kolt::clock().
  *
  * Idle time is not saved up. The time that transfers take is, up to a second of it: storage that is slow to answer is
- * asked for more in one go. Threads: any; transfers of several threads share the limit.
+ * asked for more in one go. Threads: any; transfers of several threads share the limit, and who has waited for a
+ * fraction of a second comes before those that need less.
  */
 class TESSARIN_API Rate_Limiter {
  public:
@@ -45,6 +47,7 @@ class TESSARIN_API Rate_Limiter {
 
  private:
   size_t begin(size_t n, const std::atomic<bool>& canceled);
+  bool may_pass(size_t n, const void* waiter) const;
   void end();
   size_t take(size_t n);
   void count_time();
@@ -53,11 +56,13 @@ class TESSARIN_API Rate_Limiter {
 
   const Rate_Limits::Entries_Type windows_;
   std::mutex lock_;
+  std::condition_variable turn_ended_;
   // Guarded by lock_:
   std::chrono::nanoseconds counted_at_;  // up to here time has been turned into credit
   size_t limit_;                         // since then; 0: none
   double credit_ = 0;                    // bytes that may pass at once
   size_t at_work_ = 0;                   // transfers that wait or are under way
+  const void* turn_ = nullptr;           // the waiter that nobody may overtake; null: there is none
 };
 
 /// The limits that all clients of a job keep to together.

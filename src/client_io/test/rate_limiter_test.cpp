@@ -152,6 +152,27 @@ TEST(Rate_Limiter, AllThreadsTogetherHoldTheLimitWithinFivePercent) {
     }
 }
 
+TEST(Rate_Limiter, WhoNeedsMuchIsNotOvertakenForeverByWhoNeedsLittle) {
+  Rate_Limiter limiter({{0, 86399, 10'000'000}});
+  std::atomic<bool> ended{false};
+  std::thread small([&] {
+    while (!ended) {
+      const Rate_Limiter::Transfer portion(limiter, 4096, ended);
+    }
+  });
+  const auto deadline = std::chrono::steady_clock::now() + seconds(30);
+  std::thread guard([&] {
+    while (!ended && std::chrono::steady_clock::now() < deadline) std::this_thread::sleep_for(milliseconds(10));
+    ended = true;
+  });
+  size_t left = 3'000'000;
+  while (left > 0 && !ended) left -= Rate_Limiter::Transfer(limiter, left, ended).size();
+  ended = true;
+  small.join();
+  guard.join();
+  EXPECT_EQ(0u, left);
+}
+
 TEST(Rate_Limiter, IdleTimeIsNotSavedUp) {
   Fake_Clock clock;
   Rate_Limiter limiter({{0, 86399, 1000}});
