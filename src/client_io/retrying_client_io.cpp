@@ -16,9 +16,9 @@ using client_io::Patience;
 
 constexpr size_t max_buffer = size_t(64) << 20;
 
-// A request may ask for any size, and each channel has a client. Told once, not by each of them.
+// A request may ask for any size, and each channel has a client: not each of them tells it.
 size_t bounded(size_t asked) {
-  static std::atomic<size_t> told{0};
+  static std::atomic<size_t> told{0};  // the size that was told last
   if (asked > max_buffer && told.exchange(asked) != asked)
     ACE_ERROR(
         (LM_WARNING, ACE_TEXT("A resumption buffer of %B bytes is too large, %B are used.\n"), asked, max_buffer));

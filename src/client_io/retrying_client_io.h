@@ -10,8 +10,9 @@
  * Options::max_seconds_retry from the first failure of an operation.
  *
  * A writer keeps the bytes that the storage may still lose, up to Options::resumption_buffer_size and no more than 64
- * MiB (a larger one is told at LM_WARNING, once in the process), and writes them again after a failure: even a failed
- * sync, which may have dropped them, costs nothing then. A listing goes on behind the last object that was shown.
+ * MiB (a larger one is told at LM_WARNING, once for each size in turn), and writes them again after a failure: even a
+ * failed sync, which may have dropped them, costs nothing then. A listing goes on behind the last object that was
+ * shown.
  *
  * Once cancel() was called nothing is waited for.
  */

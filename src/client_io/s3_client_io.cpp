@@ -143,6 +143,10 @@ bool sweep_page(S3_Session& session, const Page& page, const std::string& prefix
     if (!good || !session.settings().key_of(name, key) || !key.starts_with(prefix)) return;
     if (!is_dead(upload, S3_Living_Uploads::place(session.settings(), name), oldest)) return;
     good = abort_upload(session, name, upload["UploadId"], reason);
+    if (good) return;
+    const int error = errno;
+    S3_Living_Uploads::give_up(upload["UploadId"]);  // for the next sweep
+    errno = error;
   });
   return good;
 }

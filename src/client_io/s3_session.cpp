@@ -132,7 +132,7 @@ int S3_Session::exchange(const S3_Request& request, S3_Result& result, bool& aga
   const auto begin = steady_clock::now();
   exchange.stopped = [&] {
     if (request.stop != nullptr) return is_stopped(request);
-    return canceled_ && steady_clock::now() - begin > patience_after_cancel;
+    return canceled_ && steady_clock::now() - std::max(begin, canceled_at_.load()) > patience_after_cancel;
   };
 
   S3_Answer answer;

@@ -337,10 +337,11 @@ TEST_F(S3_Client, SweepAbortsAnUploadOfThisProcessThatCouldNotBeAborted) {
   auto writer = one->create("set/a");
   ASSERT_TRUE(writer && writer->write(bytes.data(), bytes.size()));
   service_.script([](const S3_Call& call) -> std::optional<S3_Reply> {
-    if (call.method == "DELETE") return s3_error(500, "InternalError");
+    if (call.method == "DELETE") return s3_error(403, "AccessDenied");
     return {};
   });
   writer.reset();
+  EXPECT_FALSE(one->sweep(""));
   EXPECT_EQ(service_.uploads().size(), 1u);
   service_.script({});
   EXPECT_TRUE(one->sweep(""));

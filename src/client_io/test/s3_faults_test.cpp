@@ -467,6 +467,23 @@ TEST_F(S3_Faults, SilenceAfterACancelIsNotWaitedForLong) {
                                      "Connection timed out (no answer).\n"});
 }
 
+TEST_F(S3_Faults, WhatBeganBeforeACancelGetsItsTimeFromTheCancelOn) {
+  const auto one = client();
+  service_.script([](const S3_Call& call) -> std::optional<S3_Reply> {
+    if (call.method == "GET") std::this_thread::sleep_for(milliseconds(4500));
+    return {};
+  });
+  std::thread canceler([&] {
+    std::this_thread::sleep_for(seconds(3));
+    one->cancel();
+  });
+  Log_Capture log;
+  EXPECT_TRUE(one->list("", [](const Client_IO_Base::Object_Info&) { return true; })) << log.all();
+  canceler.join();
+  EXPECT_TRUE(one->remove("a")) << log.all();
+  EXPECT_EQ(log.all(), "");
+}
+
 // Each channel of a job has a client of its own, and all are canceled together.
 TEST_F(S3_Faults, SilenceAfterACancelIsFoundOutOnceForAll) {
   const auto one = client();
