@@ -14,10 +14,10 @@ namespace websocket_client {
 namespace {
 
 constexpr std::size_t max_message = 32 * 1024 * 1024;
-/// Of the frames and TLS records of a message, however many there are.
+/// Of the heads of a message's frames, however many there are.
 constexpr long long max_overhead = 1024 * 1024;
 constexpr long long overhead_share = 16;
-constexpr std::size_t control_frame_overhead = 128;
+constexpr std::size_t control_frame_head = 2;  // of a server, which masks nothing
 constexpr std::size_t head_bytes = 512;
 constexpr std::chrono::seconds usual_ping_period(30);
 constexpr std::chrono::seconds closing_time(2);
@@ -42,13 +42,20 @@ struct Client::Done {
   void operator()(const error_code& error, const Unused&...) const {
     *result = error;
   }
-  void operator()(const std::exception_ptr&, const error_code& error) const { *result = error; }
+  /// Of a coroutine: only the want of memory makes it throw.
+  void operator()(const std::exception_ptr& failure, const error_code& error) const {
+    *result = failure ? make_error_code(boost::system::errc::not_enough_memory) : error;
+  }
 };
 
 template <typename Start>
 error_code Client::run(Clock::time_point deadline, Start start) {
   const auto result = std::make_shared<Result>();  // outlives a wait that is given up
-  start(Done{result});
+  try {
+    start(Done{result});
+  } catch (const boost::system::system_error& error) {  // the resolver needs a thread
+    return error.code();
+  }
   io_.restart();
   while (!*result && Clock::now() < deadline) io_.run_one_until(deadline);
   if (*result) return **result;
@@ -159,7 +166,7 @@ void Client::prepare_handshake() {
     for (const HTTP_Headers::Field& field : request_.headers()) request.insert(field.name, field.value);
   }));
   socket_->control_callback([this](websocket::frame_type type, beast::string_view payload) {
-    stream_->meter().discount(payload.size() + control_frame_overhead);
+    stream_->meter().discount(control_frame_head + payload.size());
     if (type == websocket::frame_type::close) closed_ = true;
   });
 }

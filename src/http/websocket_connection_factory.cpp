@@ -1,6 +1,7 @@
 #include "http/websocket_connection_factory.h"
 
 #include <cerrno>
+#include <memory>
 #include <new>
 
 #include "ace/Log_Msg.h"
@@ -22,7 +23,13 @@ std::unique_ptr<WebSocket_Connection> WebSocket_Connection_Factory::create(const
     ACE_ERROR((LM_ERROR, ACE_TEXT("'%C' is no host of a WebSocket.\n"), host.c_str()));
     return {};
   }
-  std::unique_ptr<WebSocket_Connection> connection(new (std::nothrow) Client(target));
-  if (!connection) errno = ENOMEM;
-  return connection;
+  try {
+    return std::make_unique<Client>(target);
+  } catch (const std::bad_alloc&) {
+    errno = ENOMEM;
+  } catch (const boost::system::system_error& error) {
+    errno = error.code().value();  // it needs descriptors of its own
+    ACE_ERROR((LM_ERROR, ACE_TEXT("Failed to make a WebSocket: %C.\n"), error.code().message().c_str()));
+  }
+  return {};
 }

@@ -103,9 +103,9 @@ net::awaitable<void> Session::read(WebSocket_Receiver& receiver) {
     ACE_ERROR((LM_ERROR, ACE_TEXT("WebSocket ended: a message in too many fragments.\n")));
     net::post(self->stream_.get_executor(), [self] { self->stream_.close(); });
   });
-  // A control frame may stand between the fragments of a message: at most 14 bytes of head and its payload.
+  // A control frame may stand between the fragments of a message: 6 bytes of head, with the mask, and its payload.
   socket_.control_callback(
-      [&meter](websocket::frame_type, beast::string_view payload) { meter.discount(14 + payload.size()); });
+      [&meter](websocket::frame_type, beast::string_view payload) { meter.discount(6 + payload.size()); });
   for (;;) {
     beast::flat_buffer message;
     const auto error = std::get<0>(co_await socket_.async_read(message, as_tuple));
