@@ -2,6 +2,8 @@
 
 #include <sys/stat.h>
 
+#include <utility>
+
 #include "mtf_backup/restore/entry_scan.h"
 #include "mtf_backup/set/set_path.h"
 
@@ -20,16 +22,10 @@ Link_Plan::Kind Link_Plan::plan(Restore_Item& item) {
   if (find(others, item.target)) return LINK;
   if (is_restored || !others.empty()) job_.tally.splits_link();
   others.push_back({item.path, item.target});
-  item.entry.hard_link_target.clear();
-  item.entry.flags = first.flags;
-  item.entry.reason = first.reason;
-  item.entry.link_target = first.link_target;
-  item.entry.xattr_hash = first.xattr_hash;
-  item.entry.set = first.set;
-  item.entry.channel = first.channel;
-  item.entry.offset = first.offset;
-  item.entry.data_size = first.data_size;
-  item.entry.data_hash = first.data_hash;
+  // All but the name is the first one's, as a link would give it: its status goes with its data.
+  first.source = item.entry.source;
+  first.path = std::move(item.entry.path);
+  item.entry = std::move(first);
   return DATA;
 }
 

@@ -308,6 +308,30 @@ TEST_F(Changing_Source, ExtendedAttributesThatNoSetHasRoomForAreToldAndTheFileIs
   EXPECT_EQ("text", test_support::read_file(target_ + "/a"));
 }
 
+// The first name is listed before, the further one after the file has grown.
+TEST_F(Changing_Source, FurtherNameOfAFileThatGrewIsRestoredAloneAsWithTheFirst) {
+  const std::string path = write("a/f", "0123456789");
+  for (const off_t hole : {0, 1 << 20}) {
+    ASSERT_TRUE(truncate(path.c_str(), 10) == 0 && truncate(path.c_str(), 10 + hole) == 0);
+    std::filesystem::create_directories(source_ + "/b");
+    std::filesystem::remove(source_ + "/b/g");
+    std::filesystem::create_hard_link(path, source_ + "/b/g");
+    pool_->objects.clear();
+    std::filesystem::remove_all(target_ + "/b");
+    auto listed = std::make_shared<std::atomic<int>>(0);
+    Log_Capture log;
+    ASSERT_TRUE(back_up({.hook = [=](const char* what, const std::string&) {
+      if (std::string(what) == "read_dirs" && ++*listed == 2) std::ofstream(path, std::ios::app) << "more bytes";
+      return false;
+    }}));
+    ASSERT_NE(entry("a/f").stat.size, entry("b/g").stat.size);
+    log.clear();
+    EXPECT_TRUE(restore({.select = {source_ + "/b"}}));
+    EXPECT_EQ("", log.all());
+    EXPECT_TRUE(test_support::read_file(target_ + "/b/g") == "0123456789" + std::string(hole, '\0')) << hole;
+  }
+}
+
 TEST_F(Changing_Source, AllThatIsWrongWithAFileIsTold) {
   const std::string path = write("a", "text");
   const Hook changes = once("read", "a", [&] { std::ofstream(path, std::ios::app) << " and more"; });
