@@ -94,7 +94,7 @@ bool Entry_Scan::wanted(Restore_Item& item) {
 bool Entry_Scan::refuse(const Restore_Item& item, const std::string& path, const char* why) {
   if (!tell_) return false;
   ACE_ERROR((LM_ERROR, ACE_TEXT("Refused to restore %C: %C.\n"), printable(path).c_str(), why));
-  job_.tally.failed(item.entry, item.path, false);
+  job_.tally.failed(item.entry, path, false);
   return false;
 }
 

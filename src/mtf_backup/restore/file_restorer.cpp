@@ -127,7 +127,9 @@ bool File_Restorer::put(const Restore_Item& item, const MTF::Xattrs& attrs) {
 }
 
 bool File_Restorer::enter_place() {
-  if (place_) return true;
+  // Whoever may write to the target can take an empty directory away.
+  struct stat st;
+  if (place_ && ::fstat(place_.dir().fd(), &st) == 0 && st.st_nlink > 0) return true;
   if (!place_.make(dir_.fd())) return false;
   place_.dir().enter();
   return true;

@@ -66,6 +66,11 @@ bool is_own(int parent, uid_t owner) {
   return false;
 }
 
+/// The parent may have added a set-group-id bit or access lists. False with errno.
+bool close_to_others(int fd, mode_t mode) {
+  return (mode & 07777) == private_mode || ::fchmod(fd, private_mode) == 0 || errno == ENOSYS || errno == EOPNOTSUPP;
+}
+
 struct Close_Dir {
   void operator()(DIR* dir) const { ::closedir(dir); }
 };
@@ -103,23 +108,22 @@ void clear(int fd) {
 bool Private_Dir::make(int parent) {
   remove();
   for (int tries = 0; tries < max_tries; ++tries) {
-    if (try_make(parent)) return true;
+    std::string name;
+    if (!make_name(name) || ::mkdirat(parent, name.c_str(), private_mode) != 0) return false;
+    if (take(parent, std::move(name))) return true;
     if (is_resource_error(errno)) return false;
   }
   return false;
 }
 
 /// May fail once: where a sweep was quicker with the lock, or somebody has put another directory in its place.
-bool Private_Dir::try_make(int parent) {
-  std::string name;
-  if (!make_name(name) || ::mkdirat(parent, name.c_str(), private_mode) != 0) return false;
+bool Private_Dir::take(int parent, std::string name) {
   struct stat st;
   Posix_Fd fd = lock_dir(parent, name, st);
-  // The parent may have added a set-group-id bit or access lists.
-  if (fd && is_own(parent, st.st_uid) && ::fchmod(fd.get(), private_mode) == 0) {
+  if (fd && is_own(parent, st.st_uid) && close_to_others(fd.get(), st.st_mode)) {
     (void)::fremovexattr(fd.get(), "system.posix_acl_default");
     if (is_empty(fd.get())) {
-      attach(parent, name, std::move(fd));
+      attach(parent, std::move(name), std::move(fd));
       return true;
     }
   }
@@ -129,9 +133,9 @@ bool Private_Dir::try_make(int parent) {
   return false;
 }
 
-void Private_Dir::attach(int parent, const std::string& name, Posix_Fd fd) {
+void Private_Dir::attach(int parent, std::string name, Posix_Fd fd) {
   parent_ = parent;
-  name_ = name;
+  name_ = std::move(name);
   dir_.attach(std::move(fd));
 }
 
@@ -155,7 +159,8 @@ void Private_Dir::sweep(Anchored_Dir& parent) {
     if (!is_private_name(found.name) || !S_ISDIR(found.stat.st_mode)) continue;
     struct stat st;
     Posix_Fd fd = lock_dir(parent.fd(), found.name, st);
-    if (!fd || st.st_uid != ::geteuid() || (st.st_mode & 07777) != private_mode) continue;
+    // One that is new may have the parent's set-group-id bit still.
+    if (!fd || (st.st_mode & 05777) != private_mode || !is_own(parent.fd(), st.st_uid)) continue;
     Private_Dir left;
     left.attach(parent.fd(), found.name, std::move(fd));
   }

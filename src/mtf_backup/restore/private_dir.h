@@ -50,8 +50,8 @@ class TESSARIN_API Private_Dir {
   static void sweep(Anchored_Dir& parent);
 
  private:
-  void attach(int parent, const std::string& name, Posix_Fd fd);
-  bool try_make(int parent);
+  bool take(int parent, std::string name);
+  void attach(int parent, std::string name, Posix_Fd fd);
 
   int parent_ = -1;
   std::string name_;  // in the parent

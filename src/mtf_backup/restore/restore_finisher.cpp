@@ -32,7 +32,7 @@ void Restore_Finisher::run() {
       link(item);
     item = Restore_Item();
   }
-  while (got == 0 && !open_.empty()) leave();
+  while (got == 0 && !open_.empty() && !job_.state.stopping()) leave();
 }
 
 void Restore_Finisher::enter(Catalog_Entry& entry) {
@@ -59,6 +59,8 @@ void Restore_Finisher::leave() {
   if (item.entry.xattr_hash != 0) {
     if (reader_.open(item.entry))
       attrs = reader_.block().xattrs;
+    else if (errno == ECANCELED && job_.state.stopping())
+      return;
     else
       attributes_lost(item, errno);
   }
@@ -69,7 +71,9 @@ void Restore_Finisher::leave() {
     job_.tally.restored(item.entry, item.target);
 }
 
-void Restore_Finisher::attributes_lost(const Restore_Item& item, int error) {
+/// Its access list may have been among them, beside which the group's bits of the mode are not what the group may.
+void Restore_Finisher::attributes_lost(Restore_Item& item, int error) {
+  item.entry.stat.mode &= ~static_cast<unsigned>(S_IRWXG);
   const bool is_damage = error == EBADMSG;
   ACE_ERROR((LM_ERROR, ACE_TEXT("Failed to restore the extended attributes of %C: %C\n"), item.target.shown().c_str(),
              is_damage ? "their data in the set is damaged" : std::strerror(error)));

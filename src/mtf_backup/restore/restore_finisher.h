@@ -44,7 +44,7 @@ class Restore_Finisher {
   bool link_to(const struct stat& source, const char* old_path, Anchored_Dir& to, const std::string& name);
   void leave_until(const Catalog_Entry& entry);
   void leave();
-  void attributes_lost(const Restore_Item& item, int error);
+  void attributes_lost(Restore_Item& item, int error);
   void failed(const Restore_Item& item, const char* why);
 
   Restore_Job& job_;

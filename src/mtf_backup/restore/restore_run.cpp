@@ -47,7 +47,9 @@ MTF::Error_Code Restore_Run::restore(const std::string& name) {
   }
   const auto stop = [this] { storage_->cancel(); };
   const bool found = run_step(state_, handler_, log_callback_, stop, [&] { return find_set(name); });
-  return found ? move_data() : state_.code();
+  const MTF::Error_Code code = found ? move_data() : state_.code();
+  if (!state_.canceled()) tally_.tell_rest();
+  return code;
 }
 
 bool Restore_Run::check() const {
@@ -133,7 +135,6 @@ MTF::Error_Code Restore_Run::move_data() {
   };
   if (!run_threads({finish})) return state_.code();
   progress.finish();
-  tally_.tell_rest();
   if (tally_.damaged_count() > 0) return MTF::E_CORRUPT;
   return tally_.failed_count() + tally_.lossy_count() > 0 ? MTF::E_END_WITH_SKIPPED_FILES : MTF::E_OK;
 }

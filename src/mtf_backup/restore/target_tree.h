@@ -56,8 +56,8 @@ class TESSARIN_API Target_Tree {
   [[nodiscard]] bool make_directory(const Target& target, unsigned mode);
 
   /**
-   * Waits until the filesystems of the roots have written everything to disk. Of others that are mounted below nothing
-   * is known.
+   * Waits until the filesystems of the roots have written everything to disk, which nothing can break off. Of others
+   * that are mounted below nothing is known.
    * @retval false  one has lost something; it has its line at LM_ERROR.
    */
   [[nodiscard]] bool sync() const;

@@ -46,7 +46,10 @@ Medium_Set::Medium_Set(Channel_Factory& factory, const Commit_Record& record, co
   for (const Chain_Link& link : record.chain) add(link.dir, link.set_uuid);
 }
 
-Medium_Set::~Medium_Set() = default;
+/// What is still being read ahead is wanted by nobody.
+Medium_Set::~Medium_Set() {
+  cancel();
+}
 
 std::string Medium_Set::name(uint32_t set, uint32_t channel) {
   if (set >= members_.size()) return "set " + std::to_string(set);

@@ -8,7 +8,7 @@
 
 namespace mover_test {
 
-/// Gives out one client of a pool in memory, which counts what is read.
+/// Gives out one client of a pool in memory, which counts what is read. For one run: its end cancels the client.
 class Counting_Factory : public MTF_BACKUP::Channel_Factory {
  public:
   explicit Counting_Factory(const std::shared_ptr<test_support::Memory_Pool>& pool) : memory_(pool) {}

@@ -1,3 +1,5 @@
+#include <sys/xattr.h>
+
 #include "mtf_backup/test/mover_fixture.h"
 #include "support/tree_maker.h"
 #include "task/task_context.h"
@@ -192,6 +194,72 @@ TEST_F(Failing_Run, CancelledRestoreStopsAndTellsTheTask) {
   EXPECT_FALSE(restore());
   EXPECT_EQ(MTF::E_FAILED, code_);
   EXPECT_TRUE(context.canceled());
+}
+
+TEST_F(Failing_Run, CancelInTheLastPassOfARestoreHasNoLine) {
+  for (const char* name : {"", "/d"}) {
+    std::filesystem::create_directories(source_ + name);
+    if (setxattr((source_ + name).c_str(), "user.x", "1", 1, 0) != 0) GTEST_SKIP() << "no attributes here";
+  }
+  for (int i = 0; i < 40; ++i) write("d/f" + std::to_string(i), noise(1 << 20, i));
+  std::filesystem::create_directory(source_ + "/d/last");
+  ASSERT_TRUE(back_up());
+  std::atomic<bool> cancel{false};
+  prepare = [&](Test_Handler& handler) { handler.cancel_when = [&] { return cancel.load(); }; };
+  Log_Capture log;
+  EXPECT_FALSE(restore({.hook = [&](const char* what, const std::string& path) {
+    if (std::string(what) == "set_times" && path.ends_with("/.") && !cancel.exchange(true))
+      std::this_thread::sleep_for(std::chrono::milliseconds(500));
+    return false;
+  }}));
+  EXPECT_TRUE(cancel);
+  EXPECT_EQ(MTF::E_FAILED, code_);
+  EXPECT_EQ("", log.all());
+}
+
+/// Storage that gives the first MiB of a medium only, until it is cancelled.
+class Stuck : public test_support::Memory_Client_IO {
+ public:
+  using Memory_Client_IO::Memory_Client_IO;
+
+  std::unique_ptr<Reader> open(const std::string& key) override {
+    auto next = Memory_Client_IO::open(key);
+    if (!next || !key.ends_with(".mtf")) return next;
+    return std::make_unique<Stuck_Reader>(std::move(next), canceled_);
+  }
+  void cancel() override {
+    canceled_ = true;
+    Memory_Client_IO::cancel();
+  }
+
+ private:
+  struct Stuck_Reader : Reader {
+    Stuck_Reader(std::unique_ptr<Reader> reader, const std::atomic<bool>& stop)
+        : next(std::move(reader)), canceled(stop) {}
+    ssize_t read(uint64_t offset, void* to, size_t n) override {
+      const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(30);
+      while (offset >= 1 << 20 && !canceled && std::chrono::steady_clock::now() < deadline)
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+      errno = ECANCELED;
+      return canceled ? -1 : next->read(offset, to, n);
+    }
+    uint64_t size() const override { return next->size(); }
+    const std::unique_ptr<Reader> next;
+    const std::atomic<bool>& canceled;
+  };
+  std::atomic<bool> canceled_{false};
+};
+
+TEST_F(Failing_Run, EndOfARestoreDoesNotWaitForWhatNobodyWants) {
+  write("a", "small");
+  for (int i = 0; i < 12; ++i) write("b" + std::to_string(i), noise(1 << 20, i));
+  ASSERT_TRUE(back_up());
+  wrap = [this](std::unique_ptr<Client_IO_Base>) { return std::make_shared<Stuck>(pool_); };
+  Log_Capture log;
+  const auto begin = std::chrono::steady_clock::now();
+  EXPECT_TRUE(restore({.threads = 1, .select = {source_ + "/a"}})) << log.all();
+  EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(15));  // of the 30 that a read may take
+  EXPECT_EQ("", log.all());
 }
 
 TEST_F(Failing_Run, ErrorsOfAllThreadsAreKeptWithTheTask) {

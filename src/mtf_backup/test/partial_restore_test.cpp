@@ -15,7 +15,7 @@ class Partial_Restore : public mover_test::Mover_Fixture {
       element["dir"] = source_ + "/" + path;
       select.push_back(element);
     }
-    factory_->counting.reset();
+    factory_ = std::make_shared<mover_test::Counting_Factory>(pool_);
     MTF_Restore restore{MTF::Event_Handler_var(), ACE_Log_Msg_Callback_var()};
     restore.target_location("/");
     restore.restore_select(&select);
@@ -39,7 +39,7 @@ class Partial_Restore : public mover_test::Mover_Fixture {
     return text;
   }
 
-  const std::shared_ptr<mover_test::Counting_Factory> factory_ = std::make_shared<mover_test::Counting_Factory>(pool_);
+  std::shared_ptr<mover_test::Counting_Factory> factory_;  // of the last restore
 };
 
 TEST_F(Partial_Restore, One_file_takes_its_frames_and_its_part_of_the_catalog) {

@@ -1,12 +1,14 @@
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
+#include <sys/xattr.h>
 
 #include "kolt/posix_fd.h"
 #include "mtf_backup/mtf_export.h"
 #include "mtf_backup/set/catalog_reader.h"
 #include "mtf_backup/set/catalog_writer.h"
 #include "mtf_backup/test/mover_fixture.h"
+#include "support/attributes.h"
 
 using namespace mover_test;
 using test_support::Log_Capture;
@@ -267,6 +269,67 @@ TEST_F(Hostile, HardLinkToAFileThatTellsOfNoFurtherNamesIsRefused) {
       << log.all();
   EXPECT_FALSE(std::filesystem::exists(target_ + "/b"));
   EXPECT_EQ("what stood there before", test_support::read_file(target_ + "/a"));
+}
+
+TEST_F(Hostile, WhatStoodInTheWayOfADamagedStandInGetsNoFurtherName) {
+  write("a/f", "text");
+  write("b/g", "text");
+  write("b/h", "text");
+  ASSERT_TRUE(back_up());
+  dir_.write("target/b/g", "what stood there before");
+  replace_catalog([this](std::vector<MTF_BACKUP::Catalog_Entry>& entries) {
+    for (MTF_BACKUP::Catalog_Entry& entry : entries) {
+      if (entry.path == "a/f") entry.stat.nlink = 3;
+      if (entry.path == "a/f") entry.data_hash ^= 1;
+      if (entry.path == "b/g" || entry.path == "b/h") entry.hard_link_target = source_ + "/a/f";
+    }
+  });
+  Log_Capture log;
+  EXPECT_FALSE(restore({.select = {source_ + "/b"}}));
+  EXPECT_EQ(MTF::E_CORRUPT, code_);
+  EXPECT_TRUE(log.has(LM_ERROR, "Failed to restore " + target_ + "/b/h: its other name could not be restored\n"))
+      << log.all();
+  EXPECT_EQ("what stood there before", test_support::read_file(target_ + "/b/g"));
+  EXPECT_FALSE(std::filesystem::exists(target_ + "/b/h"));
+}
+
+// The mode's bits of the group were the mask of the list.
+TEST_F(Hostile, DirectoryWhoseAccessListIsDamagedGivesItsGroupNothing) {
+  const std::string path = source_ + "/d";
+  write("d/f", "text");
+  if (setxattr(path.c_str(), "system.posix_acl_access", test_support::access_list.data(),
+               test_support::access_list.size(), 0) != 0)
+    GTEST_SKIP() << "no access lists here";
+  ASSERT_TRUE(back_up());
+  ASSERT_EQ(060u, entry("d").stat.mode & 070);
+  replace_catalog([](std::vector<MTF_BACKUP::Catalog_Entry>& entries) {
+    for (MTF_BACKUP::Catalog_Entry& entry : entries)
+      if (entry.path == "d") entry.xattr_hash ^= 1;
+  });
+  Log_Capture log;
+  EXPECT_FALSE(restore());
+  EXPECT_EQ(MTF::E_CORRUPT, code_);
+  EXPECT_TRUE(log.has_containing(LM_ERROR, "Failed to restore the extended attributes of " + target_ + "/d: "))
+      << log.all();
+  struct stat st;
+  ASSERT_EQ(0, stat((target_ + "/d").c_str(), &st));
+  EXPECT_EQ(0600u, st.st_mode & 07777);
+}
+
+TEST_F(Hostile, PrivateDirectoryThatIsTakenAwayCostsOneEntryAtMost) {
+  for (int i = 0; i < 8; ++i) ASSERT_EQ(0, symlink("x", (source_ + "/l" + std::to_string(i)).c_str()));
+  ASSERT_TRUE(back_up());
+  Log_Capture log;
+  std::atomic<int> links{0};
+  EXPECT_FALSE(restore({.threads = 1, .hook = [&](const char* what, const std::string&) {
+                          if (std::string(what) == "symlink" && ++links == 3)
+                            for (const auto& entry : std::filesystem::directory_iterator(target_))
+                              if (name_of(entry.path()).starts_with(".tessarin-")) rmdir(entry.path().c_str());
+                          return false;
+                        }}));
+  EXPECT_EQ(MTF::E_END_WITH_SKIPPED_FILES, code_);
+  EXPECT_EQ(1u, log.texts(LM_ERROR).size()) << log.all();
+  EXPECT_EQ(7, std::distance(std::filesystem::directory_iterator(target_), {}));
 }
 
 TEST_F(Hostile, HardLinkToALinkIsRefused) {
