@@ -20,7 +20,8 @@ class TESSARIN_API Channel_Factory {
 
   /**
    * A new client rooted at <pool>/<uri_path>. All clients that a factory has given out keep to the rate limits
-   * together, as they were before they were shared out over channels: whoever is at work.
+   * together, as they were before they were shared out over channels: whoever is at work. The run that takes a client
+   * may cancel it at its end, so nobody else gets the same one.
    * @return empty on failure: errno is ENOMEM, nothing is logged.
    */
   [[nodiscard]] virtual std::shared_ptr<Client_IO_Base> storage() = 0;

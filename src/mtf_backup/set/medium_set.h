@@ -30,6 +30,7 @@ class TESSARIN_API Medium_Set {
  public:
   /// All are borrowed. @param dir  of the set.
   Medium_Set(Channel_Factory& factory, const Commit_Record& record, const std::string& dir, Frame_Workers& workers);
+  /// As cancel(): what is being read ahead is not waited for.
   ~Medium_Set();
 
   /**
