@@ -131,7 +131,7 @@ std::string a_day_ago() {
 bool is_dead(const S3_Element& upload, const std::string& place, const std::string& oldest) {
   if (S3_Living_Uploads::has(place)) return false;
   const std::string& begun = upload["Initiated"];
-  return S3_Living_Uploads::take_given_up(upload["UploadId"]) || (!begun.empty() && begun < oldest);
+  return S3_Living_Uploads::is_given_up(upload["UploadId"]) || (!begun.empty() && begun < oldest);
 }
 
 bool sweep_page(S3_Session& session, const Page& page, const std::string& prefix, const std::string& oldest,
@@ -143,10 +143,7 @@ bool sweep_page(S3_Session& session, const Page& page, const std::string& prefix
     if (!good || !session.settings().key_of(name, key) || !key.starts_with(prefix)) return;
     if (!is_dead(upload, S3_Living_Uploads::place(session.settings(), name), oldest)) return;
     good = abort_upload(session, name, upload["UploadId"], reason);
-    if (good) return;
-    const int error = errno;
-    S3_Living_Uploads::give_up(upload["UploadId"]);  // for the next sweep
-    errno = error;
+    if (good) S3_Living_Uploads::forget(upload["UploadId"]);  // else the next sweep finds it
   });
   return good;
 }

@@ -240,9 +240,14 @@ void S3_Living_Uploads::give_up(const std::string& id) {
   living().given_up.insert(id);
 }
 
-bool S3_Living_Uploads::take_given_up(const std::string& id) {
+bool S3_Living_Uploads::is_given_up(const std::string& id) {
   const std::lock_guard<std::mutex> guard(living().lock);
-  return living().given_up.erase(id) != 0;
+  return living().given_up.contains(id);
+}
+
+void S3_Living_Uploads::forget(const std::string& id) {
+  const std::lock_guard<std::mutex> guard(living().lock);
+  living().given_up.erase(id);
 }
 
 std::string S3_Living_Uploads::place(const S3_Settings& settings, const std::string& name) {

@@ -93,8 +93,9 @@ class S3_Living_Uploads {
   static bool has(const std::string& place);
   /// Notes the id of an upload that nobody needs any more and that is still there.
   static void give_up(const std::string& id);
-  /// Whether it was noted, which it no longer is then.
-  static bool take_given_up(const std::string& id);
+  static bool is_given_up(const std::string& id);
+  /// It is gone now.
+  static void forget(const std::string& id);
   /// Names an object among all services.
   static std::string place(const S3_Settings& settings, const std::string& name);
 };
