@@ -28,8 +28,9 @@ std::unique_ptr<WebSocket_Connection> WebSocket_Connection_Factory::create(const
   } catch (const std::bad_alloc&) {
     errno = ENOMEM;
   } catch (const boost::system::system_error& error) {
-    errno = error.code().value();  // it needs descriptors of its own
+    // It needs descriptors of its own.
     ACE_ERROR((LM_ERROR, ACE_TEXT("Failed to make a WebSocket: %C.\n"), error.code().message().c_str()));
+    errno = error.code().value();
   }
   return {};
 }
