@@ -32,6 +32,12 @@ class Hostile : public Mover_Fixture {
   /// Takes the set's catalog away and puts another one in its place.
   void replace_catalog(const std::function<void(std::vector<MTF_BACKUP::Catalog_Entry>&)>& change);
 
+  static void expect_link_to_nothing(const Log_Capture& log, const std::string& path) {
+    EXPECT_TRUE(log.has(LM_ERROR, "Failed to restore " + path + ": it is a link to nothing that could be restored\n"))
+        << log.all();
+    EXPECT_FALSE(std::filesystem::exists(path));
+  }
+
   const std::string outside_ = dir_ / "outside";
 };
 
@@ -243,10 +249,7 @@ TEST_F(Hostile, HardLinkToAPathOutsideTheSetIsRefused) {
   Log_Capture log;
   EXPECT_FALSE(restore());
   EXPECT_EQ(MTF::E_END_WITH_SKIPPED_FILES, code_);
-  EXPECT_TRUE(
-      log.has(LM_ERROR, "Failed to restore " + target_ + "/b: it is a link to nothing that could be restored\n"))
-      << log.all();
-  EXPECT_FALSE(std::filesystem::exists(target_ + "/b"));
+  expect_link_to_nothing(log, target_ + "/b");
 }
 
 TEST_F(Hostile, HardLinkToAFileThatTellsOfNoFurtherNamesIsRefused) {
@@ -264,10 +267,7 @@ TEST_F(Hostile, HardLinkToAFileThatTellsOfNoFurtherNamesIsRefused) {
   Log_Capture log;
   EXPECT_FALSE(restore());
   EXPECT_EQ(MTF::E_CORRUPT, code_);
-  EXPECT_TRUE(
-      log.has(LM_ERROR, "Failed to restore " + target_ + "/b: it is a link to nothing that could be restored\n"))
-      << log.all();
-  EXPECT_FALSE(std::filesystem::exists(target_ + "/b"));
+  expect_link_to_nothing(log, target_ + "/b");
   EXPECT_EQ("what stood there before", test_support::read_file(target_ + "/a"));
 }
 
