@@ -1,6 +1,5 @@
 // The WebSocket client: handshake, messages, time-outs, the end.
 #include <openssl/sha.h>
-#include <sys/resource.h>
 
 #include "ace/Time_Value.h"
 #include "http/test/network_fixture.h"
@@ -56,19 +55,6 @@ class WebSocket_Client : public Network_Test {
     return std::chrono::duration<double>(steady_clock::now() - begin).count();
   }
 };
-
-TEST_F(WebSocket_Client, without_a_descriptor_there_is_none) {
-  rlimit usual;
-  ASSERT_EQ(0, getrlimit(RLIMIT_NOFILE, &usual));
-  const rlimit nothing{0, usual.rlim_max};
-  ASSERT_EQ(0, setrlimit(RLIMIT_NOFILE, &nothing));
-  const Socket socket = WebSocket_Connection_Factory::create("127.0.0.1", 1, false, nullptr, nullptr, false, 1);
-  const int error = errno;
-  ASSERT_EQ(0, setrlimit(RLIMIT_NOFILE, &usual));
-  EXPECT_FALSE(socket);
-  EXPECT_EQ(EMFILE, error);
-  EXPECT_THAT(log_.texts(LM_ERROR), ElementsAre("Failed to make a WebSocket: Too many open files.\n"));
-}
 
 TEST_F(WebSocket_Client, goes_through_its_states) {
   api_.on_exec = [] { return std::make_unique<kube_sim_test::Simple_Exec>([](Exec_Stream&) {}); };
